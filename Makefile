@@ -1,0 +1,57 @@
+# Quillorn — build, run, test and benchmark on a Debian machine.
+#   make run    installs what is missing, builds and launches Quillorn
+#   make test   installs what is missing, builds with sanitizers and runs every test
+
+BUILD       ?= build/release
+TEST_BUILD  ?= build/test
+BENCH_BUILD ?= build/bench
+PREFIX      ?= /usr/local
+JOBS        ?= $(shell nproc)
+
+# Debian packages the build, the tests and the benchmarks need.
+PACKAGES := cmake g++ make pkg-config ninja-build \
+	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev \
+	libgtest-dev libgmock-dev libbenchmark-dev \
+	xvfb xauth xdotool x11-utils unzip attr acl bindfs util-linux strace e2fsprogs
+
+.PHONY: deps build run test bench install clean
+
+deps:
+	@missing=""; \
+	for p in $(PACKAGES); do \
+	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
+	done; \
+	if [ -n "$$missing" ]; then \
+	  sudo=""; [ "$$(id -u)" -eq 0 ] || sudo=sudo; \
+	  echo "Installing:$$missing"; \
+	  $$sudo apt-get update -qq && \
+	  $$sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing; \
+	fi
+
+build: deps
+	@[ -f $(BUILD)/build.ninja ] || cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLORN_TESTS=OFF -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	cmake --build $(BUILD) -j $(JOBS)
+
+run: build
+	@if [ -z "$$DISPLAY" ] && [ -z "$$WAYLAND_DISPLAY" ]; then \
+	  echo "make run: no display (neither DISPLAY nor WAYLAND_DISPLAY is set), so Quillorn cannot open its window; 'make test' runs without one."; \
+	  exit 1; \
+	fi
+	./$(BUILD)/src/app/quillorn
+
+test: deps
+	@[ -f $(TEST_BUILD)/build.ninja ] || cmake -S . -B $(TEST_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUILLORN_SANITIZE=ON
+	cmake --build $(TEST_BUILD) -j $(JOBS)
+	cd $(TEST_BUILD) && ctest --output-on-failure -j $(JOBS)
+
+bench: deps
+	@[ -f $(BENCH_BUILD)/build.ninja ] || cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUILLORN_TESTS=OFF -DQUILLORN_BENCH=ON
+	cmake --build $(BENCH_BUILD) -j $(JOBS)
+	@set -e; for b in $(BENCH_BUILD)/bench/bench_*; do [ -x "$$b" ] || continue; echo "== $$b"; "$$b"; done
+	@set -e; for s in bench/*.sh; do [ -f "$$s" ] || continue; echo "== $$s"; BENCH_BUILD=$(BENCH_BUILD) bash "$$s"; done
+
+install: build
+	cmake --install $(BUILD) --prefix $(PREFIX)
+
+clean:
+	rm -rf build

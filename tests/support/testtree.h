@@ -1,0 +1,36 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+
+namespace quillorn::test {
+
+// A temporary folder that tests fill with real files and folders; removed
+// (made writable first) when the object goes away.
+class TestTree {
+public:
+    TestTree();
+    explicit TestTree(const std::filesystem::path &parent);
+    ~TestTree();
+    TestTree(const TestTree &) = delete;
+    TestTree &operator=(const TestTree &) = delete;
+
+    const std::filesystem::path &root() const { return m_root; }
+    std::filesystem::path operator/(const std::filesystem::path &relative) const { return m_root / relative; }
+
+    // Creates the parents as needed and returns the absolute path.
+    std::filesystem::path file(const std::filesystem::path &relative, std::string_view contents = {});
+    std::filesystem::path folder(const std::filesystem::path &relative);
+    std::filesystem::path symlink(const std::filesystem::path &relative, const std::filesystem::path &target);
+
+    static std::string read(const std::filesystem::path &path);
+
+private:
+    std::filesystem::path m_root;
+};
+
+// True when the process may mount, chown and switch users.
+bool runningAsRoot();
+
+} // namespace quillorn::test
