@@ -1,0 +1,89 @@
+#pragma once
+#include "model/fileentry.h"
+#include "model/filesort.h"
+#include <QObject>
+#include <QString>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <set>
+#include <vector>
+
+namespace quillorn {
+class Preferences;   // src/platform/core/preferences.h: QSettings-backed store
+
+struct PaneModelOptions {
+    Preferences *preferences = nullptr;          // nullptr: Preferences::standard()
+    int metadataIntervalMs = 5000;               // injectable for tests
+    std::function<bool()> applicationIsActive;   // empty: QGuiApplication state / always true without a GUI
+};
+
+// One pane's state: the folder shown, its listing, filter, order, cursor, tags,
+// tabs and favourites. Listing runs on a worker thread against a copy of the
+// request; results return through a queued call and are applied only if their
+// generation is still current. Everything here lives on the interface thread.
+class PaneModel : public QObject {
+    Q_OBJECT
+public:
+    PaneModel(std::filesystem::path start, QString persistenceKey, PaneModelOptions options = {}, QObject *parent = nullptr);
+    ~PaneModel() override;
+
+    // published state (each has a <name>Changed signal, emitted only on real change)
+    const std::filesystem::path &directory() const;
+    const std::vector<FileEntry> &entries() const;
+    const std::set<std::filesystem::path> &selection() const;
+    bool isTagged(const std::filesystem::path &url) const;
+    const std::optional<std::filesystem::path> &cursor() const;
+    const QString &path() const;                 // text of the path field
+    const QString &filter() const;
+    const std::optional<QString> &error() const;
+    bool showHidden() const;
+    FileSort sort() const;
+    bool ascending() const;
+    const std::vector<std::filesystem::path> &tabs() const;
+    int tabIndex() const;
+    const std::vector<std::filesystem::path> &favourites() const;
+    bool loading() const;
+    const QString &persistenceKey() const;
+
+    void setSelection(std::set<std::filesystem::path> selection);
+    void setCursor(std::optional<std::filesystem::path> cursor);
+    void setPath(const QString &text);
+    void setFilter(const QString &text);
+    void setShowHidden(bool show);               // persists and re-lists
+    void setSort(FileSort sort);                 // persists
+    void setAscending(bool ascending);           // persists
+
+    // entries filtered and ordered; recomputed when entries/filter/sort/ascending change
+    const std::vector<FileEntry> &visible() const;
+    std::optional<int> visibleIndexOf(const std::filesystem::path &url) const;  // O(1) or O(log n)
+    std::vector<std::filesystem::path> selected() const;
+
+    void refresh();
+    void navigate(const std::filesystem::path &folder);
+    void moveCursor(int step, bool extendingSelection = false);
+    void toggleTagAndAdvance();
+    void newTab();
+    void selectTab(int index);
+    void closeTab();
+    void toggleFavourite();
+
+Q_SIGNALS:
+    void directoryChanged();
+    void entriesChanged();
+    void visibleChanged();       // after visible() was recomputed (entries, filter, sort or ascending changed)
+    void selectionChanged();
+    void cursorChanged();
+    void pathChanged();
+    void filterChanged();
+    void errorChanged();
+    void showHiddenChanged();
+    void sortChanged();
+    void ascendingChanged();
+    void tabsChanged();
+    void tabIndexChanged();
+    void favouritesChanged();
+    void loadingChanged();
+    void listingApplied();       // every applied listing result, changed or not (tests wait on it)
+};
+} // namespace quillorn
