@@ -1,0 +1,27 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace quillorn {
+
+// One piece of metadata that could not be carried over. step is "copyfile" for the
+// owner, extended attributes and ACLs taken together, "permissions" for the mode
+// and "modificationDate" for the times.
+struct MetadataProblem {
+    std::string step;
+    std::error_code error;
+};
+
+// Gives target the owner, extended attributes (ACLs included), mode and access and
+// modification times that source had when it was examined (before, an lstat of
+// source). Links are never followed. Each step is tried even when an earlier one
+// failed; the failures come back in order. Never throws.
+std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
+                                          const std::filesystem::path &target, const struct stat &before);
+
+} // namespace quillorn
