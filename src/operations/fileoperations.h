@@ -1,0 +1,117 @@
+#pragma once
+
+#include "operations/conflictpolicy.h"
+#include "operations/operationcontrol.h"
+
+#include <cstddef>
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include <sys/stat.h>
+
+namespace quillorn {
+
+// The synchronous transfer engine: copies or moves a selection into a folder,
+// never writing an item under its final name before it is complete. Every item
+// is written into a hidden ".quillorn-<UUID>" staging item beside its target,
+// flushed, verified and then published by one rename; a move within one volume
+// is a single rename. Replaced items and copied move sources leave through
+// discard(), which prefers the Trash.
+//
+// A FileOperations is a plain value: it keeps no state between calls and may be
+// copied freely. Its services can be replaced at construction, which is how
+// callers and tests substitute the Trash, permanent removal, the locality test
+// and single file-system calls. All operations run on the caller's thread and
+// report progress and honour cancellation through an OperationControl.
+class FileOperations {
+public:
+    using Path = std::filesystem::path;
+    // Moves an item to the user's Trash; throws when the volume has none or the move fails.
+    using TrashService = std::function<void(const Path &item)>;
+    // Removes an item and all it contains for good; throws on failure.
+    using RemoveService = std::function<void(const Path &item)>;
+    // Whether the item's volume is local; true when unknown; throws when it cannot be read.
+    using VolumeIsLocalService = std::function<bool(const Path &item)>;
+
+    // The few file-system calls at which a transfer commits or moves data. The
+    // defaults are the plain system calls; each throws PosixError on failure.
+    struct FileManager {
+        // rename(2): publishing a staging item, or a move within one volume.
+        std::function<void(const Path &from, const Path &to)> rename;
+        // fsync(2) of an open file or folder.
+        std::function<void(int descriptor, const Path &item)> flush;
+        // syncfs(2) of the volume holding an open folder: the files of a copied
+        // folder are flushed together, before the folder is published.
+        std::function<void(int descriptor, const Path &item)> flushVolume;
+        // Copies at most `limit` bytes from `input` (the source) to `output` at their
+        // current offsets; returns the count, 0 at the end of the source.
+        std::function<std::size_t(int input, int output, std::size_t limit, const Path &source)> copyChunk;
+
+        static FileManager posix();
+    };
+
+    // path -> "type|size|modification date|file number" for every item of a tree.
+    using Fingerprint = std::map<Path, std::string>;
+
+    static constexpr std::size_t chunkSize = 1'048'576;
+
+    explicit FileOperations(TrashService trash = defaultTrash(), RemoveService remove = defaultRemove(),
+                            VolumeIsLocalService volumeIsLocal = defaultVolumeIsLocal(),
+                            FileManager manager = FileManager::posix());
+
+    static TrashService defaultTrash();
+    static RemoveService defaultRemove();
+    static VolumeIsLocalService defaultVolumeIsLocal();
+
+    // True when the item's own attributes can be read (a dangling link exists).
+    static bool exists(const Path &url);
+    // folder/name, refused when the name is not one valid name or is taken.
+    static Path child(const std::string &name, const Path &folder);
+    // folder/name, or the first free "base (n).ext" beside it.
+    static Path availableName(const std::string &name, const Path &folder);
+    // Refuses a destination that is the source folder or lies inside it, links resolved.
+    static void validate(const Path &source, const Path &destination);
+
+    // Copies or moves sources into destination and returns the published items
+    // in processing order. Throws CommanderError, CancellationError or PosixError.
+    std::vector<Path> transfer(const std::vector<Path> &sources, const Path &destination, bool move,
+                               ConflictPolicy policy, OperationControl &control,
+                               bool permanentlyRemoveRemoteItems) const;
+    std::vector<Path> transfer(const std::vector<Path> &sources, const Path &destination, bool move,
+                               ConflictPolicy policy, bool permanentlyRemoveRemoteItems) const;
+
+    // Sends the item to the Trash; only on a volume that is not local, and only
+    // with permission, removes it for good when the Trash fails.
+    void discard(const Path &url, bool permanentlyIfRemoteTrashUnavailable) const;
+
+    // Bytes an item holds (a folder: the sum of its contents; a link: its own size).
+    static std::int64_t byteCount(const Path &url, OperationControl &control);
+    // Copies one file, folder tree or symbolic link to target, which must not exist.
+    void copy(const Path &source, const Path &target, OperationControl &control) const;
+    static Fingerprint fingerprint(const Path &url, OperationControl &control);
+    // Carries permissions, owner, times, extended attributes and ACLs; logs what it cannot.
+    static void copyMetadata(const Path &source, const Path &target, const struct stat &attributes);
+
+private:
+    // inFolder: the file is flushed later with its whole folder, not on its own.
+    void copyItem(const Path &source, const Path &target, OperationControl &control, bool inFolder) const;
+    void copyFile(const Path &source, const Path &target, const struct stat &before, OperationControl &control,
+                  bool inFolder) const;
+    void copyFolder(const Path &source, const Path &target, const struct stat &before,
+                    OperationControl &control, bool inFolder) const;
+    Path transferItem(const Path &item, const Path &destination, bool move, ConflictPolicy policy,
+                      OperationControl &control, bool permanentlyRemoveRemoteItems, bool &skipped) const;
+    Path copyAndPublish(const Path &item, Path target, bool move, ConflictPolicy policy,
+                        OperationControl &control, bool permanentlyRemoveRemoteItems) const;
+
+    TrashService m_trash;
+    RemoveService m_remove;
+    VolumeIsLocalService m_volumeIsLocal;
+    FileManager m_manager;
+};
+
+} // namespace quillorn
