@@ -1,0 +1,119 @@
+#include "platform/posix/volume.h"
+
+#include "platform/posix/detail/mounttable.h"
+#include "platform/posix/posixerror.h"
+
+#include <algorithm>
+#include <array>
+#include <set>
+#include <string_view>
+
+#include <sys/stat.h>
+#include <sys/vfs.h>
+
+namespace quillorn {
+namespace {
+
+// statfs f_type values of file systems whose data lives on another machine or in
+// a user-space process (linux/magic.h and the file systems' own headers).
+constexpr std::array<unsigned long, 17> kRemoteMagics = {
+    0x6969,     // NFS
+    0x517B,     // SMB (old smbfs)
+    0xFF534D42, // CIFS
+    0xFE534D42, // SMB2/SMB3
+    0x5346414F, // AFS (OpenAFS)
+    0x6B414653, // kAFS
+    0x73757245, // Coda
+    0x564C,     // NCP
+    0x01021997, // 9P (v9fs)
+    0x65735546, // FUSE: sshfs, gvfs, rclone, virtiofs, ...
+    0x00C36400, // Ceph
+    0x0BD00BD0, // Lustre
+    0x47504653, // GPFS
+    0x20030528, // OrangeFS
+    0x786F4256, // VirtualBox shared folders
+    0x19830326, // FhGFS / BeeGFS
+    0x013111A8, // IBRIX
+};
+
+// Kernel plumbing a user never browses to.
+const std::set<std::string_view> kPseudoTypes = {
+    "proc",     "sysfs",      "cgroup",          "cgroup2",     "devtmpfs",    "devpts",
+    "mqueue",   "debugfs",    "tracefs",         "securityfs",  "pstore",      "bpf",
+    "autofs",   "hugetlbfs",  "configfs",        "fusectl",     "binfmt_misc", "efivarfs",
+    "nsfs",     "rpc_pipefs", "selinuxfs",       "tmpfs",       "ramfs",       "overlay",
+    "squashfs", "nfsd",       "fuse.gvfsd-fuse", "fuse.portal", "fuse.lxcfs",
+};
+
+// Where removable disks and hand-made mounts appear; any real file system there is listed.
+constexpr std::array<std::string_view, 3> kUserPlaces = {"/media", "/run/media", "/mnt"};
+
+// System folders whose mounts are part of the installation, not places to visit.
+constexpr std::array<std::string_view, 9> kSystemPlaces = {"/proc", "/sys", "/dev", "/run", "/boot",
+                                                           "/snap", "/var", "/usr", "/etc"};
+
+bool isBelow(const std::filesystem::path &path, std::string_view folder)
+{
+    const std::string &text = path.native();
+    return text.size() > folder.size() && text.compare(0, folder.size(), folder) == 0 &&
+           text[folder.size()] == '/';
+}
+
+bool isNetworkType(const std::string &type)
+{
+    static const std::set<std::string_view> network = {"nfs",  "nfs4",  "cifs", "smb3", "smbfs",    "afs",
+                                                       "coda", "ncpfs", "9p",   "ceph", "glusterfs"};
+    return network.count(type) > 0 || type.rfind("fuse.", 0) == 0 || type == "fuse" || type == "fuseblk";
+}
+
+bool userVisible(const detail::MountEntry &mount)
+{
+    if (mount.mountPoint == "/")
+        return true;
+    if (kPseudoTypes.count(mount.fsType) > 0)
+        return false;
+    const auto below = [&](std::string_view folder) { return isBelow(mount.mountPoint, folder); };
+    if (std::any_of(kUserPlaces.begin(), kUserPlaces.end(), below))
+        return true;
+    if (std::any_of(kSystemPlaces.begin(), kSystemPlaces.end(), below))
+        return false;
+    return mount.source.rfind("/dev/", 0) == 0 || isNetworkType(mount.fsType);
+}
+
+} // namespace
+
+std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item)
+{
+    struct stat info {};
+    if (::lstat(item.c_str(), &info) != 0)
+        return std::nullopt;
+    return static_cast<std::uint64_t>(info.st_dev);
+}
+
+bool volumeIsLocal(const std::filesystem::path &item)
+{
+    // statfs follows links; a link (dangling ones included) lives where its folder does.
+    struct stat own {};
+    const bool link = ::lstat(item.c_str(), &own) == 0 && S_ISLNK(own.st_mode);
+    const std::filesystem::path examined = !link ? item : item.has_parent_path() ? item.parent_path() : ".";
+    struct statfs info {};
+    if (::statfs(examined.c_str(), &info) != 0)
+        throwPosixError(item);
+    // f_type is signed on some architectures; compare the 32-bit pattern.
+    const auto type = static_cast<unsigned long>(static_cast<std::uint32_t>(info.f_type));
+    return std::find(kRemoteMagics.begin(), kRemoteMagics.end(), type) == kRemoteMagics.end();
+}
+
+std::vector<std::filesystem::path> mountedVolumes()
+{
+    std::set<std::filesystem::path> points;
+    for (const detail::MountEntry &mount : detail::readMountTable()) {
+        if (userVisible(mount))
+            points.insert(mount.mountPoint);
+    }
+    if (points.empty())
+        points.insert("/");
+    return {points.begin(), points.end()};
+}
+
+} // namespace quillorn
