@@ -1,0 +1,76 @@
+#include "platform/posix/detail/trashinfo.h"
+
+#include <cerrno>
+#include <climits>
+#include <unistd.h>
+
+namespace quillorn::detail {
+
+std::string percentEncode(std::string_view path)
+{
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string out;
+    out.reserve(path.size());
+    for (const char c : path) {
+        const auto byte = static_cast<unsigned char>(c);
+        const bool plain = (byte >= 'A' && byte <= 'Z') || (byte >= 'a' && byte <= 'z') ||
+                           (byte >= '0' && byte <= '9') || byte == '-' || byte == '.' || byte == '_' ||
+                           byte == '~' || byte == '/';
+        if (plain) {
+            out.push_back(c);
+        } else {
+            out.push_back('%');
+            out.push_back(kHex[byte >> 4]);
+            out.push_back(kHex[byte & 0x0F]);
+        }
+    }
+    return out;
+}
+
+std::string trashInfoContents(std::string_view path, std::string_view deletionDate)
+{
+    std::string text = "[Trash Info]\nPath=";
+    text += percentEncode(path);
+    text += "\nDeletionDate=";
+    text += deletionDate;
+    text += '\n';
+    return text;
+}
+
+std::string deletionDate(std::time_t when)
+{
+    std::tm local{};
+    ::localtime_r(&when, &local);
+    char text[32];
+    const std::size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
+    return std::string(text, length);
+}
+
+std::string trashEntryName(const std::string &name, unsigned attempt)
+{
+    const std::string suffix = attempt <= 1 ? std::string() : "." + std::to_string(attempt);
+    const std::size_t limit = NAME_MAX - std::string_view(".trashinfo").size() - suffix.size();
+    std::size_t keep = name.size();
+    if (keep > limit) {
+        keep = limit;
+        // Do not cut a multi-byte character in two: back up over continuation bytes.
+        while (keep > 0 && (static_cast<unsigned char>(name[keep]) & 0xC0) == 0x80)
+            --keep;
+    }
+    return name.substr(0, keep) + suffix;
+}
+
+bool writeAll(int fd, std::string_view data)
+{
+    while (!data.empty()) {
+        const ssize_t written = ::write(fd, data.data(), data.size());
+        if (written < 0 && errno == EINTR)
+            continue;
+        if (written < 0)
+            return false;
+        data.remove_prefix(static_cast<std::size_t>(written));
+    }
+    return true;
+}
+
+} // namespace quillorn::detail

@@ -1,0 +1,167 @@
+#include "platform/posix/metadata.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <fcntl.h>
+#include <optional>
+#include <string_view>
+#include <sys/xattr.h>
+#include <unistd.h>
+
+namespace quillorn {
+namespace {
+
+std::error_code lastError()
+{
+    return {errno, std::generic_category()};
+}
+
+// The first failure of a multi-part step is the one reported; later parts are
+// still attempted so the copy carries as much as it can.
+void note(std::optional<std::error_code> &first, std::error_code error)
+{
+    if (!first)
+        first = error;
+}
+
+// Without CAP_CHOWN a user cannot give a file away (EPERM), which is ordinary
+// when copying someone else's files; it is still reported because the copy then
+// differs from its source. Nothing is called when owner and group already match,
+// so copying one's own files never produces that report.
+void copyOwner(const std::filesystem::path &target, const struct stat &before,
+               std::optional<std::error_code> &problem)
+{
+    struct stat now {};
+    if (::lstat(target.c_str(), &now) != 0)
+        return note(problem, lastError());
+    if (now.st_uid == before.st_uid && now.st_gid == before.st_gid)
+        return;
+    if (::fchownat(AT_FDCWD, target.c_str(), before.st_uid, before.st_gid, AT_SYMLINK_NOFOLLOW) == 0)
+        return;
+    const std::error_code failed = lastError();
+    // The group alone may still be ours to give (a group the user belongs to).
+    if (now.st_gid != before.st_gid)
+        ::fchownat(AT_FDCWD, target.c_str(), static_cast<uid_t>(-1), before.st_gid, AT_SYMLINK_NOFOLLOW);
+    note(problem, failed);
+}
+
+// Lists the names of path's extended attributes, retrying when the list grows
+// between the size query and the read.
+std::optional<std::vector<std::string>> attributeNames(const std::filesystem::path &path,
+                                                       std::error_code &error)
+{
+    for (;;) {
+        const ssize_t size = ::llistxattr(path.c_str(), nullptr, 0);
+        if (size < 0) {
+            error = lastError();
+            return std::nullopt;
+        }
+        std::string buffer(static_cast<std::size_t>(size), '\0');
+        const ssize_t read = size == 0 ? 0 : ::llistxattr(path.c_str(), buffer.data(), buffer.size());
+        if (read < 0 && errno == ERANGE)
+            continue;
+        if (read < 0) {
+            error = lastError();
+            return std::nullopt;
+        }
+        std::vector<std::string> names;
+        for (std::size_t start = 0; start < static_cast<std::size_t>(read);) {
+            const std::size_t end = buffer.find('\0', start);
+            names.emplace_back(buffer, start, end - start);
+            start = end + 1;
+        }
+        return names;
+    }
+}
+
+std::optional<std::string> attributeValue(const std::filesystem::path &path, const std::string &name,
+                                          std::error_code &error)
+{
+    for (;;) {
+        const ssize_t size = ::lgetxattr(path.c_str(), name.c_str(), nullptr, 0);
+        if (size < 0) {
+            error = lastError();
+            return std::nullopt;
+        }
+        std::string value(static_cast<std::size_t>(size), '\0');
+        const ssize_t read =
+            size == 0 ? 0 : ::lgetxattr(path.c_str(), name.c_str(), value.data(), value.size());
+        if (read < 0 && errno == ERANGE)
+            continue;
+        if (read < 0) {
+            error = lastError();
+            return std::nullopt;
+        }
+        value.resize(static_cast<std::size_t>(read));
+        return value;
+    }
+}
+
+bool unsupported(int code)
+{
+    return code == ENOTSUP || code == EOPNOTSUPP;
+}
+
+// Extended attributes, POSIX ACLs among them (system.posix_acl_access and
+// system.posix_acl_default). A target that inherited a default ACL from its new
+// folder loses it when the source had none, so the copy's access matches the
+// source's instead of the folder's.
+void copyAttributes(const std::filesystem::path &source, const std::filesystem::path &target,
+                    std::optional<std::error_code> &problem)
+{
+    std::error_code error;
+    const auto names = attributeNames(source, error);
+    if (!names) {
+        // A source volume without extended attributes has nothing to carry.
+        if (!unsupported(error.value()))
+            note(problem, error);
+        return;
+    }
+    for (const std::string &name : *names) {
+        const auto value = attributeValue(source, name, error);
+        if (!value) {
+            if (error.value() != ENODATA) // removed since it was listed
+                note(problem, error);
+            continue;
+        }
+        if (::lsetxattr(target.c_str(), name.c_str(), value->data(), value->size(), 0) != 0)
+            note(problem, lastError());
+    }
+    for (const char *acl : {"system.posix_acl_access", "system.posix_acl_default"}) {
+        if (std::find(names->begin(), names->end(), acl) != names->end())
+            continue;
+        if (::lremovexattr(target.c_str(), acl) != 0 && errno != ENODATA && !unsupported(errno))
+            note(problem, lastError());
+    }
+}
+
+} // namespace
+
+std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
+                                          const std::filesystem::path &target, const struct stat &before)
+{
+    std::vector<MetadataProblem> problems;
+
+    // Owner first: chown clears the set-user-ID and set-group-ID bits, which the
+    // mode step then restores.
+    std::optional<std::error_code> copyfile;
+    copyOwner(target, before, copyfile);
+    copyAttributes(source, target, copyfile);
+    if (copyfile)
+        problems.push_back({"copyfile", *copyfile});
+
+    // Linux has no mode for a symbolic link itself (fchmodat refuses
+    // AT_SYMLINK_NOFOLLOW), and a link's mode is never consulted.
+    if (!S_ISLNK(before.st_mode) && ::fchmodat(AT_FDCWD, target.c_str(), before.st_mode & 07777, 0) != 0)
+        problems.push_back({"permissions", lastError()});
+
+    // Times last, since every step above may touch the change or access time.
+    const std::array<struct timespec, 2> times = {before.st_atim, before.st_mtim};
+    if (::utimensat(AT_FDCWD, target.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
+        problems.push_back({"modificationDate", lastError()});
+
+    return problems;
+}
+
+} // namespace quillorn

@@ -1,0 +1,258 @@
+#include "platform/posix/trash.h"
+
+#include "platform/posix/detail/mounttable.h"
+#include "platform/posix/detail/trashinfo.h"
+#include "platform/posix/posixerror.h"
+#include "platform/posix/volume.h"
+
+#include <cerrno>
+#include <cstdlib>
+#include <fcntl.h>
+#include <optional>
+#include <string>
+#include <sys/stat.h>
+#include <unistd.h>
+#include <utility>
+
+namespace quillorn {
+namespace {
+
+class Descriptor {
+public:
+    Descriptor() = default;
+    explicit Descriptor(int fd) : m_fd(fd) {}
+    Descriptor(Descriptor &&other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
+    Descriptor &operator=(Descriptor &&other) noexcept
+    {
+        std::swap(m_fd, other.m_fd);
+        return *this;
+    }
+    Descriptor(const Descriptor &) = delete;
+    Descriptor &operator=(const Descriptor &) = delete;
+    ~Descriptor()
+    {
+        if (m_fd >= 0)
+            ::close(m_fd);
+    }
+    int get() const { return m_fd; }
+    explicit operator bool() const { return m_fd >= 0; }
+
+private:
+    int m_fd = -1;
+};
+
+// A trash folder ready to receive items: its files/ and info/ folders are open,
+// so nothing below is ever looked up by path again.
+struct TrashFolder {
+    std::filesystem::path path;
+    // The folder relative to which Path= is written; empty for the home trash,
+    // whose entries always carry absolute paths.
+    std::filesystem::path topdir;
+    Descriptor files;
+    Descriptor info;
+};
+
+constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+// Opens parent/name as a folder, never through a symbolic link, creating it with
+// mode when it is missing and create is true. Invalid on failure, errno set.
+Descriptor openFolder(int parent, const std::string &name, bool create, mode_t mode)
+{
+    Descriptor folder(::openat(parent, name.c_str(), kFolderFlags | O_NOFOLLOW));
+    if (folder || errno != ENOENT || !create)
+        return folder;
+    if (::mkdirat(parent, name.c_str(), mode) != 0 && errno != EEXIST)
+        return Descriptor();
+    return Descriptor(::openat(parent, name.c_str(), kFolderFlags | O_NOFOLLOW));
+}
+
+bool ownedFolder(const Descriptor &folder)
+{
+    struct stat info {};
+    return folder && ::fstat(folder.get(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == ::geteuid();
+}
+
+std::optional<TrashFolder> completeTrash(Descriptor folder, std::filesystem::path path,
+                                         std::filesystem::path topdir)
+{
+    TrashFolder trash{std::move(path), std::move(topdir), {}, {}};
+    trash.files = openFolder(folder.get(), "files", true, 0700);
+    trash.info = openFolder(folder.get(), "info", true, 0700);
+    if (!trash.files || !trash.info)
+        return std::nullopt;
+    return trash;
+}
+
+std::filesystem::path homeTrashPath()
+{
+    const char *data = std::getenv("XDG_DATA_HOME");
+    if (data && data[0] == '/')
+        return std::filesystem::path(data) / "Trash";
+    const char *home = std::getenv("HOME");
+    return std::filesystem::path(home && home[0] ? home : "/") / ".local/share/Trash";
+}
+
+// The device the home trash is (or would be created) on.
+std::optional<dev_t> homeTrashDevice(std::filesystem::path path)
+{
+    struct stat info {};
+    while (::stat(path.c_str(), &info) != 0) {
+        if (errno != ENOENT || !path.has_relative_path())
+            return std::nullopt;
+        path = path.parent_path();
+    }
+    return info.st_dev;
+}
+
+std::optional<TrashFolder> openHomeTrash()
+{
+    const std::filesystem::path path = homeTrashPath();
+    std::error_code ignored; // an unusable home trash shows as the open below failing
+    std::filesystem::create_directories(path.parent_path(), ignored);
+    if (::mkdir(path.c_str(), 0700) != 0 && errno != EEXIST)
+        return std::nullopt;
+    // The home trash may be reached through a link the user made (~/.local/share
+    // on another disk); only the per-volume trash folders must not be links.
+    Descriptor folder(::open(path.c_str(), kFolderFlags));
+    if (!folder)
+        return std::nullopt;
+    return completeTrash(std::move(folder), path, {});
+}
+
+// $topdir/.Trash/$uid when the administrator prepared a sticky, real .Trash
+// folder; else $topdir/.Trash-$uid. Folders are created only on local volumes:
+// users do not want trash folders appearing on shares.
+std::optional<TrashFolder> openTopdirTrash(const std::filesystem::path &topdir, bool local)
+{
+    Descriptor top(::open(topdir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!top)
+        return std::nullopt;
+    const std::string uid = std::to_string(::geteuid());
+    Descriptor shared = openFolder(top.get(), ".Trash", false, 0);
+    struct stat sharedInfo {};
+    if (shared && ::fstat(shared.get(), &sharedInfo) == 0 && (sharedInfo.st_mode & S_ISVTX)) {
+        Descriptor mine = openFolder(shared.get(), uid, local, 0700);
+        if (ownedFolder(mine)) {
+            if (auto trash = completeTrash(std::move(mine), topdir / ".Trash" / uid, topdir))
+                return trash;
+        }
+    }
+    const std::string ownName = ".Trash-" + uid;
+    Descriptor own = openFolder(top.get(), ownName, local, 0700);
+    if (!ownedFolder(own))
+        return std::nullopt;
+    return completeTrash(std::move(own), topdir / ownName, topdir);
+}
+
+// The mount point holding folder (which has no links in it), from the mount
+// table, else by walking up until the device changes.
+std::filesystem::path topdirOf(const std::filesystem::path &folder, dev_t device)
+{
+    struct stat info {};
+    if (auto point = detail::mountPointOf(folder, detail::readMountTable())) {
+        if (::stat(point->c_str(), &info) == 0 && info.st_dev == device)
+            return *point;
+    }
+    std::filesystem::path top = folder;
+    while (top.has_relative_path()) {
+        const std::filesystem::path up = top.parent_path();
+        if (::stat(up.c_str(), &info) != 0 || info.st_dev != device)
+            break;
+        top = up;
+    }
+    return top;
+}
+
+// Writes the .trashinfo under a free name (created exclusively, so two programs
+// trashing at once never share an entry), then renames the item next to it.
+// Returns the item's path in files/.
+std::filesystem::path moveIntoTrash(TrashFolder &trash, int parent, const std::string &name,
+                                    const std::filesystem::path &original)
+{
+    const std::filesystem::path recorded =
+        trash.topdir.empty() ? original : original.lexically_relative(trash.topdir);
+    const std::string contents = detail::trashInfoContents(recorded.native(), detail::deletionDate());
+    for (unsigned attempt = 1;; ++attempt) {
+        const std::string entry = detail::trashEntryName(name, attempt);
+        const std::string infoName = entry + ".trashinfo";
+        Descriptor info(::openat(trash.info.get(), infoName.c_str(),
+                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!info && errno == EEXIST)
+            continue;
+        if (!info && errno == EROFS)
+            throw NoTrashError();
+        if (!info)
+            throwPosixError(trash.path / "info" / infoName);
+        const auto dropInfo = [&] { ::unlinkat(trash.info.get(), infoName.c_str(), 0); };
+        // Flushed before the move, so a crash never leaves an item in the trash
+        // that the desktop cannot put back.
+        if (!detail::writeAll(info.get(), contents) || ::fsync(info.get()) != 0) {
+            const int error = errno;
+            dropInfo();
+            throwPosixError(trash.path / "info" / infoName, error);
+        }
+        info = Descriptor();
+        int moved = ::renameat2(parent, name.c_str(), trash.files.get(), entry.c_str(), RENAME_NOREPLACE);
+        if (moved != 0 && errno == EINVAL) {
+            // File systems without RENAME_NOREPLACE (some FUSE ones): look first.
+            struct stat existing {};
+            if (::fstatat(trash.files.get(), entry.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0)
+                errno = EEXIST;
+            else
+                moved = ::renameat(parent, name.c_str(), trash.files.get(), entry.c_str());
+        }
+        if (moved == 0)
+            return trash.path / "files" / entry;
+        const int error = errno;
+        dropInfo();
+        if (error != EEXIST) // an orphan in files/ without its info: take the next name
+            throwPosixError(original, error);
+    }
+}
+
+} // namespace
+
+std::filesystem::path trashItem(const std::filesystem::path &item)
+{
+    const std::filesystem::path absolute = std::filesystem::absolute(item).lexically_normal();
+    const std::string name = absolute.filename().native();
+    if (name.empty() || name == "." || name == "..")
+        throwPosixError(item, EINVAL);
+
+    // Resolve links in the folder (not in the item itself: a link is trashed as a
+    // link) so the mount point and the recorded path are the real ones.
+    char *resolved = ::realpath(absolute.parent_path().c_str(), nullptr);
+    if (!resolved)
+        throwPosixError(absolute.parent_path());
+    const std::filesystem::path folder(resolved);
+    std::free(resolved);
+    Descriptor parent(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    struct stat info {};
+    if (!parent || ::fstatat(parent.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
+        throwPosixError(item);
+    const std::filesystem::path original = folder / name;
+
+    if (homeTrashDevice(homeTrashPath()) == info.st_dev) {
+        std::optional<TrashFolder> home = openHomeTrash();
+        if (!home)
+            throw NoTrashError();
+        try {
+            return moveIntoTrash(*home, parent.get(), name, original);
+        } catch (const PosixError &error) {
+            // Same device but another mount of it (a bind mount): rename cannot
+            // cross, so the item goes to its own mount's trash instead.
+            if (error.code().value() != EXDEV)
+                throw;
+        }
+    }
+    struct stat folderInfo {};
+    if (::fstat(parent.get(), &folderInfo) != 0)
+        throwPosixError(folder);
+    const std::filesystem::path topdir = topdirOf(folder, folderInfo.st_dev);
+    std::optional<TrashFolder> trash = openTopdirTrash(topdir, volumeIsLocal(topdir));
+    if (!trash)
+        throw NoTrashError();
+    return moveIntoTrash(*trash, parent.get(), name, original);
+}
+
+} // namespace quillorn
