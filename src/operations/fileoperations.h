@@ -8,6 +8,7 @@
 #include <filesystem>
 #include <functional>
 #include <map>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -47,9 +48,11 @@ public:
         // syncfs(2) of the volume holding an open folder: the files of a copied
         // folder are flushed together, before the folder is published.
         std::function<void(int descriptor, const Path &item)> flushVolume;
-        // Copies at most `limit` bytes from `input` (the source) to `output` at their
-        // current offsets; returns the count, 0 at the end of the source.
-        std::function<std::size_t(int input, int output, std::size_t limit, const Path &source)> copyChunk;
+        // Copies at most `limit` bytes from `input` (source) to `output` (target) at
+        // their current offsets; returns the count, 0 at the end of the source.
+        std::function<std::size_t(int input, int output, std::size_t limit, const Path &source,
+                                  const Path &target)>
+            copyChunk;
 
         static FileManager posix();
     };
@@ -97,16 +100,24 @@ public:
     static void copyMetadata(const Path &source, const Path &target, const struct stat &attributes);
 
 private:
+    // Standardised, duplicate-free, sorted sources, or the first validation failure.
+    static std::vector<Path> plan(const std::vector<Path> &sources, const Path &destination,
+                                  ConflictPolicy policy);
+    // The published target, or nothing when the item was skipped.
+    std::optional<Path> transferItem(const Path &item, const Path &destination, bool move, ConflictPolicy policy,
+                                     OperationControl &control, bool permanentlyRemoveRemoteItems) const;
+    // False when the volume refused the rename (EXDEV) and the item must be copied instead.
+    bool renameOnVolume(const Path &item, const Path &target, OperationControl &control) const;
+    Path copyAndPublish(const Path &item, const Path &target, bool move, ConflictPolicy policy,
+                        OperationControl &control, bool permanentlyRemoveRemoteItems) const;
+    void publish(const Path &staging, const Path &target) const;
+
     // inFolder: the file is flushed later with its whole folder, not on its own.
     void copyItem(const Path &source, const Path &target, OperationControl &control, bool inFolder) const;
     void copyFile(const Path &source, const Path &target, const struct stat &before, OperationControl &control,
                   bool inFolder) const;
     void copyFolder(const Path &source, const Path &target, const struct stat &before,
                     OperationControl &control, bool inFolder) const;
-    Path transferItem(const Path &item, const Path &destination, bool move, ConflictPolicy policy,
-                      OperationControl &control, bool permanentlyRemoveRemoteItems, bool &skipped) const;
-    Path copyAndPublish(const Path &item, Path target, bool move, ConflictPolicy policy,
-                        OperationControl &control, bool permanentlyRemoveRemoteItems) const;
 
     TrashService m_trash;
     RemoveService m_remove;
