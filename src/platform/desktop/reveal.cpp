@@ -1,0 +1,59 @@
+#include "platform/desktop/reveal.h"
+
+#include <QDBusConnection>
+#include <QDBusMessage>
+#include <QDBusPendingCallWatcher>
+#include <QDBusPendingReply>
+#include <QDesktopServices>
+
+namespace quillorn {
+
+namespace {
+
+RevealRoute openContainingFolder(const std::filesystem::path &item)
+{
+    std::filesystem::path folder = item.parent_path();
+    if (folder.empty())
+        folder = "/";
+    return QDesktopServices::openUrl(fileUrl(folder)) ? RevealRoute::containingFolder : RevealRoute::failed;
+}
+
+} // namespace
+
+QUrl fileUrl(const std::filesystem::path &path)
+{
+    const std::string &bytes = path.native();
+    const QByteArray encoded =
+        QByteArray::fromRawData(bytes.data(), qsizetype(bytes.size())).toPercentEncoding("/");
+    return QUrl::fromEncoded(QByteArrayLiteral("file://") + encoded, QUrl::StrictMode);
+}
+
+void revealItem(const std::filesystem::path &item, std::function<void(RevealRoute)> done)
+{
+    auto finish = [item, done = std::move(done)](bool shownByFileManager) {
+        const RevealRoute route = shownByFileManager ? RevealRoute::fileManager : openContainingFolder(item);
+        if (done)
+            done(route);
+    };
+
+    QDBusConnection bus = QDBusConnection::sessionBus();
+    if (!bus.isConnected()) {
+        finish(false);
+        return;
+    }
+    QDBusMessage call =
+        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.FileManager1"),
+                                       QStringLiteral("/org/freedesktop/FileManager1"),
+                                       QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+    call << QStringList{QString::fromLatin1(fileUrl(item).toEncoded())} << QString();
+    // Without a file manager on the bus, activation fails quickly with
+    // ServiceUnknown; a hung one is given a few seconds before the folder opens.
+    auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 5000));
+    QObject::connect(watcher, &QDBusPendingCallWatcher::finished, watcher,
+                     [watcher, finish = std::move(finish)]() {
+                         watcher->deleteLater();
+                         finish(!watcher->isError());
+                     });
+}
+
+} // namespace quillorn

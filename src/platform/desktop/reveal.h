@@ -1,0 +1,23 @@
+#pragma once
+
+#include <QUrl>
+#include <filesystem>
+#include <functional>
+
+namespace quillorn {
+
+// How an item was shown to the user by revealItem().
+enum class RevealRoute { fileManager, containingFolder, failed };
+
+// A file URL for a path of any bytes: names that are not valid UTF-8 are
+// percent-encoded byte by byte instead of being replaced.
+QUrl fileUrl(const std::filesystem::path &path);
+
+// Shows the item selected in the desktop's file browser through the
+// org.freedesktop.FileManager1 D-Bus service; when no such service answers,
+// opens the folder that holds the item instead. The D-Bus call is asynchronous,
+// so the interface thread never waits for the file browser; `done` (optional)
+// learns the route taken, on the interface thread.
+void revealItem(const std::filesystem::path &item, std::function<void(RevealRoute)> done = {});
+
+} // namespace quillorn

@@ -1,0 +1,212 @@
+#include "tools/queueview.h"
+
+#include "operations/appdiagnostics.h"
+#include "platform/desktop/bytecount.h"
+#include "platform/desktop/reveal.h"
+#include "services/transferqueue.h"
+
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QProgressBar>
+#include <QPushButton>
+#include <QScrollArea>
+#include <QToolButton>
+#include <algorithm>
+
+namespace quillorn {
+
+namespace {
+
+// QProgressBar counts in int; byte counts of big transfers do not fit, so the
+// bar runs in steps of a thousandth.
+constexpr int progressSteps = 1000;
+
+QString percent(double value)
+{
+    return QString::asprintf("%.1f", value);
+}
+
+QLabel *secondaryLabel(const QString &text, QWidget *parent)
+{
+    auto *label = new QLabel(text, parent);
+    QPalette palette = label->palette();
+    QColor colour = palette.color(QPalette::WindowText);
+    colour.setAlphaF(0.65f);
+    palette.setColor(QPalette::WindowText, colour);
+    label->setPalette(palette);
+    return label;
+}
+
+} // namespace
+
+QueueView::QueueView(TransferQueue &queue, QWidget *parent)
+    : QWidget(parent), m_queue(queue),
+      m_revealLog([](const std::filesystem::path &file) { revealItem(file); })
+{
+    setObjectName(QStringLiteral("queueView"));
+    setAutoFillBackground(true);
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(10, 6, 10, 6);
+    layout->setSpacing(4);
+
+    auto *header = new QHBoxLayout;
+    m_toggle = new QToolButton(this);
+    m_toggle->setObjectName(QStringLiteral("operationsToggle"));
+    m_toggle->setText(QStringLiteral("Operations"));
+    m_toggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    m_toggle->setAutoRaise(true);
+    connect(m_toggle, &QToolButton::clicked, this, [this] { setExpanded(!m_expanded); });
+    auto *showLog = new QPushButton(QStringLiteral("Show Log"), this);
+    showLog->setObjectName(QStringLiteral("showLogButton"));
+    connect(showLog, &QPushButton::clicked, this,
+            [this] { m_revealLog(AppDiagnostics::shared().fileURL()); });
+    auto *clear = new QPushButton(QStringLiteral("Clear finished"), this);
+    clear->setObjectName(QStringLiteral("clearFinishedButton"));
+    connect(clear, &QPushButton::clicked, this, [this] { m_queue.clearFinished(); });
+    for (QPushButton *button : {showLog, clear}) {
+        button->setAutoDefault(false);
+        button->setFocusPolicy(Qt::NoFocus);
+    }
+    m_toggle->setFocusPolicy(Qt::NoFocus);
+    header->addWidget(m_toggle);
+    header->addStretch(1);
+    header->addWidget(showLog);
+    header->addWidget(clear);
+    layout->addLayout(header);
+
+    m_progressBlock = new QWidget(this);
+    auto *progress = new QVBoxLayout(m_progressBlock);
+    progress->setContentsMargins(0, 0, 0, 0);
+    progress->setSpacing(2);
+    m_progressBar = new QProgressBar(m_progressBlock);
+    m_progressBar->setRange(0, progressSteps);
+    m_progressBar->setTextVisible(false);
+    m_progressBar->setMaximumHeight(8);
+    m_progressLine = new QLabel(m_progressBlock);
+    m_progressLine->setObjectName(QStringLiteral("progressLine"));
+    m_detail = secondaryLabel(QString(), m_progressBlock);
+    m_detail->setObjectName(QStringLiteral("detailLine"));
+    progress->addWidget(m_progressBar);
+    progress->addWidget(m_progressLine);
+    progress->addWidget(m_detail);
+    layout->addWidget(m_progressBlock);
+
+    m_scroll = new QScrollArea(this);
+    m_scroll->setObjectName(QStringLiteral("queueRows"));
+    m_scroll->setWidgetResizable(true);
+    m_scroll->setFrameShape(QFrame::NoFrame);
+    m_scroll->setMaximumHeight(140);
+    m_scroll->setFocusPolicy(Qt::NoFocus);
+    auto *rows = new QWidget(m_scroll);
+    m_rows = new QVBoxLayout(rows);
+    m_rows->setContentsMargins(0, 0, 0, 0);
+    m_rows->setSpacing(2);
+    m_rows->addStretch(1);
+    m_scroll->setWidget(rows);
+    layout->addWidget(m_scroll);
+
+    for (auto signal : {&TransferQueue::runningChanged, &TransferQueue::bytesChanged,
+                        &TransferQueue::totalChanged, &TransferQueue::bytesPerSecondChanged,
+                        &TransferQueue::detailChanged})
+        connect(&m_queue, signal, this, &QueueView::updateProgress);
+    connect(&m_queue, &TransferQueue::itemsChanged, this, &QueueView::rebuildRows);
+
+    setExpanded(true);
+    rebuildRows();
+    updateProgress();
+}
+
+void QueueView::setExpanded(bool expanded)
+{
+    m_expanded = expanded;
+    m_toggle->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
+    m_scroll->setVisible(expanded);
+}
+
+void QueueView::setColours(const QColor &bar, const QColor &accent)
+{
+    m_accent = accent;
+    QPalette own = palette();
+    own.setColor(QPalette::Window, bar);
+    own.setColor(QPalette::Highlight, accent);
+    setPalette(own);
+}
+
+QString QueueView::progressLine(std::int64_t bytes, std::int64_t total, double bytesPerSecond)
+{
+    double transferred = 0;
+    double remaining = 100;
+    if (total >= 1) {
+        transferred = std::clamp(double(bytes) / double(total) * 100.0, 0.0, 100.0);
+        remaining = std::clamp(100.0 - transferred, 0.0, 100.0);
+    }
+    const QString separator = QStringLiteral("  \u2022  ");
+    return formattedByteCount(bytes) + QStringLiteral(" of ") + formattedByteCount(total) + separator +
+           percent(transferred) + QStringLiteral("% transferred") + separator + percent(remaining) +
+           QStringLiteral("% left") + separator + formattedByteCount(std::int64_t(bytesPerSecond)) +
+           QStringLiteral("/s");
+}
+
+void QueueView::updateProgress()
+{
+    const bool running = m_queue.running();
+    m_progressBlock->setVisible(running);
+    if (!running)
+        return;
+    const std::int64_t total = std::max<std::int64_t>(m_queue.total(), 1);
+    const double fraction = std::clamp(double(m_queue.bytes()) / double(total), 0.0, 1.0);
+    m_progressBar->setValue(int(fraction * progressSteps));
+    m_progressLine->setText(progressLine(m_queue.bytes(), m_queue.total(), m_queue.bytesPerSecond()));
+    m_detail->setText(m_queue.detail());
+    m_detail->setVisible(!m_queue.detail().isEmpty());
+}
+
+void QueueView::updateVisibility()
+{
+    setVisible(!m_queue.items().empty());
+}
+
+QWidget *QueueView::makeRow(const QueueItem &item)
+{
+    auto *row = new QWidget;
+    row->setObjectName(QStringLiteral("queueRow"));
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    auto *title = new QLabel(item.title, row);
+    title->setObjectName(QStringLiteral("rowTitle"));
+    QLabel *state = secondaryLabel(item.state, row);
+    state->setObjectName(QStringLiteral("rowState"));
+    state->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    if (item.state.startsWith(QStringLiteral("Failed"))) {
+        QPalette palette = state->palette();
+        palette.setColor(QPalette::WindowText, failureColour);
+        state->setPalette(palette);
+    }
+    layout->addWidget(title);
+    layout->addWidget(state, 1);
+    if (!item.isFinished()) {
+        auto *cancel = new QPushButton(QStringLiteral("Cancel"), row);
+        cancel->setObjectName(QStringLiteral("rowCancel"));
+        cancel->setFocusPolicy(Qt::NoFocus);
+        cancel->setAutoDefault(false);
+        connect(cancel, &QPushButton::clicked, this, [this, id = item.id] { m_queue.cancel(id); });
+        layout->addWidget(cancel);
+    }
+    return row;
+}
+
+void QueueView::rebuildRows()
+{
+    // The stretch at the end keeps the rows at the top.
+    while (m_rows->count() > 1) {
+        QLayoutItem *child = m_rows->takeAt(0);
+        delete child->widget();
+        delete child;
+    }
+    int position = 0;
+    for (const QueueItem &item : m_queue.items())
+        m_rows->insertWidget(position++, makeRow(item));
+    updateVisibility();
+}
+
+} // namespace quillorn
