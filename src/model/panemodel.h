@@ -1,9 +1,18 @@
 #pragma once
+#include "model/detail/folderlisting.h"
+#include "model/detail/urlindex.h"
 #include "model/fileentry.h"
 #include "model/filesort.h"
+#include "platform/core/collation.h"
+#include "services/directorywatcher.h"
+
 #include <QObject>
 #include <QString>
+#include <QTimer>
+#include <atomic>
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <functional>
 #include <optional>
 #include <set>
@@ -11,6 +20,7 @@
 
 namespace quillorn {
 class Preferences;   // src/platform/core/preferences.h: QSettings-backed store
+class ReceiverGuard;
 
 struct PaneModelOptions {
     Preferences *preferences = nullptr;          // nullptr: Preferences::standard()
@@ -85,5 +95,48 @@ Q_SIGNALS:
     void favouritesChanged();
     void loadingChanged();
     void listingApplied();       // every applied listing result, changed or not (tests wait on it)
+
+private:
+    void restore(const std::filesystem::path &start);
+    void persist();
+    QString key(const char *suffix) const;
+    void apply(long long generation, detail::ListingResult result);
+    void recomputeVisible();
+    void setLoading(bool loading);
+    void metadataTick();
+    bool applicationActive() const;
+    void sortFavourites();
+    void watchDirectory();
+
+    Preferences &m_preferences;
+    std::function<bool()> m_applicationIsActive;
+
+    std::filesystem::path m_directory;
+    std::vector<FileEntry> m_entries;
+    std::vector<std::uint32_t> m_nameRanks; // parallel to m_entries, from the listing
+    detail::UrlIndex m_entryIndex;
+    std::vector<FileEntry> m_visible;
+    detail::UrlIndex m_visibleIndex;
+    std::set<std::filesystem::path> m_selection;
+    std::optional<std::filesystem::path> m_cursor;
+    QString m_path;
+    QString m_filter;
+    std::optional<QString> m_error;
+    bool m_showHidden = false;
+    FileSort m_sort = FileSort::name;
+    bool m_ascending = true;
+    std::vector<std::filesystem::path> m_tabs;
+    int m_tabIndex = 0;
+    std::vector<std::filesystem::path> m_favourites;
+    bool m_loading = false;
+    bool m_restoring = true;
+    QString m_persistenceKey;
+
+    long long m_generation = 0;
+    std::shared_ptr<std::atomic<bool>> m_workerCancelled;
+    std::shared_ptr<ReceiverGuard> m_guard;
+    Collation m_collation;
+    QTimer m_metadataTimer;
+    DirectoryWatcher m_watcher;
 };
 } // namespace quillorn

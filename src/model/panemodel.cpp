@@ -1,0 +1,456 @@
+#include "model/panemodel.h"
+
+#include "model/detail/visiblelist.h"
+#include "platform/core/displaytext.h"
+#include "platform/core/preferences.h"
+#include "platform/core/receiverguard.h"
+
+#include <QCoreApplication>
+#include <QGuiApplication>
+#include <QPointer>
+#include <QThreadPool>
+#include <algorithm>
+
+namespace quillorn {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Dot components removed, links left alone; no trailing separator except for "/".
+fs::path standardized(const fs::path &url, const fs::path &base)
+{
+    fs::path normal = (url.is_absolute() ? url : base / url).lexically_normal();
+    std::string text = normal.native();
+    while (text.size() > 1 && text.back() == '/')
+        text.pop_back();
+    return fs::path(std::move(text));
+}
+
+template <typename T> bool assign(T &field, T value)
+{
+    if (field == value)
+        return false;
+    field = std::move(value);
+    return true;
+}
+
+QStringList pathTexts(const std::vector<fs::path> &paths)
+{
+    QStringList texts;
+    texts.reserve(static_cast<qsizetype>(paths.size()));
+    for (const fs::path &path : paths)
+        texts.append(displayText(path));
+    return texts;
+}
+
+// Stored paths that can name a folder: absolute ones. Anything else in the
+// store is damage, not a folder, and is left out.
+QStringList absolutePathTexts(const QStringList &texts)
+{
+    QStringList result;
+    for (const QString &text : texts)
+        if (text.startsWith(QLatin1Char('/')))
+            result.append(text);
+    return result;
+}
+
+} // namespace
+
+PaneModel::PaneModel(fs::path start, QString persistenceKey, PaneModelOptions options, QObject *parent)
+    : QObject(parent), m_preferences(options.preferences ? *options.preferences : Preferences::standard()),
+      m_applicationIsActive(std::move(options.applicationIsActive)), m_directory(std::move(start)),
+      m_persistenceKey(std::move(persistenceKey)), m_guard(ReceiverGuard::create(this))
+{
+    restore(m_directory);
+    m_restoring = false;
+    watchDirectory();
+    refresh();
+
+    m_metadataTimer.setInterval(options.metadataIntervalMs);
+    connect(&m_metadataTimer, &QTimer::timeout, this, &PaneModel::metadataTick);
+    m_metadataTimer.start();
+}
+
+PaneModel::~PaneModel()
+{
+    m_guard->release();
+    if (m_workerCancelled)
+        m_workerCancelled->store(true);
+}
+
+void PaneModel::restore(const fs::path &start)
+{
+    const QStringList storedTabs = absolutePathTexts(m_preferences.stringList(key(".tabs")));
+    if (storedTabs.isEmpty())
+        m_tabs = {start};
+    else
+        for (const QString &text : storedTabs)
+            m_tabs.push_back(pathFromText(text));
+
+    const auto lastDirectory = m_preferences.contains(key(".lastDirectory"))
+                                   ? std::optional<QString>(m_preferences.text(key(".lastDirectory")))
+                                   : std::nullopt;
+    const qsizetype remembered = lastDirectory ? storedTabs.indexOf(*lastDirectory) : -1;
+    if (remembered >= 0)
+        m_tabIndex = static_cast<int>(remembered);
+    else
+        m_tabIndex = std::min(std::max(m_preferences.integer(key(".tabIndex"), 0), 0),
+                              static_cast<int>(m_tabs.size()) - 1);
+    m_directory = m_tabs[static_cast<std::size_t>(m_tabIndex)];
+
+    m_showHidden = m_preferences.boolean(key(".hidden"), false);
+    m_sort = fileSortFromRawValue(m_preferences.text(key(".sort")).toStdString()).value_or(FileSort::name);
+    m_ascending = m_preferences.isBoolean(key(".ascending")) ? m_preferences.boolean(key(".ascending")) : true;
+    for (const QString &text : absolutePathTexts(m_preferences.stringList(key(".favourites"))))
+        m_favourites.push_back(pathFromText(text));
+    sortFavourites();
+    m_path = displayText(m_directory);
+}
+
+QString PaneModel::key(const char *suffix) const
+{
+    return m_persistenceKey + QLatin1String(suffix);
+}
+
+void PaneModel::persist()
+{
+    if (m_restoring || m_persistenceKey.isEmpty())
+        return;
+    m_preferences.setStringList(key(".tabs"), pathTexts(m_tabs));
+    m_preferences.setInteger(key(".tabIndex"), m_tabIndex);
+    m_preferences.setText(key(".lastDirectory"), displayText(m_directory));
+    m_preferences.setBoolean(key(".hidden"), m_showHidden);
+    m_preferences.setText(key(".sort"), QString::fromUtf8(rawValue(m_sort)));
+    m_preferences.setBoolean(key(".ascending"), m_ascending);
+    m_preferences.setStringList(key(".favourites"), pathTexts(m_favourites));
+    m_preferences.sync();
+}
+
+// ---- published state
+
+const fs::path &PaneModel::directory() const { return m_directory; }
+const std::vector<FileEntry> &PaneModel::entries() const { return m_entries; }
+const std::set<fs::path> &PaneModel::selection() const { return m_selection; }
+bool PaneModel::isTagged(const fs::path &url) const { return m_selection.count(url) > 0; }
+const std::optional<fs::path> &PaneModel::cursor() const { return m_cursor; }
+const QString &PaneModel::path() const { return m_path; }
+const QString &PaneModel::filter() const { return m_filter; }
+const std::optional<QString> &PaneModel::error() const { return m_error; }
+bool PaneModel::showHidden() const { return m_showHidden; }
+FileSort PaneModel::sort() const { return m_sort; }
+bool PaneModel::ascending() const { return m_ascending; }
+const std::vector<fs::path> &PaneModel::tabs() const { return m_tabs; }
+int PaneModel::tabIndex() const { return m_tabIndex; }
+const std::vector<fs::path> &PaneModel::favourites() const { return m_favourites; }
+bool PaneModel::loading() const { return m_loading; }
+const QString &PaneModel::persistenceKey() const { return m_persistenceKey; }
+const std::vector<FileEntry> &PaneModel::visible() const { return m_visible; }
+
+std::optional<int> PaneModel::visibleIndexOf(const fs::path &url) const
+{
+    return m_visibleIndex.find(m_visible, url);
+}
+
+void PaneModel::setSelection(std::set<fs::path> selection)
+{
+    if (assign(m_selection, std::move(selection)))
+        Q_EMIT selectionChanged();
+}
+
+void PaneModel::setCursor(std::optional<fs::path> cursor)
+{
+    if (assign(m_cursor, std::move(cursor)))
+        Q_EMIT cursorChanged();
+}
+
+void PaneModel::setPath(const QString &text)
+{
+    if (assign(m_path, text))
+        Q_EMIT pathChanged();
+}
+
+void PaneModel::setFilter(const QString &text)
+{
+    if (!assign(m_filter, text))
+        return;
+    recomputeVisible();
+    Q_EMIT filterChanged();
+    Q_EMIT visibleChanged();
+}
+
+void PaneModel::setShowHidden(bool show)
+{
+    if (!assign(m_showHidden, show))
+        return;
+    Q_EMIT showHiddenChanged();
+    if (m_restoring)
+        return;
+    persist();
+    refresh();
+}
+
+void PaneModel::setSort(FileSort sort)
+{
+    if (!assign(m_sort, sort))
+        return;
+    recomputeVisible();
+    Q_EMIT sortChanged();
+    Q_EMIT visibleChanged();
+    persist();
+}
+
+void PaneModel::setAscending(bool ascending)
+{
+    if (!assign(m_ascending, ascending))
+        return;
+    recomputeVisible();
+    Q_EMIT ascendingChanged();
+    Q_EMIT visibleChanged();
+    persist();
+}
+
+std::vector<fs::path> PaneModel::selected() const
+{
+    std::vector<fs::path> result;
+    if (m_selection.empty()) {
+        if (m_cursor && visibleIndexOf(*m_cursor))
+            result.push_back(*m_cursor);
+        return result;
+    }
+    std::vector<int> positions;
+    positions.reserve(m_selection.size());
+    for (const fs::path &url : m_selection)
+        if (const auto position = visibleIndexOf(url))
+            positions.push_back(*position);
+    std::sort(positions.begin(), positions.end());
+    result.reserve(positions.size());
+    for (const int position : positions)
+        result.push_back(m_visible[static_cast<std::size_t>(position)].url);
+    return result;
+}
+
+// ---- listing
+
+void PaneModel::refresh()
+{
+    const long long generation = ++m_generation;
+    if (m_workerCancelled)
+        m_workerCancelled->store(true);
+    auto cancelled = std::make_shared<std::atomic<bool>>(false);
+    m_workerCancelled = cancelled;
+    setLoading(true);
+
+    QThreadPool::globalInstance()->start(
+        [self = this, guard = m_guard, folder = m_directory, showHidden = m_showHidden, cancelled, generation] {
+            std::optional<detail::ListingResult> result = detail::listFolder(folder, showHidden, *cancelled);
+            if (!result)
+                return;
+            auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
+            // Runs only while the pane exists (ReceiverGuard).
+            guard->post([self, shared, generation] { self->apply(generation, std::move(*shared)); });
+        });
+}
+
+void PaneModel::apply(long long generation, detail::ListingResult result)
+{
+    if (generation != m_generation)
+        return; // a newer request will apply its own result
+    m_workerCancelled.reset();
+
+    bool entriesDiffer = false;
+    bool errorDiffers = false;
+    std::set<fs::path> selection;
+    std::optional<fs::path> cursor;
+    if (auto *listing = std::get_if<detail::FolderListing>(&result)) {
+        if (listing->entries != m_entries) {
+            entriesDiffer = true;
+            m_entries = std::move(listing->entries);
+            m_nameRanks = std::move(listing->nameRanks);
+            m_entryIndex = std::move(listing->index);
+        }
+        errorDiffers = assign(m_error, std::optional<QString>());
+        for (const fs::path &url : m_selection)
+            if (m_entryIndex.find(m_entries, url))
+                selection.insert(selection.end(), url);
+        if (m_cursor && m_entryIndex.find(m_entries, *m_cursor))
+            cursor = m_cursor;
+        else if (!m_entries.empty())
+            cursor = m_entries.front().url;
+    } else {
+        entriesDiffer = !m_entries.empty();
+        m_entries.clear();
+        m_nameRanks.clear();
+        m_entryIndex = {};
+        errorDiffers = assign(m_error, std::optional<QString>(std::get<detail::ListingFailure>(result).message));
+    }
+    const bool selectionDiffers = assign(m_selection, std::move(selection));
+    const bool cursorDiffers = assign(m_cursor, std::move(cursor));
+    if (entriesDiffer)
+        recomputeVisible();
+
+    // Every field is in place before anyone hears of a change.
+    if (entriesDiffer) {
+        Q_EMIT entriesChanged();
+        Q_EMIT visibleChanged();
+    }
+    if (errorDiffers)
+        Q_EMIT errorChanged();
+    if (selectionDiffers)
+        Q_EMIT selectionChanged();
+    if (cursorDiffers)
+        Q_EMIT cursorChanged();
+    setLoading(false);
+    Q_EMIT listingApplied();
+}
+
+void PaneModel::recomputeVisible()
+{
+    m_visible = detail::visibleEntries(m_entries, m_nameRanks, m_filter, m_sort, m_ascending);
+    m_visibleIndex = detail::UrlIndex(m_visible);
+}
+
+void PaneModel::setLoading(bool loading)
+{
+    if (assign(m_loading, loading))
+        Q_EMIT loadingChanged();
+}
+
+void PaneModel::metadataTick()
+{
+    if (applicationActive() && !m_loading)
+        refresh();
+}
+
+bool PaneModel::applicationActive() const
+{
+    if (m_applicationIsActive)
+        return m_applicationIsActive();
+    if (qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
+        return QGuiApplication::applicationState() == Qt::ApplicationActive;
+    return true; // no windows, nothing to be in front of
+}
+
+void PaneModel::watchDirectory()
+{
+    QPointer<PaneModel> pane(this);
+    m_watcher.watch(m_directory, [pane] {
+        if (pane)
+            pane->refresh();
+    });
+}
+
+// ---- cursor and tags
+
+void PaneModel::moveCursor(int step, bool extendingSelection)
+{
+    if (m_visible.empty())
+        return;
+    const long long count = static_cast<long long>(m_visible.size());
+    const std::optional<int> current = m_cursor ? visibleIndexOf(*m_cursor) : std::nullopt;
+    const long long from = current ? *current : (step < 0 ? count : -1);
+    const long long to = std::max(std::min(from + step, count - 1), 0LL);
+    const fs::path &url = m_visible[static_cast<std::size_t>(to)].url;
+    if (extendingSelection && m_selection.insert(url).second)
+        Q_EMIT selectionChanged();
+    setCursor(url);
+}
+
+void PaneModel::toggleTagAndAdvance()
+{
+    if (m_visible.empty())
+        return;
+    const std::optional<int> current = m_cursor ? visibleIndexOf(*m_cursor) : std::nullopt;
+    const std::size_t index = current ? static_cast<std::size_t>(*current) : 0;
+    const fs::path &url = m_visible[index].url;
+    if (!m_selection.erase(url))
+        m_selection.insert(url);
+    Q_EMIT selectionChanged();
+    setCursor(m_visible[std::min(m_visible.size() - 1, index + 1)].url);
+}
+
+// ---- navigation, tabs and favourites
+
+void PaneModel::navigate(const fs::path &folder)
+{
+    const bool directoryDiffers = assign(m_directory, standardized(folder, m_directory));
+    const bool pathDiffers = assign(m_path, displayText(m_directory));
+    bool tabsDiffer = false;
+    if (m_tabIndex >= 0 && static_cast<std::size_t>(m_tabIndex) < m_tabs.size())
+        tabsDiffer = assign(m_tabs[static_cast<std::size_t>(m_tabIndex)], m_directory);
+    const bool filterDiffers = assign(m_filter, QString());
+    const bool selectionDiffers = assign(m_selection, std::set<fs::path>());
+    const bool cursorDiffers = assign(m_cursor, std::optional<fs::path>());
+    if (filterDiffers)
+        recomputeVisible();
+
+    if (directoryDiffers)
+        Q_EMIT directoryChanged();
+    if (pathDiffers)
+        Q_EMIT pathChanged();
+    if (tabsDiffer)
+        Q_EMIT tabsChanged();
+    if (filterDiffers) {
+        Q_EMIT filterChanged();
+        Q_EMIT visibleChanged();
+    }
+    if (selectionDiffers)
+        Q_EMIT selectionChanged();
+    if (cursorDiffers)
+        Q_EMIT cursorChanged();
+
+    persist();
+    watchDirectory();
+    refresh();
+}
+
+void PaneModel::newTab()
+{
+    m_tabs.push_back(m_directory);
+    Q_EMIT tabsChanged();
+    if (assign(m_tabIndex, static_cast<int>(m_tabs.size()) - 1))
+        Q_EMIT tabIndexChanged();
+    persist();
+}
+
+void PaneModel::selectTab(int index)
+{
+    if (index < 0 || static_cast<std::size_t>(index) >= m_tabs.size())
+        return;
+    if (assign(m_tabIndex, index))
+        Q_EMIT tabIndexChanged();
+    navigate(m_tabs[static_cast<std::size_t>(index)]);
+}
+
+void PaneModel::closeTab()
+{
+    if (m_tabs.size() < 2)
+        return;
+    m_tabs.erase(m_tabs.begin() + m_tabIndex);
+    Q_EMIT tabsChanged();
+    if (assign(m_tabIndex, std::min(m_tabIndex, static_cast<int>(m_tabs.size()) - 1)))
+        Q_EMIT tabIndexChanged();
+    navigate(m_tabs[static_cast<std::size_t>(m_tabIndex)]);
+}
+
+void PaneModel::toggleFavourite()
+{
+    const auto equal = [this](const fs::path &favourite) { return favourite == m_directory; };
+    if (std::none_of(m_favourites.begin(), m_favourites.end(), equal)) {
+        m_favourites.push_back(m_directory);
+        sortFavourites();
+    } else {
+        std::erase_if(m_favourites, equal);
+    }
+    Q_EMIT favouritesChanged();
+    persist();
+}
+
+void PaneModel::sortFavourites()
+{
+    std::stable_sort(m_favourites.begin(), m_favourites.end(), [this](const fs::path &a, const fs::path &b) {
+        return m_collation.compare(displayName(a), displayName(b)) < 0;
+    });
+}
+
+} // namespace quillorn

@@ -1,0 +1,71 @@
+#include "services/directorywatcher.h"
+
+#include "platform/core/inotifywatch.h"
+#include "platform/core/receiverguard.h"
+
+#include <QThreadPool>
+#include <system_error>
+
+namespace quillorn {
+
+DirectoryWatcher::DirectoryWatcher(QObject *parent) : DirectoryWatcher(defaultDebounce, parent) {}
+
+DirectoryWatcher::DirectoryWatcher(std::chrono::milliseconds debounce, QObject *parent)
+    : QObject(parent), m_guard(ReceiverGuard::create(this))
+{
+    m_pending.setSingleShot(true);
+    m_pending.setInterval(debounce);
+    connect(&m_pending, &QTimer::timeout, this, [this] {
+        if (m_changed)
+            m_changed();
+    });
+}
+
+DirectoryWatcher::~DirectoryWatcher()
+{
+    m_guard->release();
+    m_pending.stop();
+}
+
+void DirectoryWatcher::watch(const std::filesystem::path &folder, std::function<void()> changed)
+{
+    const long long generation = ++m_generation;
+    m_source.reset();
+    m_pending.stop();
+    m_changed = nullptr;
+
+    QThreadPool::globalInstance()->start([self = this, guard = m_guard, folder, generation,
+                                          changed = std::move(changed)]() mutable {
+        InotifyWatch::Descriptor descriptor;
+        try {
+            descriptor = InotifyWatch::open(folder);
+        } catch (const std::system_error &) {
+            return; // a folder that cannot be watched simply does not refresh by itself
+        }
+        // Held by the posted call: when the watcher is gone, dropping the call closes it.
+        auto shared = std::make_shared<InotifyWatch::Descriptor>(std::move(descriptor));
+        guard->post([self, shared, generation, changed = std::move(changed)]() mutable {
+            self->install(generation, std::move(*shared), std::move(changed));
+        });
+    });
+}
+
+void DirectoryWatcher::install(long long generation, InotifyWatch::Descriptor descriptor,
+                               std::function<void()> changed)
+{
+    if (generation != m_generation)
+        return; // superseded: the descriptor closes here
+    m_source = std::make_unique<InotifyWatch>(std::move(descriptor));
+    connect(m_source.get(), &InotifyWatch::changed, this, &DirectoryWatcher::eventArrived);
+    m_changed = std::move(changed);
+    // Covers whatever changed between the owner's listing and this moment.
+    m_changed();
+}
+
+void DirectoryWatcher::eventArrived()
+{
+    // Restarting postpones the callback until the burst pauses.
+    m_pending.start();
+}
+
+} // namespace quillorn
