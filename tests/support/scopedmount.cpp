@@ -19,6 +19,14 @@ ScopedMount::ScopedMount(const std::string &type, const std::filesystem::path &w
         throw std::system_error(errno, std::generic_category(), "mount " + type + " on " + where.string());
 }
 
+ScopedMount ScopedMount::bind(const std::filesystem::path &source, const std::filesystem::path &where)
+{
+    if (::mount(source.c_str(), where.c_str(), nullptr, MS_BIND, nullptr) != 0)
+        throw std::system_error(errno, std::generic_category(),
+                                "bind " + source.string() + " on " + where.string());
+    return ScopedMount(where);
+}
+
 ScopedMount ScopedMount::byCommand(const std::string &command, const std::filesystem::path &where)
 {
     int status = 0;

@@ -12,6 +12,8 @@ public:
     // mount(2) of a kernel file system: ScopedMount("tmpfs", dir, "size=4m").
     ScopedMount(const std::string &type, const std::filesystem::path &where, const std::string &options = {},
                 unsigned long flags = 0);
+    // The folder source seen a second time at where (a bind mount).
+    static ScopedMount bind(const std::filesystem::path &source, const std::filesystem::path &where);
     // A command that mounts on where (bindfs, ...); the command's exit code decides.
     static ScopedMount byCommand(const std::string &command, const std::filesystem::path &where);
     ~ScopedMount();
