@@ -2,24 +2,14 @@
 
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
+#include "platform/core/receiverguard.h"
 #include "services/errortext.h"
 
 #include <QMetaObject>
 #include <algorithm>
-#include <mutex>
 #include <thread>
 
 namespace quillorn {
-
-namespace detail {
-// The worker's way back to the queue. The queue clears `receiver` under the
-// lock before it dies, and the worker posts only under the same lock, so a
-// posted outcome either reaches a live queue or is discarded with its events.
-struct QueueMailbox {
-    std::mutex lock;
-    TransferQueue *receiver = nullptr;
-};
-} // namespace detail
 
 namespace {
 
@@ -36,19 +26,15 @@ void log(const char *event, const QString &title, const std::string &suffix = {}
 
 TransferQueue::TransferQueue(QObject *parent, int pollIntervalMs)
     : QObject(parent), m_pollIntervalMs(pollIntervalMs), m_timer(new QTimer(this)),
-      m_mailbox(std::make_shared<detail::QueueMailbox>())
+      m_receiver(ReceiverGuard::create(this))
 {
-    m_mailbox->receiver = this;
     m_timer->setInterval(m_pollIntervalMs);
     connect(m_timer, &QTimer::timeout, this, &TransferQueue::poll);
 }
 
 TransferQueue::~TransferQueue()
 {
-    {
-        std::lock_guard guard(m_mailbox->lock);
-        m_mailbox->receiver = nullptr;
-    }
+    m_receiver->release();
     for (const QueueItem &item : m_items)
         item.control->cancel();
 }
@@ -117,12 +103,9 @@ void TransferQueue::startNext()
     m_timer->start();
 
     // The worker gets its own copy of the job: the list may change while it runs.
-    std::thread([item = *next, mailbox = m_mailbox] {
+    std::thread([item = *next, receiver = m_receiver, queue = this] {
         const Outcome outcome = runWork(item);
-        std::lock_guard guard(mailbox->lock);
-        if (TransferQueue *queue = mailbox->receiver)
-            QMetaObject::invokeMethod(
-                queue, [queue, outcome] { queue->finish(outcome); }, Qt::QueuedConnection);
+        receiver->post([queue, outcome] { queue->finish(outcome); });
     }).detach();
 }
 

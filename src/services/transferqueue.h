@@ -14,9 +14,7 @@
 
 namespace quillorn {
 
-namespace detail {
-struct QueueMailbox;
-}
+class ReceiverGuard;
 
 // Runs long file operations one at a time, in the order added, each on its own
 // detached background thread, and publishes what the queue view shows: the jobs
@@ -90,7 +88,7 @@ private:
     QTimer *m_timer = nullptr;
     QElapsedTimer m_started;
     std::shared_ptr<OperationControl> m_current;
-    std::shared_ptr<detail::QueueMailbox> m_mailbox;
+    std::shared_ptr<ReceiverGuard> m_receiver;
 };
 
 } // namespace quillorn

@@ -1,5 +1,6 @@
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
+#include "operations/fileoperations.h"
 #include "services/transferqueue.h"
 #include "testtree.h"
 
@@ -74,6 +75,7 @@ private Q_SLOTS:
     void clearFinishedKeepsRunningAndWaitingJobs();
     void logLinesFollowTheJob();
     void destroyingTheQueueStopsTheRunningJob();
+    void realTransferReportsItsBytes();
 
 private:
     QTemporaryDir m_data;
@@ -309,6 +311,26 @@ void TransferQueueTest::destroyingTheQueueStopsTheRunningJob()
     QTRY_VERIFY_WITH_TIMEOUT(stopped->load(), 5000);
     // Give the late outcome a chance to be delivered to the dead queue (it must not be).
     QTest::qWait(50);
+}
+
+void TransferQueueTest::realTransferReportsItsBytes()
+{
+    test::TestTree tree;
+    tree.file("src/a.bin", std::string(300'000, 'a'));
+    tree.file("src/b.bin", std::string(200'000, 'b'));
+    const auto destination = tree.folder("dst");
+
+    TransferQueue queue(nullptr, 10);
+    const QUuid id = queue.enqueue("Copy 2 → dst", [&](OperationControl &control) {
+        FileOperations().transfer({tree / "src/a.bin", tree / "src/b.bin"}, destination, false,
+                                  ConflictPolicy::stop, control, true);
+    });
+    QTRY_VERIFY_WITH_TIMEOUT(!queue.hasWork(), 10000);
+    QCOMPARE(stateOf(queue, id), QStringLiteral("Complete"));
+    QCOMPARE(queue.bytes(), std::int64_t(500'000));
+    QCOMPARE(queue.total(), std::int64_t(500'000));
+    QCOMPARE(queue.detail(), QStringLiteral("Complete"));
+    QCOMPARE(test::TestTree::read(destination / "b.bin"), std::string(200'000, 'b'));
 }
 
 QTEST_GUILESS_MAIN(TransferQueueTest)
