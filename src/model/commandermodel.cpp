@@ -1,0 +1,276 @@
+#include "model/commandermodel.h"
+
+#include "model/detail/filecommands.h"
+#include "platform/core/displaytext.h"
+
+#include <QCoreApplication>
+#include <QPointer>
+#include <QtGlobal>
+#include <algorithm>
+
+namespace quillorn {
+
+namespace {
+
+const QString fileOperationTitle = QStringLiteral("File operation");
+
+std::optional<std::filesystem::path> environmentPath(const char *name)
+{
+    if (!qEnvironmentVariableIsSet(name))
+        return std::nullopt;
+    // Kept as bytes: a preview folder need not be valid UTF-8.
+    return std::filesystem::path(qgetenv(name).toStdString());
+}
+
+std::filesystem::path homeFolder()
+{
+    return std::filesystem::path(qgetenv("HOME").toStdString());
+}
+
+bool hasZipExtension(const std::filesystem::path &path)
+{
+    std::string extension = path.extension().string();
+    std::transform(extension.begin(), extension.end(), extension.begin(),
+                   [](unsigned char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : char(c); });
+    return extension == ".zip";
+}
+
+} // namespace
+
+CommanderModel::CommanderModel(CommanderModelOptions options, QObject *parent)
+    : QObject(parent), m_desktop(std::move(options.desktop)),
+      m_operations(options.fileOperations ? options.fileOperations() : FileOperations()),
+      m_queue(new TransferQueue(this, options.queuePollIntervalMs))
+{
+    createPanes(options.panes);
+
+    // Every finished job may have touched either folder, so both panes re-list.
+    QPointer<CommanderModel> self(this);
+    m_queue->setCompleted([self] {
+        if (!self)
+            return;
+        self->m_left->refresh();
+        self->m_right->refresh();
+    });
+}
+
+CommanderModel::~CommanderModel() = default;
+
+void CommanderModel::createPanes(const PaneModelOptions &options)
+{
+    // Both preview folders, or neither: then the panes persist nothing at all.
+    if (const auto leftFolder = environmentPath("QUILLORN_RELEASE_PREVIEW_LEFT")) {
+        if (const auto rightFolder = environmentPath("QUILLORN_RELEASE_PREVIEW_RIGHT")) {
+            m_left = std::make_unique<PaneModel>(std::filesystem::absolute(*leftFolder), QString(), options);
+            m_right =
+                std::make_unique<PaneModel>(std::filesystem::absolute(*rightFolder), QString(), options);
+            return;
+        }
+    }
+    const std::filesystem::path home = homeFolder();
+    m_left = std::make_unique<PaneModel>(home, QStringLiteral("left"), options);
+    m_right = std::make_unique<PaneModel>(home / "Downloads", QStringLiteral("right"), options);
+}
+
+void CommanderModel::setTool(std::optional<ToolSheet> tool)
+{
+    if (m_tool == tool)
+        return;
+    m_tool = std::move(tool);
+    Q_EMIT toolChanged();
+}
+
+void CommanderModel::setActiveLeft(bool activeLeft)
+{
+    if (m_activeLeft == activeLeft)
+        return;
+    m_activeLeft = activeLeft;
+    Q_EMIT activeLeftChanged();
+}
+
+void CommanderModel::setStatus(const QString &status)
+{
+    if (m_status == status)
+        return;
+    m_status = status;
+    Q_EMIT statusChanged();
+}
+
+QString CommanderModel::helpText()
+{
+    return QStringLiteral("Tab: switch pane • ↑/↓: navigate • Return: open • Space: tag and advance • "
+                          "Backspace: parent folder\n"
+                          "⌘A: select all • ⌘R: refresh • ⌘⇧.: hidden files\n"
+                          "F2 Rename • F3 View • F4 Edit • F5 Copy • F6 Move • F7 New folder • F8 Trash\n"
+                          "Use Fn with function keys if macOS assigns them to system controls.");
+}
+
+void CommanderModel::perform(int number)
+{
+    const std::vector<Path> items = active().selected();
+    switch (number) {
+    case 1:
+        showHelp();
+        break;
+    case 2:
+        rename(items);
+        break;
+    case 3:
+        preview();
+        break;
+    case 4:
+        if (!items.empty())
+            setTool(ToolSheet::Editor{items.front()});
+        break;
+    case 5:
+        transfer(items, other().directory(), false);
+        break;
+    case 6:
+        transfer(items, other().directory(), true);
+        break;
+    case 7:
+        newFolder();
+        break;
+    case 8:
+        trash(items);
+        break;
+    case 9:
+        m_left->refresh();
+        m_right->refresh();
+        break;
+    case 10:
+        quit();
+        break;
+    default:
+        break;
+    }
+}
+
+void CommanderModel::showHelp()
+{
+    alert(QStringLiteral("Keyboard help"), helpText());
+}
+
+void CommanderModel::rename(const std::vector<Path> &items)
+{
+    if (items.size() != 1)
+        return;
+    const Path item = items.front();
+    const std::optional<QString> answer = prompt(QStringLiteral("Rename"), displayName(item));
+    if (!answer)
+        return;
+    const std::string name = pathFromText(*answer).string();
+    run([item, name] { detail::renameItem(item, name); });
+}
+
+void CommanderModel::newFolder()
+{
+    const std::optional<QString> answer = prompt(QStringLiteral("New folder"), QStringLiteral("New Folder"));
+    if (!answer)
+        return;
+    const std::string name = pathFromText(*answer).string();
+    const Path folder = active().directory();
+    run([name, folder] { detail::createFolder(name, folder); });
+}
+
+void CommanderModel::trash(const std::vector<Path> &items)
+{
+    if (items.empty())
+        return;
+    const QString question =
+        QStringLiteral("Move %1 selected item(s) to the macOS Trash? If Trash is unavailable "
+                       "on a network share, those items will be permanently deleted.")
+            .arg(items.size());
+    const int choice = alert(QStringLiteral("Delete selected items?"), question,
+                             {QStringLiteral("Continue"), QStringLiteral("Cancel")});
+    if (choice != 0)
+        return;
+    m_queue->enqueue(fileOperationTitle, [operations = m_operations, items](OperationControl &control) {
+        control.check();
+        detail::discardItems(operations, items);
+    });
+}
+
+void CommanderModel::quit()
+{
+    if (!m_queue->hasWork()) {
+        if (m_desktop.requestQuit)
+            m_desktop.requestQuit();
+        else
+            QCoreApplication::quit();
+        return;
+    }
+    alert(QStringLiteral("Operations in progress"),
+          QStringLiteral("Cancel or finish queued operations before quitting."));
+}
+
+void CommanderModel::open(const FileEntry &entry)
+{
+    if (entry.directory) {
+        active().navigate(entry.url);
+    } else if (hasZipExtension(entry.url)) {
+        setTool(ToolSheet::Archive{entry.url});
+    } else if (m_desktop.openFile) {
+        m_desktop.openFile(entry.url);
+    }
+}
+
+void CommanderModel::preview()
+{
+    const std::vector<Path> items = active().selected();
+    if (items.empty() || !m_desktop.preview)
+        return;
+    QPointer<CommanderModel> self(this);
+    m_desktop.preview(items.front(), [self](const QString &reason) {
+        if (self)
+            self->alert(QStringLiteral("Cannot preview"), reason);
+    });
+}
+
+void CommanderModel::transfer(const std::vector<Path> &sources, const Path &destination, bool move)
+{
+    if (sources.empty())
+        return;
+    setTool(ToolSheet::Transfer{sources, destination, move});
+}
+
+void CommanderModel::clipboardCopy()
+{
+    const std::vector<Path> items = active().selected();
+    if (items.empty())
+        return;
+    if (m_desktop.writeClipboard)
+        m_desktop.writeClipboard(items);
+    setStatus(QStringLiteral("Copied %1 file reference(s)").arg(items.size()));
+}
+
+void CommanderModel::clipboardPaste()
+{
+    const std::vector<Path> items = m_desktop.readClipboard ? m_desktop.readClipboard() : std::vector<Path>{};
+    transfer(items, active().directory(), false);
+}
+
+void CommanderModel::connect()
+{
+    setTool(ToolSheet::Connect{});
+}
+
+std::optional<QString> CommanderModel::prompt(const QString &title, const QString &value)
+{
+    return m_desktop.prompt ? m_desktop.prompt(title, value) : std::nullopt;
+}
+
+int CommanderModel::alert(const QString &message, const QString &informativeText, const QStringList &buttons)
+{
+    return m_desktop.alert ? m_desktop.alert({message, informativeText, buttons}) : -1;
+}
+
+void CommanderModel::run(std::function<void()> work)
+{
+    m_queue->enqueue(fileOperationTitle, [work = std::move(work)](OperationControl &control) {
+        control.check();
+        work();
+    });
+}
+
+} // namespace quillorn

@@ -1,0 +1,104 @@
+#pragma once
+
+#include "model/fileentry.h"
+#include "model/panemodel.h"
+#include "model/toolsheet.h"
+#include "operations/fileoperations.h"
+#include "platform/core/desktopservices.h"
+#include "services/transferqueue.h"
+
+#include <QObject>
+#include <QString>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <vector>
+
+namespace quillorn {
+
+struct CommanderModelOptions {
+    // Dialogs, clipboard, quick look and default applications; the window passes
+    // the real ones (standardDesktopServices), tests their stand-ins.
+    DesktopServices desktop;
+    // Handed to both panes (preferences store, timer interval).
+    PaneModelOptions panes;
+    int queuePollIntervalMs = TransferQueue::defaultPollIntervalMs;
+    // The engine the trash command uses; empty: FileOperations with its default services.
+    std::function<FileOperations()> fileOperations;
+};
+
+// The application model behind the main window: the two panes, the one
+// transfer queue, which pane is active, the tool sheet asked for and the status
+// line. It carries out the function-key commands and the window's few other
+// commands. It never touches the file system on the interface thread: rename,
+// new folder and trash become "File operation" jobs of the queue (so a bad
+// name shows in the queue, not as an alert), copy and move go through the
+// transfer sheet. Lives on the interface thread for the life of the window.
+class CommanderModel : public QObject {
+    Q_OBJECT
+public:
+    using Path = std::filesystem::path;
+
+    explicit CommanderModel(CommanderModelOptions options = {}, QObject *parent = nullptr);
+    ~CommanderModel() override;
+
+    PaneModel &left() { return *m_left; }
+    PaneModel &right() { return *m_right; }
+    TransferQueue &queue() { return *m_queue; }
+    // The left pane while activeLeft, else the right one; `other` is the opposite.
+    PaneModel &active() { return m_activeLeft ? *m_left : *m_right; }
+    PaneModel &other() { return m_activeLeft ? *m_right : *m_left; }
+
+    const std::optional<ToolSheet> &tool() const { return m_tool; }
+    void setTool(std::optional<ToolSheet> tool);
+    bool activeLeft() const { return m_activeLeft; }
+    void setActiveLeft(bool activeLeft);
+    const QString &status() const { return m_status; }
+
+    // The command of function key F<number>; other numbers do nothing.
+    void perform(int number);
+    // Return or double click on an item of the active pane.
+    void open(const FileEntry &entry);
+    // Quick look at the first item to act on.
+    void preview();
+    // Opens the transfer sheet for the sources; nothing when there are none.
+    void transfer(const std::vector<Path> &sources, const Path &destination, bool move);
+    void clipboardCopy();
+    // Offers to copy the clipboard's files into the active pane's folder.
+    void clipboardPaste();
+    // Opens the connect-to-server sheet.
+    void connect();
+    using QObject::connect;
+
+    // The informative text of F1's alert.
+    static QString helpText();
+
+Q_SIGNALS:
+    void toolChanged();
+    void activeLeftChanged();
+    void statusChanged();
+
+private:
+    void createPanes(const PaneModelOptions &options);
+    void showHelp();
+    void rename(const std::vector<Path> &items);
+    void newFolder();
+    void trash(const std::vector<Path> &items);
+    void quit();
+    std::optional<QString> prompt(const QString &title, const QString &value);
+    int alert(const QString &message, const QString &informativeText, const QStringList &buttons = {});
+    void run(std::function<void()> work);
+    void setStatus(const QString &status);
+
+    DesktopServices m_desktop;
+    FileOperations m_operations;
+    TransferQueue *m_queue = nullptr;
+    std::unique_ptr<PaneModel> m_left;
+    std::unique_ptr<PaneModel> m_right;
+    std::optional<ToolSheet> m_tool;
+    bool m_activeLeft = true;
+    QString m_status = QStringLiteral("Ready");
+};
+
+} // namespace quillorn

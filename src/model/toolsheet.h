@@ -1,0 +1,66 @@
+#pragma once
+
+#include <QString>
+#include <filesystem>
+#include <type_traits>
+#include <utility>
+#include <variant>
+#include <vector>
+
+namespace quillorn {
+
+// The tool sheet the main window is asked to show, with what it works on.
+// Two sheets of the same kind share one identity (`id`) whatever they carry,
+// so the window treats a new payload as the same sheet.
+struct ToolSheet {
+    using Path = std::filesystem::path;
+
+    struct Transfer {
+        std::vector<Path> sources;
+        Path destination;
+        bool move = false; // true moves, false copies
+        friend bool operator==(const Transfer &, const Transfer &) = default;
+    };
+    struct Search {
+        Path root;
+        friend bool operator==(const Search &, const Search &) = default;
+    };
+    struct Compare {
+        Path left;
+        Path right;
+        friend bool operator==(const Compare &, const Compare &) = default;
+    };
+    struct Editor {
+        Path file;
+        friend bool operator==(const Editor &, const Editor &) = default;
+    };
+    struct Info {
+        Path item;
+        friend bool operator==(const Info &, const Info &) = default;
+    };
+    struct Archive {
+        Path archive;
+        friend bool operator==(const Archive &, const Archive &) = default;
+    };
+    struct Connect {
+        friend bool operator==(const Connect &, const Connect &) = default;
+    };
+
+    // In the order of the cases; the index is the case.
+    using Case = std::variant<Transfer, Search, Compare, Editor, Info, Archive, Connect>;
+
+    template <typename T>
+    requires std::is_constructible_v<Case, T &&> ToolSheet(T &&sheet) : value(std::forward<T>(sheet)) {}
+
+    Case value;
+
+    // The case name: "transfer", "search", "compare", "editor", "info", "archive" or "connect".
+    QString id() const;
+
+    template <typename T> bool is() const { return std::holds_alternative<T>(value); }
+    template <typename T> const T *as() const { return std::get_if<T>(&value); }
+
+    friend bool operator==(const ToolSheet &, const ToolSheet &) = default;
+};
+
+} // namespace quillorn
