@@ -48,7 +48,12 @@ std::string deletionDate(std::time_t when)
 
 std::string trashEntryName(const std::string &name, unsigned attempt)
 {
-    const std::string suffix = attempt <= 1 ? std::string() : "." + std::to_string(attempt);
+    std::string suffix;
+    if (attempt > 1) {
+        // Built by appending: GCC 12 at -O3 warns falsely (-Wrestrict) on "." + std::string.
+        suffix = ".";
+        suffix += std::to_string(attempt);
+    }
     const std::size_t limit = NAME_MAX - std::string_view(".trashinfo").size() - suffix.size();
     std::size_t keep = name.size();
     if (keep > limit) {
