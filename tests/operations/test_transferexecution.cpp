@@ -203,7 +203,8 @@ INSTANTIATE_TEST_SUITE_P(
                         fs::rename(other, source);
                     }),
     [](const testing::TestParamInfo<SourceChange::ParamType> &info) {
-        return std::vector<std::string>{"appended", "truncated", "replaced"}.at(info.index);
+        static const char *const names[] = {"appended", "truncated", "replaced"};
+        return std::string(names[info.index]);
     });
 
 TEST(TransferCopy, copyingOntoAHardLinkOfItselfKeepsItsBytes)
