@@ -191,6 +191,12 @@ TEST_P(SourceChange, duringTheCopyFailsAndPublishesNothing)
     EXPECT_TRUE(fs::is_empty(tree / "dst"));
 }
 
+std::string sourceChangeName(const testing::TestParamInfo<SourceChange::ParamType> &info)
+{
+    static const char *const names[] = {"appended", "truncated", "replaced"};
+    return names[info.index];
+}
+
 INSTANTIATE_TEST_SUITE_P(
     AppendedTruncatedReplaced, SourceChange,
     testing::Values([](const fs::path &source) { std::ofstream(source, std::ios::app) << "more"; },
@@ -202,10 +208,7 @@ INSTANTIATE_TEST_SUITE_P(
                         fs::last_write_time(other, fs::last_write_time(source));
                         fs::rename(other, source);
                     }),
-    [](const testing::TestParamInfo<SourceChange::ParamType> &info) {
-        static const char *const names[] = {"appended", "truncated", "replaced"};
-        return std::string(names[info.index]);
-    });
+    sourceChangeName);
 
 TEST(TransferCopy, copyingOntoAHardLinkOfItselfKeepsItsBytes)
 {
