@@ -78,6 +78,9 @@ public:
     void closeTab();
     void toggleFavourite();
 
+    // True once the folder watcher is in place for directory() (tests, diagnostics).
+    bool isWatching() const { return m_watcher.isWatching(); }
+
 Q_SIGNALS:
     void directoryChanged();
     void entriesChanged();
