@@ -156,10 +156,13 @@ void CommanderModel::rename(const std::vector<Path> &items)
     if (items.size() != 1)
         return;
     const Path item = items.front();
-    const std::optional<QString> answer = prompt(QStringLiteral("Rename"), displayName(item));
+    const QString shown = displayName(item);
+    const std::optional<QString> answer = prompt(QStringLiteral("Rename"), shown);
     if (!answer)
         return;
-    const std::string name = pathFromText(*answer).string();
+    // An untouched answer means the item's own name, bytes included: a name that
+    // is not valid UTF-8 is shown with replacement marks, which are not its bytes.
+    const std::string name = *answer == shown ? item.filename().string() : pathFromText(*answer).string();
     run([item, name] { detail::renameItem(item, name); });
 }
 

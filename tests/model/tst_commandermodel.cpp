@@ -82,6 +82,7 @@ private Q_SLOTS:
     void renameActsOnTheTaggedItemNotTheCursor();
     void renameWithTwoItemsOrACancelledPromptDoesNothing();
     void renameToTheUnchangedNameFailsInTheQueue();
+    void renameKeepsTheBytesOfAnUntouchedName();
     void newFolderTwiceFailsTheSecondTime();
     void newFolderWithAnInvalidNameFailsInTheQueue();
     void trashCancelQueuesNothing();
@@ -294,6 +295,21 @@ void CommanderModelTest::renameToTheUnchangedNameFailsInTheQueue()
                               QStringLiteral("Failed: An item named ‘a.txt’ already exists."), 5000);
     QVERIFY(m_desktop.alerts.empty());
     QCOMPARE(test::TestTree::read(m_home / "a.txt"), std::string("a"));
+}
+
+void CommanderModelTest::renameKeepsTheBytesOfAnUntouchedName()
+{
+    const fs::path odd = m_tree->file("home/caf\xe9.txt", "latin-1 name");
+    auto model = makeModel();
+    select(model->left(), {}, odd);
+    m_desktop.promptAnswers = {QString::fromUtf8("caf\xef\xbf\xbd.txt")};
+    model->perform(2);
+    QCOMPARE(m_desktop.prompts.at(0).second, QString::fromUtf8("caf\xef\xbf\xbd.txt"));
+    QTRY_COMPARE_WITH_TIMEOUT(
+        stateOfLast(*model), QString::fromUtf8("Failed: An item named ‘caf\xef\xbf\xbd.txt’ already exists."),
+        5000);
+    QVERIFY(fs::exists(odd));
+    QVERIFY(!fs::exists(m_home / "caf\xef\xbf\xbd.txt"));
 }
 
 void CommanderModelTest::newFolderTwiceFailsTheSecondTime()
