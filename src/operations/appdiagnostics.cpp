@@ -84,8 +84,9 @@ void AppDiagnostics::record(const std::string &message) noexcept
 
 void AppDiagnostics::rotateIfNeeded() noexcept
 {
-    struct stat attributes{};
-    if (::lstat(m_fileURL.c_str(), &attributes) != 0 || attributes.st_size <= static_cast<off_t>(rotationSize))
+    struct stat attributes {};
+    if (::lstat(m_fileURL.c_str(), &attributes) != 0 ||
+        attributes.st_size <= static_cast<off_t>(rotationSize))
         return;
     const fs::path previous = m_fileURL.parent_path() / "Quillorn.previous.log";
     ::unlink(previous.c_str());

@@ -39,7 +39,7 @@ public:
         std::string domain;
         long long code = 0;
         std::string description;
-        std::string path;      // empty when the error names no item
+        std::string path; // empty when the error names no item
         std::exception_ptr underlying;
     };
     static ErrorForm form(const std::exception &error);

@@ -26,9 +26,15 @@ using detail::itemAttributes;
 
 namespace {
 
-std::string quoted(const std::string &name) { return "\u2018" + name + "\u2019"; }
+std::string quoted(const std::string &name)
+{
+    return "\u2018" + name + "\u2019";
+}
 
-std::string nameOf(const fs::path &item) { return item.filename().string(); }
+std::string nameOf(const fs::path &item)
+{
+    return item.filename().string();
+}
 
 // No "." or ".." components and no trailing separator, links left alone.
 fs::path standardized(const fs::path &item)
@@ -130,7 +136,8 @@ std::size_t readWriteChunk(int input, int output, std::size_t limit, const fs::p
     if (count < 0)
         throwPosixError(source, errno);
     for (ssize_t written = 0; written < count;) {
-        const ssize_t step = ::write(output, buffer.data() + written, static_cast<std::size_t>(count - written));
+        const ssize_t step =
+            ::write(output, buffer.data() + written, static_cast<std::size_t>(count - written));
         if (step < 0 && errno == EINTR)
             continue;
         if (step < 0)
@@ -140,7 +147,8 @@ std::size_t readWriteChunk(int input, int output, std::size_t limit, const fs::p
     return static_cast<std::size_t>(count);
 }
 
-std::size_t copyFileRange(int input, int output, std::size_t limit, const fs::path &source, const fs::path &target)
+std::size_t copyFileRange(int input, int output, std::size_t limit, const fs::path &source,
+                          const fs::path &target)
 {
     for (;;) {
         const ssize_t count = ::copy_file_range(input, nullptr, output, nullptr, limit, 0);
@@ -198,13 +206,14 @@ FileOperations::VolumeIsLocalService FileOperations::defaultVolumeIsLocal()
 
 bool FileOperations::exists(const Path &url)
 {
-    struct stat attributes{};
+    struct stat attributes {};
     return ::lstat(url.c_str(), &attributes) == 0;
 }
 
 FileOperations::Path FileOperations::child(const std::string &name, const Path &folder)
 {
-    if (name.empty() || name == "." || name == ".." || name.find_first_of(std::string("/:\0", 3)) != std::string::npos)
+    if (name.empty() || name == "." || name == ".." ||
+        name.find_first_of(std::string("/:\0", 3)) != std::string::npos)
         throw CommanderError("Enter a single valid file or folder name.");
     Path candidate = folder / name;
     if (exists(candidate))
@@ -236,22 +245,23 @@ void FileOperations::validate(const Path &source, const Path &destination)
         throw CommanderError("Cannot transfer a folder into itself.");
 }
 
-std::vector<FileOperations::Path> FileOperations::plan(const std::vector<Path> &sources, const Path &destination,
-                                                       ConflictPolicy policy)
+std::vector<FileOperations::Path> FileOperations::plan(const std::vector<Path> &sources,
+                                                       const Path &destination, ConflictPolicy policy)
 {
     std::vector<Path> items;
     for (const Path &source : sources)
         items.push_back(standardized(source));
     // Byte order is code-point order for UTF-8 names and still total for names that are not.
-    std::sort(items.begin(), items.end(), [](const Path &a, const Path &b) { return a.native() < b.native(); });
+    std::sort(items.begin(), items.end(),
+              [](const Path &a, const Path &b) { return a.native() < b.native(); });
     items.erase(std::unique(items.begin(), items.end()), items.end());
 
     if (policy == ConflictPolicy::stop) {
         std::set<std::string> names;
         for (const Path &item : items)
             if (!names.insert(nameOf(item)).second)
-                throw CommanderError(
-                    "Selected items have duplicate destination names. Choose Keep both or separate the transfers.");
+                throw CommanderError("Selected items have duplicate destination names. Choose Keep both or "
+                                     "separate the transfers.");
     }
     for (const Path &item : items) {
         if (!item.is_absolute() || !destination.is_absolute())
@@ -274,7 +284,8 @@ std::vector<FileOperations::Path> FileOperations::plan(const std::vector<Path> &
 
 std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Path> &sources,
                                                            const Path &destination, bool move,
-                                                           ConflictPolicy policy, bool permanentlyRemoveRemoteItems) const
+                                                           ConflictPolicy policy,
+                                                           bool permanentlyRemoveRemoteItems) const
 {
     OperationControl control;
     return transfer(sources, destination, move, policy, control, permanentlyRemoveRemoteItems);
@@ -304,7 +315,8 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
             result.push_back(std::move(*published));
 
     control.detail("Complete");
-    log.record("TRANSFER COMPLETE items=" + std::to_string(result.size()) + " destination=" + destination.string());
+    log.record("TRANSFER COMPLETE items=" + std::to_string(result.size()) +
+               " destination=" + destination.string());
     return result;
 }
 
@@ -384,8 +396,8 @@ FileOperations::Path FileOperations::copyAndPublish(const Path &item, const Path
         control.check();
         step("Verifying " + quoted(name));
         if (move && fingerprint(item, control) != before)
-            throw CommanderError(
-                "The source folder changed while copying. The move was stopped and the source was preserved.");
+            throw CommanderError("The source folder changed while copying. The move was stopped and the "
+                                 "source was preserved.");
         if (policy == ConflictPolicy::replace && exists(target)) {
             step("Removing the existing destination " + quoted(name));
             discard(target, permanentlyRemoveRemoteItems);
@@ -449,8 +461,8 @@ void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnava
                                  AppDiagnostics::form(error).description);
         }
     }
-    throw CommanderError("Could not move " + quoted(name) + " to Trash. The item still exists at " + path + ". " +
-                         trashReason);
+    throw CommanderError("Could not move " + quoted(name) + " to Trash. The item still exists at " + path +
+                         ". " + trashReason);
 }
 
 std::int64_t FileOperations::byteCount(const Path &url, OperationControl &control)
@@ -492,14 +504,16 @@ void FileOperations::copyItem(const Path &source, const Path &target, OperationC
 void FileOperations::copyFile(const Path &source, const Path &target, const struct stat &before,
                               OperationControl &control, bool inFolder) const
 {
-    const FileDescriptor output(::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
+    const FileDescriptor output(
+        ::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
     if (!output)
         throw CommanderError("Cannot create " + target.string());
     // O_NONBLOCK: should the name have turned into a pipe since lstat, open must not wait for a writer.
-    const FileDescriptor input(::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK));
+    const FileDescriptor input(
+        ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK));
     if (!input)
         throwPosixError(source, errno);
-    struct stat opened{};
+    struct stat opened {};
     if (::fstat(input.get(), &opened) != 0)
         throwPosixError(source, errno);
     const std::string changed =
@@ -559,7 +573,8 @@ void FileOperations::copyMetadata(const Path &source, const Path &target, const 
     AppDiagnostics &log = AppDiagnostics::shared();
     for (const MetadataProblem &problem : quillorn::copyMetadata(source, target, attributes)) {
         if (problem.step == "copyfile")
-            log.record("METADATA WARNING copyfile source=" + source.string() + " destination=" + target.string() +
+            log.record("METADATA WARNING copyfile source=" + source.string() +
+                       " destination=" + target.string() +
                        " error=" + AppDiagnostics::describe(std::system_error(problem.error)));
         else
             log.record("METADATA WARNING attribute=" + problem.step + " destination=" + target.string() +

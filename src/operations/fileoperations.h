@@ -104,8 +104,9 @@ private:
     static std::vector<Path> plan(const std::vector<Path> &sources, const Path &destination,
                                   ConflictPolicy policy);
     // The published target, or nothing when the item was skipped.
-    std::optional<Path> transferItem(const Path &item, const Path &destination, bool move, ConflictPolicy policy,
-                                     OperationControl &control, bool permanentlyRemoveRemoteItems) const;
+    std::optional<Path> transferItem(const Path &item, const Path &destination, bool move,
+                                     ConflictPolicy policy, OperationControl &control,
+                                     bool permanentlyRemoveRemoteItems) const;
     // False when the volume refused the rename (EXDEV) and the item must be copied instead.
     bool renameOnVolume(const Path &item, const Path &target, OperationControl &control) const;
     Path copyAndPublish(const Path &item, const Path &target, bool move, ConflictPolicy policy,
@@ -114,8 +115,8 @@ private:
 
     // inFolder: the file is flushed later with its whole folder, not on its own.
     void copyItem(const Path &source, const Path &target, OperationControl &control, bool inFolder) const;
-    void copyFile(const Path &source, const Path &target, const struct stat &before, OperationControl &control,
-                  bool inFolder) const;
+    void copyFile(const Path &source, const Path &target, const struct stat &before,
+                  OperationControl &control, bool inFolder) const;
     void copyFolder(const Path &source, const Path &target, const struct stat &before,
                     OperationControl &control, bool inFolder) const;
 

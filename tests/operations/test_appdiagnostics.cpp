@@ -1,4 +1,4 @@
-#include "logcapture.h"
+#include "operationstesting.h"
 #include "testtree.h"
 
 #include "operations/appdiagnostics.h"
@@ -135,7 +135,8 @@ TEST(AppDiagnosticsTest, describeGivesDomainCodeDescriptionAndOptionalParts)
               "POSIX code=13: Permission denied path=/x/a b");
     EXPECT_EQ(AppDiagnostics::describe(quillorn::CommanderError("Cannot create /x/y")),
               "Quillorn.CommanderError code=1: Cannot create /x/y");
-    EXPECT_EQ(AppDiagnostics::describe(fs::filesystem_error("remove", "/x/y", std::make_error_code(std::errc::io_error))),
+    EXPECT_EQ(AppDiagnostics::describe(
+                  fs::filesystem_error("remove", "/x/y", std::make_error_code(std::errc::io_error))),
               "POSIX code=5: Input/output error path=/x/y");
 }
 
@@ -151,8 +152,9 @@ TEST(AppDiagnosticsTest, describeNestsUnderlyingErrorsAfterThePath)
     } catch (...) {
         chain = std::current_exception();
     }
-    EXPECT_EQ(AppDiagnostics::describe(chain),
-              "POSIX code=5: Input/output error path=/x/a underlying={Quillorn.CommanderError code=1: inner}");
+    EXPECT_EQ(
+        AppDiagnostics::describe(chain),
+        "POSIX code=5: Input/output error path=/x/a underlying={Quillorn.CommanderError code=1: inner}");
     const std::string cancelled = AppDiagnostics::describe(quillorn::CancellationError());
     EXPECT_EQ(cancelled, "Quillorn.CancellationError code=1: The operation was cancelled.");
 }

@@ -1,4 +1,4 @@
-#include "logcapture.h"
+#include "operationstesting.h"
 #include "testtree.h"
 
 #include "operations/commandererror.h"
@@ -12,6 +12,7 @@
 namespace fs = std::filesystem;
 using quillorn::CommanderError;
 using quillorn::FileOperations;
+using quillorn::test::failure;
 using quillorn::test::LogMark;
 using quillorn::test::TestTree;
 using testing::ElementsAre;
@@ -50,17 +51,6 @@ struct Services {
     }
 };
 
-template <typename Body>
-std::string failure(Body &&body)
-{
-    try {
-        body();
-    } catch (const CommanderError &error) {
-        return error.errorDescription();
-    }
-    return {};
-}
-
 class Discard : public testing::Test {
 protected:
     std::string couldNotMove() const
@@ -70,7 +60,8 @@ protected:
     }
     std::string trashFailedLine() const
     {
-        return "TRASH FAILED path=" + m_item.string() + " error=Quillorn.NoTrashError code=1: no Trash on this volume";
+        return "TRASH FAILED path=" + m_item.string() +
+               " error=Quillorn.NoTrashError code=1: no Trash on this volume";
     }
 
     TestTree m_tree;
@@ -118,12 +109,14 @@ TEST_F(Discard, aFailedRemovalNamesTheShareAndTheReason)
 {
     m_services.volumeIsLocal = false;
     const LogMark mark;
-    EXPECT_EQ(failure([&] { m_services.operations().discard(m_item, true); }),
-              "Could not permanently remove \u2018a.txt\u2019 from the network share. The item still exists at " +
-                  m_item.string() + ". Permission denied");
-    EXPECT_THAT(mark.lines(), ElementsAre(trashFailedLine(), "REMOVE FAILED path=" + m_item.string() +
-                                                                 " error=POSIX code=13: Permission denied path=" +
-                                                                 m_item.string()));
+    EXPECT_EQ(
+        failure([&] { m_services.operations().discard(m_item, true); }),
+        "Could not permanently remove \u2018a.txt\u2019 from the network share. The item still exists at " +
+            m_item.string() + ". Permission denied");
+    EXPECT_THAT(mark.lines(),
+                ElementsAre(trashFailedLine(),
+                            "REMOVE FAILED path=" + m_item.string() +
+                                " error=POSIX code=13: Permission denied path=" + m_item.string()));
 }
 
 TEST_F(Discard, anItemThatVanishedDuringAFailureCountsAsDiscarded)
@@ -141,9 +134,10 @@ TEST_F(Discard, anItemThatVanishedDuringAFailureCountsAsDiscarded)
 
 TEST_F(Discard, aLocalityErrorIsTheResultUnchanged)
 {
-    const FileOperations operations([](const fs::path &) { throw quillorn::NoTrashError(); },
-                                    [](const fs::path &) { FAIL() << "never removed"; },
-                                    [](const fs::path &item) -> bool { quillorn::throwPosixError(item, ENOENT); });
+    const FileOperations operations(
+        [](const fs::path &) { throw quillorn::NoTrashError(); },
+        [](const fs::path &) { FAIL() << "never removed"; },
+        [](const fs::path &item) -> bool { quillorn::throwPosixError(item, ENOENT); });
     try {
         operations.discard(m_item, true);
         ADD_FAILURE() << "discard succeeded";

@@ -1,4 +1,4 @@
-#include "logcapture.h"
+#include "operationstesting.h"
 #include "testtree.h"
 
 #include "operations/commandererror.h"
@@ -14,7 +14,9 @@ using quillorn::CommanderError;
 using quillorn::ConflictPolicy;
 using quillorn::FileOperations;
 using quillorn::OperationControl;
+using quillorn::test::failure;
 using quillorn::test::LogMark;
+using quillorn::test::names;
 using quillorn::test::TestTree;
 using testing::ElementsAre;
 using testing::HasSubstr;
@@ -23,27 +25,6 @@ namespace {
 
 const fs::path &dataHome = quillorn::test::temporaryDataHome();
 
-// The message of the CommanderError that body throws, or "" when it throws none.
-template <typename Body>
-std::string failure(Body &&body)
-{
-    try {
-        body();
-    } catch (const CommanderError &error) {
-        return error.errorDescription();
-    }
-    return {};
-}
-
-std::vector<std::string> names(const fs::path &folder)
-{
-    std::vector<std::string> result;
-    for (const auto &entry : fs::directory_iterator(folder))
-        result.push_back(entry.path().filename().string());
-    std::sort(result.begin(), result.end());
-    return result;
-}
-
 // ---- naming -------------------------------------------------------------------
 
 TEST(FileOperationsNaming, childRefusesAnythingButOneFreeName)
@@ -51,7 +32,8 @@ TEST(FileOperationsNaming, childRefusesAnythingButOneFreeName)
     TestTree tree;
     tree.file("taken.txt");
     tree.symlink("dangling", tree / "nowhere");
-    for (const std::string &name : std::vector<std::string>{"", ".", "..", "a/b", "a:b", std::string("a\0b", 3)})
+    for (const std::string &name :
+         std::vector<std::string>{"", ".", "..", "a/b", "a:b", std::string("a\0b", 3)})
         EXPECT_EQ(failure([&] { FileOperations::child(name, tree.root()); }),
                   "Enter a single valid file or folder name.")
             << name;
@@ -90,7 +72,8 @@ TEST(FileOperationsNaming, validateRefusesAFolderIntoItselfAlsoThroughALink)
     EXPECT_EQ(failure([&] { FileOperations::validate(tree / "x/docs", tree / "x/docs"); }), message);
     EXPECT_EQ(failure([&] { FileOperations::validate(tree / "x/docs", tree / "x/docs/inner"); }), message);
     EXPECT_EQ(failure([&] { FileOperations::validate(tree / "x/docs", tree / "shortcut"); }), message);
-    EXPECT_EQ(failure([&] { FileOperations::validate(tree / "x/docs", tree / "x/doc/../docs/./inner"); }), message);
+    EXPECT_EQ(failure([&] { FileOperations::validate(tree / "x/docs", tree / "x/doc/../docs/./inner"); }),
+              message);
     EXPECT_EQ(failure([&] { FileOperations::validate(tree / "x/doc", tree / "x/docs"); }), "");
     EXPECT_EQ(failure([&] { FileOperations::validate(tree / "x/docs", tree / "x"); }), "");
 }
@@ -99,8 +82,8 @@ TEST(FileOperationsNaming, validateRefusesAFolderIntoItselfAlsoThroughALink)
 
 class TransferPlan : public testing::Test {
 protected:
-    std::string transferFailure(std::vector<fs::path> sources, const fs::path &destination, ConflictPolicy policy,
-                                bool move = false)
+    std::string transferFailure(std::vector<fs::path> sources, const fs::path &destination,
+                                ConflictPolicy policy, bool move = false)
     {
         return failure([&] { m_operations.transfer(sources, destination, move, policy, false); });
     }
@@ -126,11 +109,14 @@ TEST_F(TransferPlan, parentAndChildTogetherAreRefusedInEitherOrder)
     m_tree.file("x/doc");
     m_tree.folder("dst");
     const std::string message = "Select either a folder or its children, not both.";
-    EXPECT_EQ(transferFailure({m_tree / "x/docs", m_tree / "x/docs/a.txt"}, m_tree / "dst", ConflictPolicy::skip),
-              message);
-    EXPECT_EQ(transferFailure({m_tree / "x/docs/a.txt", m_tree / "x/docs"}, m_tree / "dst", ConflictPolicy::skip),
-              message);
-    EXPECT_EQ(transferFailure({m_tree / "x/doc", m_tree / "x/docs"}, m_tree / "dst", ConflictPolicy::stop), "");
+    EXPECT_EQ(
+        transferFailure({m_tree / "x/docs", m_tree / "x/docs/a.txt"}, m_tree / "dst", ConflictPolicy::skip),
+        message);
+    EXPECT_EQ(
+        transferFailure({m_tree / "x/docs/a.txt", m_tree / "x/docs"}, m_tree / "dst", ConflictPolicy::skip),
+        message);
+    EXPECT_EQ(transferFailure({m_tree / "x/doc", m_tree / "x/docs"}, m_tree / "dst", ConflictPolicy::stop),
+              "");
     EXPECT_THAT(names(m_tree / "dst"), ElementsAre("doc", "docs"));
 }
 
@@ -228,8 +214,9 @@ TEST_F(TransferPolicies, replaceSendsTheOldItemToTheTrash)
 
 TEST_F(TransferPolicies, theSameSourceTwiceIsTransferredOnce)
 {
-    const auto result = m_operations.transfer({m_tree / "one/a.txt", m_tree / "one/./a.txt", m_tree / "one/a.txt"},
-                                              m_tree / "dst", false, ConflictPolicy::stop, false);
+    const auto result =
+        m_operations.transfer({m_tree / "one/a.txt", m_tree / "one/./a.txt", m_tree / "one/a.txt"},
+                              m_tree / "dst", false, ConflictPolicy::stop, false);
     EXPECT_THAT(result, ElementsAre(m_tree / "dst/a.txt"));
     EXPECT_THAT(names(m_tree / "dst"), ElementsAre("a.txt"));
 }
@@ -244,10 +231,11 @@ TEST(TransferLog, linesNameEveryStepExactly)
     const LogMark mark;
     FileOperations().transfer({tree / "src/a.txt"}, tree / "dst", false, ConflictPolicy::keepBoth, false);
     const std::string dst = (tree / "dst").string();
-    EXPECT_THAT(mark.lines(), ElementsAre("TRANSFER BEGIN mode=copy sources=[\"" + (tree / "src/a.txt").string() +
-                                              "\"] destination=" + dst + " policy=Keep both",
-                                          "TRANSFER ITEM COMPLETE phase=copy target=" + dst + "/a.txt",
-                                          "TRANSFER COMPLETE items=1 destination=" + dst));
+    EXPECT_THAT(mark.lines(),
+                ElementsAre("TRANSFER BEGIN mode=copy sources=[\"" + (tree / "src/a.txt").string() +
+                                "\"] destination=" + dst + " policy=Keep both",
+                            "TRANSFER ITEM COMPLETE phase=copy target=" + dst + "/a.txt",
+                            "TRANSFER COMPLETE items=1 destination=" + dst));
 }
 
 TEST(TransferLog, beginEscapesQuotesControlsAndInvalidBytes)

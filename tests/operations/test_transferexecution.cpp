@@ -1,4 +1,4 @@
-#include "logcapture.h"
+#include "operationstesting.h"
 #include "testtree.h"
 
 #include "operations/commandererror.h"
@@ -23,8 +23,12 @@ using quillorn::CommanderError;
 using quillorn::ConflictPolicy;
 using quillorn::FileOperations;
 using quillorn::OperationControl;
+using quillorn::test::failure;
+using quillorn::test::hasStaging;
 using quillorn::test::LogMark;
+using quillorn::test::pattern;
 using quillorn::test::TestTree;
+using quillorn::test::wrapped;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -45,47 +49,14 @@ FileOperations afterFirstChunk(std::function<void()> body)
 {
     return withManager([body = std::move(body)](FileOperations::FileManager &manager) {
         manager.copyChunk = [body, copy = manager.copyChunk, calls = 0](int in, int out, std::size_t limit,
-                                                                         const fs::path &source,
-                                                                         const fs::path &target) mutable {
+                                                                        const fs::path &source,
+                                                                        const fs::path &target) mutable {
             const std::size_t count = copy(in, out, limit, source, target);
             if (++calls == 1)
                 body();
             return count;
         };
     });
-}
-
-bool hasStaging(const fs::path &folder)
-{
-    for (const auto &entry : fs::directory_iterator(folder))
-        if (entry.path().filename().string().rfind(".quillorn-", 0) == 0)
-            return true;
-    return false;
-}
-
-std::string wrapped(const std::string &phase, const std::string &reason, const std::string &domainAndCode)
-{
-    return phase + " failed: " + reason + " (" + domainAndCode + "). See " +
-           AppDiagnostics::shared().fileURL().string();
-}
-
-template <typename Body>
-std::string failure(Body &&body)
-{
-    try {
-        body();
-    } catch (const CommanderError &error) {
-        return error.errorDescription();
-    }
-    return {};
-}
-
-std::string bigFile(std::size_t bytes)
-{
-    std::string contents(bytes, '\0');
-    for (std::size_t i = 0; i < bytes; ++i)
-        contents[i] = static_cast<char>('a' + i % 23);
-    return contents;
 }
 
 // ---- copies -------------------------------------------------------------------
@@ -95,7 +66,7 @@ TEST(TransferCopy, treeArrivesWithHiddenFilesLinksModesAndDates)
     TestTree tree;
     tree.file("src/box/.hidden", "h");
     tree.file("src/box/empty");
-    tree.file("src/box/sub/data.bin", bigFile(3 * 1024 * 1024 + 5));
+    tree.file("src/box/sub/data.bin", pattern(3 * 1024 * 1024 + 5));
     tree.symlink("src/box/dangling", "../nowhere");
     tree.folder("dst");
     ::chmod((tree / "src/box/empty").c_str(), 0640);
@@ -104,14 +75,15 @@ TEST(TransferCopy, treeArrivesWithHiddenFilesLinksModesAndDates)
         ::utimensat(AT_FDCWD, (tree / item).c_str(), stamp, AT_SYMLINK_NOFOLLOW);
 
     OperationControl control;
-    const auto result =
-        FileOperations().transfer({tree / "src/box"}, tree / "dst", false, ConflictPolicy::stop, control, false);
+    const auto result = FileOperations().transfer({tree / "src/box"}, tree / "dst", false,
+                                                  ConflictPolicy::stop, control, false);
     EXPECT_THAT(result, ElementsAre(tree / "dst/box"));
     EXPECT_EQ(TestTree::read(tree / "dst/box/.hidden"), "h");
     EXPECT_EQ(TestTree::read(tree / "dst/box/sub/data.bin"), TestTree::read(tree / "src/box/sub/data.bin"));
     EXPECT_EQ(fs::read_symlink(tree / "dst/box/dangling"), "../nowhere");
     for (const char *item : {"box/empty", "box/sub", "box"}) {
-        struct stat source{}, copy{};
+        struct stat source {
+        }, copy{};
         ::lstat((tree / "src" / item).c_str(), &source);
         ::lstat((tree / "dst" / item).c_str(), &copy);
         EXPECT_EQ(copy.st_mode, source.st_mode) << item;
@@ -130,8 +102,9 @@ TEST(TransferCopy, namedPipeStopsTheFolderCopyWithoutOpeningIt)
     tree.file("src/box/a.txt", "a");
     ASSERT_EQ(::mkfifo((tree / "src/box/pipe").c_str(), 0644), 0);
     tree.folder("dst");
-    const std::string message = failure(
-        [&] { FileOperations().transfer({tree / "src/box"}, tree / "dst", false, ConflictPolicy::stop, false); });
+    const std::string message = failure([&] {
+        FileOperations().transfer({tree / "src/box"}, tree / "dst", false, ConflictPolicy::stop, false);
+    });
     EXPECT_EQ(message, wrapped("Copying \u2018box\u2019",
                                "Unsupported special file: " + (tree / "src/box/pipe").string(),
                                "Quillorn.CommanderError 1"));
@@ -141,28 +114,29 @@ TEST(TransferCopy, namedPipeStopsTheFolderCopyWithoutOpeningIt)
 TEST(TransferCopy, cancellationStopsWithinOneChunkAndLeavesNoStaging)
 {
     TestTree tree;
-    tree.file("src/big.bin", bigFile(8 * 1024 * 1024));
+    tree.file("src/big.bin", pattern(8 * 1024 * 1024));
     tree.folder("dst");
     OperationControl control;
     const FileOperations operations = afterFirstChunk([&] { control.cancel(); });
     const LogMark mark;
-    EXPECT_THROW(operations.transfer({tree / "src/big.bin"}, tree / "dst", false, ConflictPolicy::stop, control, false),
+    EXPECT_THROW(operations.transfer({tree / "src/big.bin"}, tree / "dst", false, ConflictPolicy::stop,
+                                     control, false),
                  CancellationError);
     EXPECT_EQ(control.progress().completed, 1024 * 1024);
     EXPECT_TRUE(fs::is_empty(tree / "dst"));
     const std::vector<std::string> lines = mark.lines();
     ASSERT_EQ(lines.size(), 2u);
     EXPECT_THAT(lines[1], testing::StartsWith("TRANSFER FAILED phase=Copying \u2018big.bin\u2019 source=" +
-                                              (tree / "src/big.bin").string() + " destination=" +
-                                              (tree / "dst/big.bin").string() + " staging=" +
-                                              (tree / "dst/.quillorn-").string()));
+                                              (tree / "src/big.bin").string() +
+                                              " destination=" + (tree / "dst/big.bin").string() +
+                                              " staging=" + (tree / "dst/.quillorn-").string()));
     EXPECT_THAT(lines[1], HasSubstr(" error=Quillorn.CancellationError code=1: "));
 }
 
 TEST(TransferCopy, stagingNamesAreUpperCaseVersionFourIdentifiers)
 {
     TestTree tree;
-    tree.file("src/big.bin", bigFile(2 * 1024 * 1024));
+    tree.file("src/big.bin", pattern(2 * 1024 * 1024));
     tree.folder("dst");
     std::string staging;
     const FileOperations operations = afterFirstChunk([&] {
@@ -180,14 +154,15 @@ class SourceChange : public testing::TestWithParam<std::function<void(const fs::
 TEST_P(SourceChange, duringTheCopyFailsAndPublishesNothing)
 {
     TestTree tree;
-    const fs::path source = tree.file("src/big.bin", bigFile(4 * 1024 * 1024));
+    const fs::path source = tree.file("src/big.bin", pattern(4 * 1024 * 1024));
     tree.folder("dst");
     const FileOperations operations = afterFirstChunk([&] { GetParam()(source); });
     const std::string message =
         failure([&] { operations.transfer({source}, tree / "dst", false, ConflictPolicy::stop, false); });
-    EXPECT_EQ(message, wrapped("Copying \u2018big.bin\u2019",
-                               "The source changed during copying: big.bin. Retry when it is no longer being edited.",
-                               "Quillorn.CommanderError 1"));
+    EXPECT_EQ(message,
+              wrapped("Copying \u2018big.bin\u2019",
+                      "The source changed during copying: big.bin. Retry when it is no longer being edited.",
+                      "Quillorn.CommanderError 1"));
     EXPECT_TRUE(fs::is_empty(tree / "dst"));
 }
 
@@ -219,7 +194,8 @@ TEST(TransferCopy, copyingOntoAHardLinkOfItselfKeepsItsBytes)
     FileOperations().transfer({source}, tree / "dst", false, ConflictPolicy::replace, false);
     EXPECT_EQ(TestTree::read(source), "precious bytes");
     EXPECT_EQ(TestTree::read(tree / "dst/a.txt"), "precious bytes");
-    struct stat original{}, published{};
+    struct stat original {
+    }, published{};
     ::lstat(source.c_str(), &original);
     ::lstat((tree / "dst/a.txt").c_str(), &published);
     EXPECT_NE(original.st_ino, published.st_ino); // a fresh copy; the old link went to the Trash
@@ -242,18 +218,21 @@ TEST(TransferFaults, failedPublishingRenameLeavesNothingAndKeepsEarlierItems)
     });
     const LogMark mark;
     const std::string message = failure([&] {
-        operations.transfer({tree / "src/a.txt", tree / "src/b.txt"}, tree / "dst", false, ConflictPolicy::stop, false);
+        operations.transfer({tree / "src/a.txt", tree / "src/b.txt"}, tree / "dst", false,
+                            ConflictPolicy::stop, false);
     });
-    EXPECT_EQ(message, wrapped("Publishing \u2018b.txt\u2019 at the destination", "Input/output error", "POSIX 5"));
+    EXPECT_EQ(message,
+              wrapped("Publishing \u2018b.txt\u2019 at the destination", "Input/output error", "POSIX 5"));
     EXPECT_THAT(fs::directory_iterator(tree / "dst")->path(), tree / "dst/a.txt");
     EXPECT_FALSE(fs::exists(tree / "dst/b.txt"));
     EXPECT_FALSE(hasStaging(tree / "dst"));
     const std::vector<std::string> lines = mark.lines();
     ASSERT_EQ(lines.size(), 3u);
-    EXPECT_THAT(lines[2], testing::MatchesRegex("TRANSFER FAILED phase=Publishing \u2018b.txt\u2019 at the destination "
-                                                "source=.*/src/b.txt destination=.*/dst/b.txt "
-                                                "staging=(.*/dst/.quillorn-[-0-9A-F]+) error=POSIX code=5: "
-                                                "Input/output error path=.*/dst/.quillorn-[-0-9A-F]+"));
+    EXPECT_THAT(lines[2],
+                testing::MatchesRegex("TRANSFER FAILED phase=Publishing \u2018b.txt\u2019 at the destination "
+                                      "source=.*/src/b.txt destination=.*/dst/b.txt "
+                                      "staging=(.*/dst/.quillorn-[-0-9A-F]+) error=POSIX code=5: "
+                                      "Input/output error path=.*/dst/.quillorn-[-0-9A-F]+"));
 }
 
 TEST(TransferFaults, failedFlushOfAFileOrAFolderPublishesNothing)
@@ -321,7 +300,8 @@ TEST(TransferMove, withinOneVolumeIsOneRenameWithoutStaging)
     const FolderWatch watch(tree / "dst");
     const LogMark mark;
     OperationControl control;
-    const auto result = operations.transfer({tree / "src/box"}, tree / "dst", true, ConflictPolicy::stop, control, false);
+    const auto result =
+        operations.transfer({tree / "src/box"}, tree / "dst", true, ConflictPolicy::stop, control, false);
     EXPECT_THAT(result, ElementsAre(tree / "dst/box"));
     EXPECT_THAT(renames, ElementsAre(std::pair(tree / "src/box", tree / "dst/box")));
     EXPECT_THAT(watch.arrivals(), ElementsAre("box"));
@@ -356,15 +336,16 @@ TEST(TransferMove, replacingCopiesThenTrashesTheOldItemAndTheSource)
 TEST(TransferMove, sourceFolderChangedWhileCopyingIsPreserved)
 {
     TestTree tree;
-    tree.file("src/box/big.bin", bigFile(2 * 1024 * 1024));
+    tree.file("src/box/big.bin", pattern(2 * 1024 * 1024));
     tree.file("dst/box/old.txt", "old");
     const FileOperations operations = afterFirstChunk([&] { tree.file("src/box/late.txt", "late"); });
     const std::string message = failure(
         [&] { operations.transfer({tree / "src/box"}, tree / "dst", true, ConflictPolicy::replace, false); });
-    EXPECT_EQ(message, wrapped("Verifying \u2018box\u2019",
-                               "The source folder changed while copying. The move was stopped and the source was "
-                               "preserved.",
-                               "Quillorn.CommanderError 1"));
+    EXPECT_EQ(message,
+              wrapped("Verifying \u2018box\u2019",
+                      "The source folder changed while copying. The move was stopped and the source was "
+                      "preserved.",
+                      "Quillorn.CommanderError 1"));
     EXPECT_TRUE(fs::exists(tree / "src/box/big.bin"));
     EXPECT_TRUE(fs::exists(tree / "src/box/late.txt"));
     EXPECT_EQ(TestTree::read(tree / "dst/box/old.txt"), "old");

@@ -1,5 +1,5 @@
 // ctest-labels: root
-#include "logcapture.h"
+#include "operationstesting.h"
 #include "testtree.h"
 
 #include "operations/commandererror.h"
@@ -27,8 +27,12 @@ using quillorn::AppDiagnostics;
 using quillorn::CommanderError;
 using quillorn::ConflictPolicy;
 using quillorn::FileOperations;
+using quillorn::test::failure;
 using quillorn::test::LogMark;
+using quillorn::test::names;
+using quillorn::test::pattern;
 using quillorn::test::TestTree;
+using quillorn::test::wrapped;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
@@ -66,49 +70,15 @@ private:
         if (!quillorn::test::runningAsRoot())                                                                \
             GTEST_SKIP() << "needs root to mount a file system";                                             \
         if (!(mount).mounted())                                                                              \
-            GTEST_SKIP() << "this machine refuses the mount: " << (mount).error();                         \
+            GTEST_SKIP() << "this machine refuses the mount: " << (mount).error();                           \
     } while (false)
-
-std::string pattern(std::size_t bytes)
-{
-    std::string contents(bytes, '\0');
-    for (std::size_t i = 0; i < bytes; ++i)
-        contents[i] = static_cast<char>('A' + i % 26);
-    return contents;
-}
-
-template <typename Body>
-std::string failure(Body &&body)
-{
-    try {
-        body();
-    } catch (const CommanderError &error) {
-        return error.errorDescription();
-    }
-    return {};
-}
-
-std::string wrapped(const std::string &phase, const std::string &reason, const std::string &domainAndCode)
-{
-    return phase + " failed: " + reason + " (" + domainAndCode + "). See " +
-           AppDiagnostics::shared().fileURL().string();
-}
-
-std::vector<std::string> names(const fs::path &folder)
-{
-    std::vector<std::string> result;
-    for (const auto &entry : fs::directory_iterator(folder))
-        result.push_back(entry.path().filename().string());
-    std::sort(result.begin(), result.end());
-    return result;
-}
 
 std::size_t trashCount()
 {
     std::error_code error;
     std::size_t count = 0;
-    for (auto it = fs::directory_iterator(dataHome / "Trash/files", error); !error && it != fs::directory_iterator();
-         it.increment(error))
+    for (auto it = fs::directory_iterator(dataHome / "Trash/files", error);
+         !error && it != fs::directory_iterator(); it.increment(error))
         ++count;
     return count;
 }
@@ -144,7 +114,8 @@ TEST(CrossVolume, moveCarriesTheWholeTreeAndTrashesTheSource)
     const std::size_t trashedBefore = trashCount();
 
     const LogMark mark;
-    const auto result = FileOperations().transfer({tree / "src/box"}, tree / "volume", true, ConflictPolicy::stop, false);
+    const auto result =
+        FileOperations().transfer({tree / "src/box"}, tree / "volume", true, ConflictPolicy::stop, false);
     EXPECT_THAT(result, ElementsAre(tree / "volume/box"));
     EXPECT_FALSE(fs::exists(tree / "src/box"));
     EXPECT_EQ(trashCount(), trashedBefore + 1);
@@ -152,7 +123,7 @@ TEST(CrossVolume, moveCarriesTheWholeTreeAndTrashesTheSource)
     EXPECT_EQ(TestTree::read(moved), pattern(3 * 1024 * 1024 + 1));
     EXPECT_EQ(TestTree::read(tree / "volume/box/sub/.hidden"), "h");
     EXPECT_EQ(fs::read_symlink(tree / "volume/box/link"), "sub/.hidden");
-    struct stat attributes{};
+    struct stat attributes {};
     ::lstat(moved.c_str(), &attributes);
     EXPECT_EQ(attributes.st_mtim.tv_sec, 1'500'000'000);
     EXPECT_EQ(attributes.st_mtim.tv_nsec, 222'333'444);
@@ -173,8 +144,8 @@ TEST(CrossVolume, aSourceFolderThatChangesWhileCopiedIsPreserved)
     REQUIRE_MOUNT(volume);
     tree.file("src/box/data.bin", pattern(3 * 1024 * 1024));
     FileOperations::FileManager manager = FileOperations::FileManager::posix();
-    manager.copyChunk = [&tree, copy = manager.copyChunk](int in, int out, std::size_t limit, const fs::path &source,
-                                                          const fs::path &target) {
+    manager.copyChunk = [&tree, copy = manager.copyChunk](int in, int out, std::size_t limit,
+                                                          const fs::path &source, const fs::path &target) {
         if (!fs::exists(tree / "src/box/late.txt")) {
             tree.file("src/box/late.txt", "late");
             std::ofstream(tree / "src/box/notes.txt", std::ios::app) << " and more";
@@ -184,12 +155,13 @@ TEST(CrossVolume, aSourceFolderThatChangesWhileCopiedIsPreserved)
     tree.file("src/box/notes.txt", "notes");
     const FileOperations operations(FileOperations::defaultTrash(), FileOperations::defaultRemove(),
                                     FileOperations::defaultVolumeIsLocal(), manager);
-    EXPECT_EQ(failure([&] {
-                  operations.transfer({tree / "src/box"}, tree / "volume", true, ConflictPolicy::stop, false);
-              }),
-              wrapped("Verifying \u2018box\u2019",
-                      "The source folder changed while copying. The move was stopped and the source was preserved.",
-                      "Quillorn.CommanderError 1"));
+    EXPECT_EQ(
+        failure([&] {
+            operations.transfer({tree / "src/box"}, tree / "volume", true, ConflictPolicy::stop, false);
+        }),
+        wrapped("Verifying \u2018box\u2019",
+                "The source folder changed while copying. The move was stopped and the source was preserved.",
+                "Quillorn.CommanderError 1"));
     EXPECT_TRUE(fs::exists(tree / "src/box/data.bin"));
     EXPECT_TRUE(fs::is_empty(tree / "volume"));
 }
@@ -219,8 +191,8 @@ TEST(DiskFull, inTheMiddleOfAFileKeepsEarlierItemsAndLeavesNoStaging)
     tree.file("src/a.txt", "small");
     tree.file("src/big.bin", pattern(6 * 1024 * 1024));
     EXPECT_EQ(failure([&] {
-                  FileOperations().transfer({tree / "src/big.bin", tree / "src/a.txt"}, tree / "volume", false,
-                                            ConflictPolicy::stop, false);
+                  FileOperations().transfer({tree / "src/big.bin", tree / "src/a.txt"}, tree / "volume",
+                                            false, ConflictPolicy::stop, false);
               }),
               wrapped("Copying \u2018big.bin\u2019", "No space left on device", "POSIX 28"));
     EXPECT_THAT(names(tree / "volume"), ElementsAre("a.txt"));
@@ -236,8 +208,8 @@ TEST(DiskFull, whileReplacingLeavesTheOldItemInPlaceAndOutOfTheTrash)
     tree.file("volume/big.bin", "old bytes");
     const std::size_t trashedBefore = trashCount();
     EXPECT_THAT(failure([&] {
-                    FileOperations().transfer({tree / "src/big.bin"}, tree / "volume", false, ConflictPolicy::replace,
-                                              false);
+                    FileOperations().transfer({tree / "src/big.bin"}, tree / "volume", false,
+                                              ConflictPolicy::replace, false);
                 }),
                 HasSubstr("No space left on device"));
     EXPECT_THAT(names(tree / "volume"), ElementsAre("big.bin"));
@@ -254,7 +226,8 @@ struct Outcome {
 };
 
 // Runs prefix (strace, setpriv...) + the driver + arguments; stderr is kept.
-Outcome runDriver(const TestTree &tree, std::vector<std::string> prefix, const std::vector<std::string> &arguments)
+Outcome runDriver(const TestTree &tree, std::vector<std::string> prefix,
+                  const std::vector<std::string> &arguments)
 {
     // LeakSanitizer cannot run under ptrace; the driver's leaks are not the question here.
     ::setenv("ASAN_OPTIONS", "detect_leaks=0", 1);
@@ -335,7 +308,8 @@ TEST_F(InjectedFault, failingPublishingRenamePublishesNothing)
     const Outcome outcome = run("renameat2:error=EIO");
     EXPECT_EQ(outcome.exitCode, 1);
     EXPECT_EQ(outcome.errors,
-              wrapped("Publishing \u2018a.txt\u2019 at the destination", "Input/output error", "POSIX 5") + "\n");
+              wrapped("Publishing \u2018a.txt\u2019 at the destination", "Input/output error", "POSIX 5") +
+                  "\n");
     EXPECT_TRUE(fs::is_empty(m_tree / "dst"));
 }
 
@@ -374,9 +348,9 @@ TEST_F(InjectedFault, destinationWithoutWritePermissionIsRefused)
     if (outcome.exitCode == -1 || outcome.errors.find("setpriv:") == 0)
         GTEST_SKIP() << "cannot switch to the user nobody: " << outcome.errors;
     EXPECT_EQ(outcome.exitCode, 1);
-    EXPECT_TRUE(std::regex_search(outcome.errors,
-                                  std::regex("^Copying \u2018a.txt\u2019 failed: Cannot create .*/dst/\\.quillorn-"
-                                             "[-0-9A-F]+ \\(Quillorn.CommanderError 1\\)\\. See ")))
+    EXPECT_TRUE(std::regex_search(
+        outcome.errors, std::regex("^Copying \u2018a.txt\u2019 failed: Cannot create .*/dst/\\.quillorn-"
+                                   "[-0-9A-F]+ \\(Quillorn.CommanderError 1\\)\\. See ")))
         << outcome.errors;
     EXPECT_TRUE(fs::is_empty(m_tree / "dst"));
 }

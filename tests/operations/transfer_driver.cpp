@@ -14,7 +14,8 @@
 int main(int argc, char **argv)
 {
     using namespace quillorn;
-    const std::optional<ConflictPolicy> policy = argc >= 5 ? conflictPolicyFromRawValue(argv[2]) : std::nullopt;
+    const std::optional<ConflictPolicy> policy =
+        argc >= 5 ? conflictPolicyFromRawValue(argv[2]) : std::nullopt;
     const std::string mode = argc >= 2 ? argv[1] : "";
     if (!policy || (mode != "copy" && mode != "move")) {
         std::fprintf(stderr, "usage: %s copy|move POLICY DESTINATION SOURCE...\n", argv[0]);
@@ -22,7 +23,8 @@ int main(int argc, char **argv)
     }
     const std::vector<std::filesystem::path> sources(argv + 4, argv + argc);
     try {
-        for (const auto &published : FileOperations().transfer(sources, argv[3], mode == "move", *policy, true))
+        for (const auto &published :
+             FileOperations().transfer(sources, argv[3], mode == "move", *policy, true))
             std::printf("%s\n", published.c_str());
         return 0;
     } catch (const CommanderError &error) {

@@ -71,13 +71,27 @@ void appendEscaped(std::string &out, const std::string &text)
             continue;
         }
         switch (const std::uint32_t c = sequence.codePoint) {
-        case '\\': out += "\\\\"; break;
-        case '"': out += "\\\""; break;
-        case '\'': out += "\\'"; break;
-        case '\t': out += "\\t"; break;
-        case '\n': out += "\\n"; break;
-        case '\r': out += "\\r"; break;
-        case 0: out += "\\0"; break;
+        case '\\':
+            out += "\\\\";
+            break;
+        case '"':
+            out += "\\\"";
+            break;
+        case '\'':
+            out += "\\'";
+            break;
+        case '\t':
+            out += "\\t";
+            break;
+        case '\n':
+            out += "\\n";
+            break;
+        case '\r':
+            out += "\\r";
+            break;
+        case 0:
+            out += "\\0";
+            break;
         default:
             if (c < 0x20 || (c >= 0x7F && c <= 0x9F))
                 out += "\\u{" + hex(c) + "}";

@@ -42,7 +42,7 @@ int FileDescriptor::release()
 
 struct stat itemAttributes(const fs::path &item)
 {
-    struct stat attributes{};
+    struct stat attributes {};
     if (::lstat(item.c_str(), &attributes) != 0)
         throwPosixError(item, errno);
     return attributes;
