@@ -12,7 +12,8 @@ JOBS        ?= $(shell nproc)
 PACKAGES := cmake g++ make pkg-config ninja-build \
 	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev \
 	libgtest-dev libgmock-dev libbenchmark-dev \
-	xvfb xauth xdotool x11-utils unzip attr acl bindfs util-linux strace e2fsprogs
+	xvfb xauth xdotool x11-utils unzip attr acl bindfs util-linux strace e2fsprogs \
+	libglib2.0-bin gvfs-daemons dbus-daemon rsync time
 
 .PHONY: deps build run test bench install clean
 
