@@ -1,0 +1,241 @@
+#include "app/keyhandler.h"
+
+#include "model/commandermodel.h"
+
+#include <QAbstractSpinBox>
+#include <QApplication>
+#include <QComboBox>
+#include <QKeyEvent>
+#include <QLineEdit>
+#include <QPlainTextEdit>
+#include <QTextEdit>
+#include <QWidget>
+#include <array>
+
+namespace quillorn {
+
+namespace {
+
+using Action = KeyHandler::Action;
+
+constexpr std::array<int, 10> functionKeys{Qt::Key_F1, Qt::Key_F2, Qt::Key_F3, Qt::Key_F4, Qt::Key_F5,
+                                           Qt::Key_F6, Qt::Key_F7, Qt::Key_F8, Qt::Key_F9, Qt::Key_F10};
+
+struct CharacterRow {
+    char character;
+    Action action;
+};
+// Ctrl shortcuts, recognised by the character of the key without modifiers.
+constexpr std::array<CharacterRow, 9> controlRows{{
+    {'c', Action::clipboardCopy},
+    {'v', Action::clipboardPaste},
+    {'t', Action::newTab},
+    {'w', Action::closeTab},
+    {'f', Action::search},
+    {'i', Action::info},
+    {'r', Action::refresh},
+    {'a', Action::selectAll},
+    {'.', Action::ignoredPeriod},
+}};
+
+struct KeyRow {
+    int key;
+    Action action;
+};
+// Keys recognised by themselves, whatever Alt, Meta or Shift do.
+constexpr std::array<KeyRow, 8> plainRows{{
+    {Qt::Key_Return, Action::open},
+    {Qt::Key_Enter, Action::open},
+    {Qt::Key_Tab, Action::switchPane},
+    {Qt::Key_Backtab, Action::switchPane}, // Shift+Tab arrives as its own key
+    {Qt::Key_Space, Action::tagAndAdvance},
+    {Qt::Key_Backspace, Action::parentFolder},
+    {Qt::Key_Down, Action::cursorDown},
+    {Qt::Key_Up, Action::cursorUp},
+}};
+
+// The character a key gives without modifiers. Qt reports letters in upper
+// case whatever Shift does; with Shift held the US layout reports "." as ">",
+// which is taken back to "." so that Ctrl+Shift+. toggles hidden items.
+std::optional<char> unmodifiedCharacter(int key, Qt::KeyboardModifiers modifiers)
+{
+    if (key == Qt::Key_Greater && (modifiers & Qt::ShiftModifier))
+        return '.';
+    if (key < 0x20 || key > 0x7e)
+        return std::nullopt;
+    const char character = char(key);
+    return character >= 'A' && character <= 'Z' ? char(character - 'A' + 'a') : character;
+}
+
+bool isTextEditor(const QWidget *widget)
+{
+    if (!widget)
+        return false;
+    if (const auto *line = qobject_cast<const QLineEdit *>(widget))
+        return !line->isReadOnly();
+    if (const auto *text = qobject_cast<const QTextEdit *>(widget))
+        return !text->isReadOnly();
+    if (const auto *plain = qobject_cast<const QPlainTextEdit *>(widget))
+        return !plain->isReadOnly();
+    if (const auto *combo = qobject_cast<const QComboBox *>(widget))
+        return combo->isEditable();
+    return qobject_cast<const QAbstractSpinBox *>(widget) != nullptr;
+}
+
+} // namespace
+
+KeyHandler::KeyHandler(CommanderModel &model, Gate gate, QObject *parent)
+    : QObject(parent), m_model(model), m_gate(std::move(gate))
+{
+}
+
+KeyHandler::Gate KeyHandler::windowGate(CommanderModel &model, const QWidget *window)
+{
+    return [&model, window](const QObject *receiver) {
+        if (model.tool())
+            return false;
+        const auto *widget = qobject_cast<const QWidget *>(receiver);
+        if (!widget || widget->window() != window)
+            return false; // another window, a sheet or an alert
+        if (QApplication::activeWindow() != window)
+            return false;
+        if (QApplication::activeModalWidget())
+            return false; // a sheet or an alert is up
+        return !isTextEditor(QApplication::focusWidget()) && !isTextEditor(widget);
+    };
+}
+
+std::optional<KeyHandler::Binding> KeyHandler::binding(int key, Qt::KeyboardModifiers modifiers)
+{
+    for (std::size_t index = 0; index < functionKeys.size(); ++index)
+        if (functionKeys[index] == key)
+            return Binding{Action::functionKey, int(index) + 1};
+
+    if (modifiers & Qt::ControlModifier) {
+        const std::optional<char> character = unmodifiedCharacter(key, modifiers);
+        if (!character)
+            return std::nullopt;
+        for (const CharacterRow &row : controlRows) {
+            if (row.character != *character)
+                continue;
+            if (row.action == Action::ignoredPeriod && (modifiers & Qt::ShiftModifier))
+                return Binding{Action::toggleHidden};
+            return Binding{row.action};
+        }
+        return std::nullopt;
+    }
+
+    for (const KeyRow &row : plainRows)
+        if (row.key == key)
+            return Binding{row.action, 0, bool(modifiers & Qt::ShiftModifier)};
+    return std::nullopt;
+}
+
+bool KeyHandler::consumes(const Binding &binding) const
+{
+    switch (binding.action) {
+    case Action::closeTab: return m_model.active().tabs().size() >= 2;
+    case Action::ignoredPeriod: return false;
+    default: return true;
+    }
+}
+
+bool KeyHandler::wouldConsume(int key, Qt::KeyboardModifiers modifiers) const
+{
+    const std::optional<Binding> row = binding(key, modifiers);
+    return row && consumes(*row);
+}
+
+bool KeyHandler::handle(int key, Qt::KeyboardModifiers modifiers)
+{
+    const std::optional<Binding> row = binding(key, modifiers);
+    if (!row || !consumes(*row))
+        return false;
+    run(*row);
+    return true;
+}
+
+void KeyHandler::run(const Binding &binding)
+{
+    PaneModel &active = m_model.active();
+    switch (binding.action) {
+    case Action::functionKey: m_model.perform(binding.functionNumber); break;
+    case Action::clipboardCopy: m_model.clipboardCopy(); break;
+    case Action::clipboardPaste: m_model.clipboardPaste(); break;
+    case Action::newTab: active.newTab(); break;
+    case Action::closeTab: active.closeTab(); break;
+    case Action::search: m_model.setTool(ToolSheet::Search{active.directory()}); break;
+    case Action::info:
+        if (const auto items = active.selected(); !items.empty())
+            m_model.setTool(ToolSheet::Info{items.front()});
+        break;
+    case Action::refresh: m_model.perform(9); break;
+    case Action::selectAll: selectAll(); break;
+    case Action::toggleHidden: active.setShowHidden(!active.showHidden()); break;
+    case Action::ignoredPeriod: break;
+    case Action::open: openCurrent(); break;
+    case Action::switchPane: m_model.setActiveLeft(!m_model.activeLeft()); break;
+    case Action::tagAndAdvance: active.toggleTagAndAdvance(); break;
+    case Action::parentFolder: active.navigate(active.directory().parent_path()); break;
+    case Action::cursorDown: active.moveCursor(1, binding.extending); break;
+    case Action::cursorUp: active.moveCursor(-1, binding.extending); break;
+    }
+}
+
+void KeyHandler::selectAll()
+{
+    PaneModel &active = m_model.active();
+    std::set<std::filesystem::path> all;
+    for (const FileEntry &entry : active.visible())
+        all.insert(entry.id());
+    active.setSelection(std::move(all));
+    if (active.visible().empty())
+        active.setCursor(std::nullopt);
+    else
+        active.setCursor(active.visible().front().id());
+}
+
+void KeyHandler::openCurrent()
+{
+    PaneModel &active = m_model.active();
+    const std::vector<FileEntry> &visible = active.visible();
+    const FileEntry *chosen = nullptr;
+    if (const auto &cursor = active.cursor()) {
+        if (const auto index = active.visibleIndexOf(*cursor))
+            chosen = &visible[std::size_t(*index)];
+    }
+    if (!chosen) {
+        for (const FileEntry &entry : visible) {
+            if (active.isTagged(entry.id())) {
+                chosen = &entry;
+                break;
+            }
+        }
+    }
+    if (chosen) {
+        const FileEntry entry = *chosen; // open() may re-list and invalidate `visible`
+        m_model.open(entry);
+    }
+}
+
+bool KeyHandler::eventFilter(QObject *watched, QEvent *event)
+{
+    const QEvent::Type type = event->type();
+    if (type != QEvent::KeyPress && type != QEvent::ShortcutOverride)
+        return false;
+    // A key reaches the window object first and then its focus widget; deciding
+    // on widgets only runs each key once.
+    if (!watched->isWidgetType() || !m_gate(watched))
+        return false;
+    auto *key = static_cast<QKeyEvent *>(event);
+    if (type == QEvent::ShortcutOverride) {
+        // Claim keys the table consumes so that no menu shortcut takes them first.
+        if (!wouldConsume(key->key(), key->modifiers()))
+            return false;
+        key->accept();
+        return true;
+    }
+    return handle(key->key(), key->modifiers());
+}
+
+} // namespace quillorn

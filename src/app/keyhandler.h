@@ -1,0 +1,72 @@
+#pragma once
+
+#include <QObject>
+#include <Qt>
+#include <functional>
+#include <optional>
+
+class QKeyEvent;
+class QWidget;
+
+namespace quillorn {
+
+class CommanderModel;
+
+// The main window's keyboard: an application event filter that turns key
+// presses into commands of the application model and its active pane. Drawing
+// knows nothing of keys; this class knows nothing of drawing.
+//
+// A gate decides first whether the window may take a key at all; it says no
+// while a tool sheet, an alert or a text field has the keyboard, so those get
+// every key untouched. Keys the table does not know, and the few rows that
+// decline (Ctrl+W with one tab, Ctrl+. without Shift), go on to normal handling:
+// menus and the window's own shortcuts. Ctrl stands where other desktops have
+// Command.
+class KeyHandler : public QObject {
+    Q_OBJECT
+public:
+    // Whether the window may handle a key sent to `receiver`.
+    using Gate = std::function<bool(const QObject *receiver)>;
+
+    enum class Action {
+        functionKey, clipboardCopy, clipboardPaste, newTab, closeTab, search, info, refresh,
+        selectAll, toggleHidden, ignoredPeriod, open, switchPane, tagAndAdvance, parentFolder,
+        cursorDown, cursorUp,
+    };
+    struct Binding {
+        Action action;
+        int functionNumber = 0;  // 1...10 for functionKey
+        bool extending = false;  // Shift with the arrow keys
+        friend bool operator==(const Binding &, const Binding &) = default;
+    };
+
+    KeyHandler(CommanderModel &model, Gate gate, QObject *parent = nullptr);
+
+    // The gate of a main window: refuses while a sheet is asked for or shown, an
+    // alert or other modal window is up, another window has the keyboard, or a
+    // text-editing widget has the focus.
+    static Gate windowGate(CommanderModel &model, const QWidget *window);
+
+    // The table row for a key, or none. `key` is Qt's key code, which for
+    // shortcut letters follows the keyboard layout.
+    static std::optional<Binding> binding(int key, Qt::KeyboardModifiers modifiers);
+
+    // Runs the row for the key; true when the key is consumed.
+    bool handle(int key, Qt::KeyboardModifiers modifiers);
+    // Whether handle() would consume the key, without running anything.
+    bool wouldConsume(int key, Qt::KeyboardModifiers modifiers) const;
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    bool consumes(const Binding &binding) const;
+    void run(const Binding &binding);
+    void selectAll();
+    void openCurrent();
+
+    CommanderModel &m_model;
+    Gate m_gate;
+};
+
+} // namespace quillorn
