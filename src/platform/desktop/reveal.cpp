@@ -20,14 +20,6 @@ RevealRoute openContainingFolder(const std::filesystem::path &item)
 
 } // namespace
 
-QUrl fileUrl(const std::filesystem::path &path)
-{
-    const std::string &bytes = path.native();
-    const QByteArray encoded =
-        QByteArray::fromRawData(bytes.data(), qsizetype(bytes.size())).toPercentEncoding("/");
-    return QUrl::fromEncoded(QByteArrayLiteral("file://") + encoded, QUrl::StrictMode);
-}
-
 void revealItem(const std::filesystem::path &item, std::function<void(RevealRoute)> done)
 {
     auto finish = [item, done = std::move(done)](bool shownByFileManager) {
@@ -45,7 +37,7 @@ void revealItem(const std::filesystem::path &item, std::function<void(RevealRout
         QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.FileManager1"),
                                        QStringLiteral("/org/freedesktop/FileManager1"),
                                        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
-    call << QStringList{QString::fromLatin1(fileUrl(item).toEncoded())} << QString();
+    call << QStringList{QString::fromLatin1(encodedFileUrl(item))} << QString();
     // Without a file manager on the bus, activation fails quickly with
     // ServiceUnknown; a hung one is given a few seconds before the folder opens.
     auto *watcher = new QDBusPendingCallWatcher(bus.asyncCall(call, 5000));

@@ -1,6 +1,7 @@
 #pragma once
 
-#include <QUrl>
+#include "platform/desktop/fileurl.h"
+
 #include <filesystem>
 #include <functional>
 
@@ -8,10 +9,6 @@ namespace quillorn {
 
 // How an item was shown to the user by revealItem().
 enum class RevealRoute { fileManager, containingFolder, failed };
-
-// A file URL for a path of any bytes: names that are not valid UTF-8 are
-// percent-encoded byte by byte instead of being replaced.
-QUrl fileUrl(const std::filesystem::path &path);
 
 // Shows the item selected in the desktop's file browser through the
 // org.freedesktop.FileManager1 D-Bus service; when no such service answers,
