@@ -1,0 +1,113 @@
+#include "tools/toolhost.h"
+
+#include "model/commandermodel.h"
+#include "model/commanderthemecolours.h"
+#include "tools/transfersheet.h"
+
+#include <QDialog>
+#include <QTimer>
+#include <QVBoxLayout>
+
+namespace quillorn {
+
+ToolHost::ToolHost(CommanderModel &model, QWidget *window) : QObject(window), m_model(model), m_window(window)
+{
+    connect(&m_model, &CommanderModel::toolChanged, this, &ToolHost::follow);
+    follow();
+}
+
+ToolHost::~ToolHost()
+{
+    if (m_dialog) {
+        m_dialog->disconnect(this);
+        delete m_dialog;
+    }
+}
+
+void ToolHost::follow()
+{
+    const std::optional<ToolSheet> &tool = m_model.tool();
+    if (!tool) {
+        close();
+        return;
+    }
+    // The same request again changes nothing; a new payload replaces the sheet.
+    if (m_dialog && m_shown == tool)
+        return;
+    close();
+    present(*tool);
+}
+
+void ToolHost::close()
+{
+    m_shown.reset();
+    if (!m_dialog)
+        return;
+    QDialog *dialog = m_dialog;
+    m_dialog = nullptr;
+    dialog->disconnect(this);
+    dialog->close();
+    dialog->deleteLater();
+}
+
+void ToolHost::present(const ToolSheet &tool)
+{
+    auto *dialog = new QDialog(m_window);
+    dialog->setObjectName(QStringLiteral("toolSheet"));
+    dialog->setWindowModality(Qt::WindowModal);
+    dialog->setMinimumSize(minimumWidth, minimumHeight);
+    dialog->setWindowTitle(m_window ? m_window->windowTitle() : QString());
+
+    // The frame: the main window's dark palette, with the sheet colours of its theme.
+    const CommanderThemeColours palette = colours(CommanderThemeKey::value(m_window));
+    QPalette frame = m_window ? m_window->palette() : dialog->palette();
+    frame.setColor(QPalette::Window, palette.window);
+    frame.setColor(QPalette::Highlight, palette.accent);
+    frame.setColor(QPalette::Link, palette.accent);
+    dialog->setPalette(frame);
+    dialog->setAutoFillBackground(true);
+
+    QPointer<QDialog> guard(dialog);
+    QWidget *content = buildContent(tool, [guard] {
+        if (guard)
+            guard->accept();
+    });
+    if (!content) {
+        delete dialog;
+        // Nothing to show for this kind yet: drop the request once the
+        // current change has reached everyone who follows the model.
+        QTimer::singleShot(0, this, [this, tool] {
+            if (m_model.tool() == tool)
+                m_model.setTool(std::nullopt);
+        });
+        return;
+    }
+    auto *layout = new QVBoxLayout(dialog);
+    layout->setContentsMargins(padding, padding, padding, padding);
+    layout->addWidget(content);
+
+    // Every way of closing ends here: buttons, Escape, the window's close.
+    connect(dialog, &QDialog::finished, this, [this, dialog] {
+        if (m_dialog != dialog)
+            return;
+        m_dialog = nullptr;
+        m_shown.reset();
+        dialog->deleteLater();
+        m_model.setTool(std::nullopt);
+    });
+    m_dialog = dialog;
+    m_shown = tool;
+    dialog->open();
+    content->setFocus();
+}
+
+QWidget *ToolHost::buildContent(const ToolSheet &tool, const std::function<void()> &dismiss)
+{
+    if (const auto *transfer = tool.as<ToolSheet::Transfer>())
+        return new TransferSheet(transfer->sources, transfer->destination, transfer->move, m_model.queue(),
+                                 dismiss);
+    // Search, compare, editor, info, archive and connect sheets plug in here.
+    return nullptr;
+}
+
+} // namespace quillorn
