@@ -1,9 +1,10 @@
 #include "app/application.h"
 
+#include "app/commanderview.h"
 #include "quillorn/version.h"
 
 #include <QApplication>
-#include <QMainWindow>
+#include <QStyleFactory>
 
 namespace quillorn {
 
@@ -13,10 +14,12 @@ int runApplication(int argc, char *argv[])
     QApplication::setOrganizationName("Quillorn");
     QApplication::setApplicationName("Quillorn");
     QApplication::setApplicationVersion(kVersion);
+    // Fusion draws every widget from the palette, so the themes look the same on
+    // every desktop.
+    if (QStyle *fusion = QStyleFactory::create(QStringLiteral("Fusion")))
+        QApplication::setStyle(fusion);
 
-    QMainWindow window;
-    window.setWindowTitle(QStringLiteral("Quillorn v") + QString::fromLatin1(kVersion));
-    window.resize(1180, 740);
+    CommanderView window;
     window.show();
     return QApplication::exec();
 }

@@ -1,0 +1,83 @@
+#include "app/detail/paneinput.h"
+
+#include "model/panemodel.h"
+#include "platform/core/displaytext.h"
+#include "platform/desktop/fileurl.h"
+
+#include <QMimeData>
+#include <QUrl>
+
+#include <pwd.h>
+
+namespace quillorn::detail {
+
+namespace fs = std::filesystem;
+
+void applyRowClick(PaneModel &pane, const fs::path &url, Qt::KeyboardModifiers modifiers)
+{
+    if (modifiers & Qt::ControlModifier) {
+        pane.setCursor(url);
+        auto selection = pane.selection();
+        if (!selection.erase(url))
+            selection.insert(url);
+        pane.setSelection(std::move(selection));
+        return;
+    }
+    if (modifiers & Qt::ShiftModifier) {
+        const auto anchor = pane.cursor() ? pane.visibleIndexOf(*pane.cursor()) : std::nullopt;
+        const auto target = pane.visibleIndexOf(url);
+        if (anchor && target) {
+            auto selection = pane.selection();
+            const auto &visible = pane.visible();
+            for (int i = std::min(*anchor, *target); i <= std::max(*anchor, *target); ++i)
+                selection.insert(visible[static_cast<std::size_t>(i)].url);
+            pane.setSelection(std::move(selection));
+            pane.setCursor(url);
+            return;
+        }
+    }
+    pane.setSelection({});
+    pane.setCursor(url);
+}
+
+std::vector<fs::path> droppedFiles(const QMimeData &mime)
+{
+    std::vector<fs::path> files;
+    for (const QUrl &url : mime.urls())
+        if (auto path = pathFromFileUrl(url.toEncoded()))
+            files.push_back(std::move(*path));
+    return files;
+}
+
+namespace {
+
+// "~" alone or "~/..." is the current user; "~name/..." is that user's home.
+std::optional<fs::path> homeOfTildePrefix(const QString &prefix, const fs::path &home)
+{
+    if (prefix.isEmpty())
+        return home;
+    const QByteArray name = prefix.toUtf8();
+    if (const passwd *entry = ::getpwnam(name.constData()); entry && entry->pw_dir)
+        return fs::path(entry->pw_dir);
+    return std::nullopt;
+}
+
+} // namespace
+
+fs::path typedFolder(const QString &text, const fs::path &home, const fs::path &base)
+{
+    fs::path folder = pathFromText(text);
+    if (text.startsWith(u'~')) {
+        const qsizetype slash = text.indexOf(u'/');
+        const QString prefix = text.mid(1, slash < 0 ? -1 : slash - 1);
+        if (const auto prefixHome = homeOfTildePrefix(prefix, home)) {
+            const QString rest = slash < 0 ? QString() : text.mid(slash + 1);
+            folder = rest.isEmpty() ? *prefixHome : *prefixHome / pathFromText(rest);
+        }
+    }
+    if (folder.is_relative())
+        folder = base / folder;
+    return folder;
+}
+
+} // namespace quillorn::detail

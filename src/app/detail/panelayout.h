@@ -1,0 +1,31 @@
+#pragma once
+
+#include <QColor>
+#include <QFont>
+
+namespace quillorn::detail {
+
+// Row and header geometry shared by the column headers and the row painter, so
+// that the headers stay over their columns.
+inline constexpr int kPartSpacing = 8; // between the parts of a row
+inline constexpr int kIconWidth = 18;
+inline constexpr int kSizeWidth = 70;
+inline constexpr int kModifiedWidth = 100;
+inline constexpr int kSizeColumnWidth = kPartSpacing + kSizeWidth;
+inline constexpr int kModifiedColumnWidth = kPartSpacing + kModifiedWidth + kPartSpacing;
+inline constexpr int kMinimumPaneWidth = 420;
+
+// Text colours of the dark appearance every theme uses.
+inline QColor primaryTextColour()
+{
+    return QColor(255, 255, 255, 217);
+}
+inline QColor secondaryTextColour()
+{
+    return QColor(235, 235, 245, 153);
+}
+
+// 12-point monospaced text of rows and the path field.
+QFont monospacedFont(int pixelSize = 12);
+
+} // namespace quillorn::detail

@@ -1,0 +1,87 @@
+#include "app/detail/panerowdelegate.h"
+
+#include "app/detail/glyphs.h"
+#include "app/detail/panelayout.h"
+#include "app/detail/panetablemodel.h"
+
+#include <QPainter>
+
+namespace quillorn::detail {
+
+PaneRowDelegate::PaneRowDelegate(QObject *parent)
+    : QStyledItemDelegate(parent), m_colours(colours(CommanderThemeKey::defaultValue)),
+      m_font(monospacedFont())
+{
+}
+
+void PaneRowDelegate::setColours(const CommanderThemeColours &colours)
+{
+    m_colours = colours;
+}
+
+QColor PaneRowDelegate::rowBackground(const QModelIndex &index) const
+{
+    if (index.data(PaneTableModel::taggedRole).toBool())
+        return m_colours.selection;
+    if (index.data(PaneTableModel::cursorRole).toBool()) {
+        QColor cursor = m_colours.selection;
+        cursor.setAlphaF(0.45f);
+        return cursor;
+    }
+    return index.row() % 2 == 0 ? m_colours.row : m_colours.alternateRow;
+}
+
+void PaneRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &option,
+                            const QModelIndex &index) const
+{
+    const QRect cell = option.rect;
+    painter->save();
+    // The cursor colour is translucent: lay it over the plain row colour.
+    painter->fillRect(cell, index.row() % 2 == 0 ? m_colours.row : m_colours.alternateRow);
+    painter->fillRect(cell, rowBackground(index));
+    QColor separator = m_colours.border;
+    separator.setAlphaF(0.45f);
+    painter->setPen(separator);
+    painter->drawLine(cell.bottomLeft(), cell.bottomRight());
+
+    painter->setFont(m_font);
+    if (index.column() == PaneTableModel::nameColumn) {
+        paintName(*painter, cell, index);
+    } else {
+        const int trailing = index.column() == PaneTableModel::modifiedColumn ? kPartSpacing : 0;
+        const QRect text = cell.adjusted(kPartSpacing, 0, -trailing, 0);
+        painter->setPen(secondaryTextColour());
+        const QString value = index.data(Qt::DisplayRole).toString();
+        painter->drawText(text, Qt::AlignRight | Qt::AlignVCenter,
+                          painter->fontMetrics().elidedText(value, Qt::ElideLeft, text.width()));
+    }
+    painter->restore();
+}
+
+void PaneRowDelegate::paintName(QPainter &painter, const QRect &cell, const QModelIndex &index) const
+{
+    const bool directory = index.data(PaneTableModel::directoryRole).toBool();
+    const QRect icon(cell.left() + kPartSpacing, cell.top(), kIconWidth, cell.height());
+    const int glyphSide = std::min(14, cell.height() - 4);
+    const QRectF glyph(icon.center().x() - glyphSide / 2.0 + 0.5, icon.center().y() - glyphSide / 2.0 + 0.5,
+                       glyphSide, glyphSide);
+    paintGlyph(painter, directory ? Glyph::folderFill : Glyph::doc, glyph,
+               directory ? m_colours.accent : secondaryTextColour());
+    const QRect text(icon.right() + 1 + kPartSpacing, cell.top(), cell.right() - icon.right() - kPartSpacing,
+                     cell.height());
+    painter.setPen(primaryTextColour());
+    // A line feed in a name is shown as a visible symbol so the row stays one line.
+    QString name = index.data(Qt::DisplayRole).toString();
+    name.replace(u'\n', QChar(0x2424)).replace(u'\r', QChar(0x240D));
+    painter.drawText(text, Qt::AlignLeft | Qt::AlignVCenter | Qt::TextSingleLine,
+                     painter.fontMetrics().elidedText(name, Qt::ElideMiddle, text.width()));
+}
+
+QSize PaneRowDelegate::sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const
+{
+    QSize size = QStyledItemDelegate::sizeHint(option, index);
+    size.setHeight(QFontMetrics(m_font).height() + 8);
+    return size;
+}
+
+} // namespace quillorn::detail

@@ -1,0 +1,32 @@
+#pragma once
+
+#include "model/commanderthemecolours.h"
+
+#include <QStyledItemDelegate>
+
+namespace quillorn::detail {
+
+// Paints one cell of a pane row: the row background (tagged, cursor or the
+// alternating row colours), the separator, and the cell's part of the row —
+// icon and middle-elided name, size or "<DIR>", or the date.
+class PaneRowDelegate : public QStyledItemDelegate {
+    Q_OBJECT
+public:
+    explicit PaneRowDelegate(QObject *parent = nullptr);
+
+    void setColours(const CommanderThemeColours &colours);
+    void paint(QPainter *painter, const QStyleOptionViewItem &option,
+               const QModelIndex &index) const override;
+    QSize sizeHint(const QStyleOptionViewItem &option, const QModelIndex &index) const override;
+
+    // The background rule, first match wins: tagged, cursor, then even/odd row.
+    QColor rowBackground(const QModelIndex &index) const;
+
+private:
+    void paintName(QPainter &painter, const QRect &cell, const QModelIndex &index) const;
+
+    CommanderThemeColours m_colours;
+    QFont m_font;
+};
+
+} // namespace quillorn::detail

@@ -1,0 +1,164 @@
+#include "app/detail/panetablemodel.h"
+
+#include "model/panemodel.h"
+#include "platform/core/displaytext.h"
+#include "platform/core/numericdate.h"
+#include "platform/desktop/bytecount.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace quillorn::detail {
+
+PaneTableModel::PaneTableModel(PaneModel &pane, QObject *parent)
+    : QAbstractTableModel(parent), m_pane(pane), m_rows(static_cast<int>(pane.visible().size())),
+      m_shownSelection(pane.selection()), m_shownCursor(pane.cursor())
+{
+    connect(&m_pane, &PaneModel::visibleChanged, this, &PaneTableModel::resetRows);
+    connect(&m_pane, &PaneModel::selectionChanged, this, &PaneTableModel::repaintTagChanges);
+    connect(&m_pane, &PaneModel::cursorChanged, this, &PaneTableModel::repaintCursorChange);
+    auto headers = [this] { Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount_ - 1); };
+    connect(&m_pane, &PaneModel::sortChanged, this, headers);
+    connect(&m_pane, &PaneModel::ascendingChanged, this, headers);
+}
+
+int PaneTableModel::rowCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : m_rows;
+}
+
+int PaneTableModel::columnCount(const QModelIndex &parent) const
+{
+    return parent.isValid() ? 0 : columnCount_;
+}
+
+const FileEntry *PaneTableModel::entryAt(int row) const
+{
+    const auto &visible = m_pane.visible();
+    if (row < 0 || row >= m_rows || row >= static_cast<int>(visible.size()))
+        return nullptr;
+    return &visible[static_cast<std::size_t>(row)];
+}
+
+std::optional<int> PaneTableModel::rowOf(const std::filesystem::path &url) const
+{
+    const auto row = m_pane.visibleIndexOf(url);
+    if (!row || *row >= m_rows)
+        return std::nullopt;
+    return row;
+}
+
+QVariant PaneTableModel::displayText(const FileEntry &entry, int column) const
+{
+    switch (column) {
+    case nameColumn:
+        return displayName(entry.url);
+    case sizeColumn:
+        return entry.directory ? QStringLiteral("<DIR>") : formattedByteCount(entry.size);
+    case modifiedColumn:
+        return formatNumericDate(entry.modified, m_locale);
+    default:
+        return {};
+    }
+}
+
+QVariant PaneTableModel::data(const QModelIndex &index, int role) const
+{
+    if (!checkIndex(index, CheckIndexOption::IndexIsValid | CheckIndexOption::ParentIsInvalid))
+        return {};
+    const FileEntry *entry = entryAt(index.row());
+    if (!entry)
+        return {};
+    switch (role) {
+    case Qt::DisplayRole:
+        return displayText(*entry, index.column());
+    case Qt::ToolTipRole:
+        return index.column() == nameColumn ? QVariant(displayName(entry->url)) : QVariant();
+    case Qt::TextAlignmentRole:
+        return QVariant::fromValue(index.column() == nameColumn ? Qt::AlignLeft | Qt::AlignVCenter
+                                                                : Qt::AlignRight | Qt::AlignVCenter);
+    case taggedRole:
+        return m_pane.isTagged(entry->url);
+    case cursorRole:
+        return m_pane.cursor() == entry->url;
+    case directoryRole:
+        return entry->directory;
+    case pathRole: {
+        const std::string &bytes = entry->url.native();
+        return QByteArray(bytes.data(), static_cast<qsizetype>(bytes.size()));
+    }
+    default:
+        return {};
+    }
+}
+
+QVariant PaneTableModel::headerData(int section, Qt::Orientation orientation, int role) const
+{
+    if (orientation != Qt::Horizontal || section < 0 || section >= columnCount_)
+        return QAbstractTableModel::headerData(section, orientation, role);
+    const FileSort key = allFileSorts[static_cast<std::size_t>(section)];
+    if (role == Qt::DisplayRole) {
+        const auto raw = rawValue(key);
+        QString text = QString::fromLatin1(raw.data(), static_cast<qsizetype>(raw.size())).toUpper();
+        if (key == m_pane.sort())
+            text += m_pane.ascending() ? QStringLiteral(" ↑") : QStringLiteral(" ↓");
+        return text;
+    }
+    if (role == Qt::TextAlignmentRole)
+        return QVariant::fromValue(section == nameColumn ? Qt::AlignLeft | Qt::AlignVCenter
+                                                         : Qt::AlignRight | Qt::AlignVCenter);
+    return {};
+}
+
+Qt::ItemFlags PaneTableModel::flags(const QModelIndex &index) const
+{
+    if (!index.isValid())
+        return Qt::NoItemFlags;
+    return Qt::ItemIsEnabled | Qt::ItemIsDragEnabled | Qt::ItemNeverHasChildren;
+}
+
+void PaneTableModel::resetRows()
+{
+    beginResetModel();
+    m_rows = static_cast<int>(m_pane.visible().size());
+    m_shownSelection = m_pane.selection();
+    m_shownCursor = m_pane.cursor();
+    endResetModel();
+}
+
+void PaneTableModel::repaintTagChanges()
+{
+    const auto &now = m_pane.selection();
+    std::vector<std::filesystem::path> changed;
+    std::set_symmetric_difference(m_shownSelection.begin(), m_shownSelection.end(), now.begin(), now.end(),
+                                  std::back_inserter(changed));
+    m_shownSelection = now;
+    int first = m_rows;
+    int last = -1;
+    for (const auto &url : changed) {
+        if (const auto row = rowOf(url)) {
+            first = std::min(first, *row);
+            last = std::max(last, *row);
+        }
+    }
+    if (last >= 0)
+        Q_EMIT dataChanged(index(first, 0), index(last, columnCount_ - 1), {taggedRole, Qt::DisplayRole});
+}
+
+void PaneTableModel::repaintCursorChange()
+{
+    const auto previous = m_shownCursor;
+    m_shownCursor = m_pane.cursor();
+    if (previous)
+        repaintRow(*previous);
+    if (m_shownCursor)
+        repaintRow(*m_shownCursor);
+}
+
+void PaneTableModel::repaintRow(const std::filesystem::path &url)
+{
+    if (const auto row = rowOf(url))
+        Q_EMIT dataChanged(index(*row, 0), index(*row, columnCount_ - 1), {cursorRole, Qt::DisplayRole});
+}
+
+} // namespace quillorn::detail

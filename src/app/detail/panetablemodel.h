@@ -1,0 +1,57 @@
+#pragma once
+
+#include <QAbstractTableModel>
+#include <QLocale>
+
+#include <filesystem>
+#include <optional>
+#include <set>
+
+namespace quillorn {
+class PaneModel;
+struct FileEntry;
+} // namespace quillorn
+
+namespace quillorn::detail {
+
+// Presents PaneModel::visible() to a table view, one row per entry, keyed by
+// the entry's URL. A new visible list resets the model; tag and cursor changes
+// only repaint the rows whose state changed. The column headers carry the sort
+// key and direction.
+class PaneTableModel : public QAbstractTableModel {
+    Q_OBJECT
+public:
+    enum Column { nameColumn, sizeColumn, modifiedColumn, columnCount_ };
+    enum Role {
+        taggedRole = Qt::UserRole + 1,
+        cursorRole,
+        directoryRole,
+        pathRole, // the entry's path bytes as a QByteArray
+    };
+
+    explicit PaneTableModel(PaneModel &pane, QObject *parent = nullptr);
+
+    int rowCount(const QModelIndex &parent = {}) const override;
+    int columnCount(const QModelIndex &parent = {}) const override;
+    QVariant data(const QModelIndex &index, int role = Qt::DisplayRole) const override;
+    QVariant headerData(int section, Qt::Orientation orientation, int role = Qt::DisplayRole) const override;
+    Qt::ItemFlags flags(const QModelIndex &index) const override;
+
+    const FileEntry *entryAt(int row) const;
+    std::optional<int> rowOf(const std::filesystem::path &url) const;
+
+private:
+    void resetRows();
+    void repaintTagChanges();
+    void repaintCursorChange();
+    void repaintRow(const std::filesystem::path &url);
+    QVariant displayText(const FileEntry &entry, int column) const;
+
+    PaneModel &m_pane;
+    int m_rows = 0;
+    std::set<std::filesystem::path> m_shownSelection;
+    std::optional<std::filesystem::path> m_shownCursor;
+    QLocale m_locale;
+};
+
+} // namespace quillorn::detail

@@ -1,0 +1,34 @@
+#pragma once
+
+#include <QPoint>
+#include <QTableView>
+
+namespace quillorn::detail {
+
+// The listing's table. It takes no keyboard focus (the window's key handler
+// drives the cursor) and has no selection of its own: presses, double clicks
+// and drags on rows are reported as signals, and a row dragged out becomes a
+// file URL.
+class PaneTableView : public QTableView {
+    Q_OBJECT
+public:
+    explicit PaneTableView(QWidget *parent = nullptr);
+
+Q_SIGNALS:
+    void rowClicked(int row, Qt::KeyboardModifiers modifiers);
+    void rowDoubleClicked(int row);
+
+protected:
+    void mousePressEvent(QMouseEvent *event) override;
+    void mouseMoveEvent(QMouseEvent *event) override;
+    void mouseReleaseEvent(QMouseEvent *event) override;
+    void mouseDoubleClickEvent(QMouseEvent *event) override;
+
+private:
+    void startDragOfRow(int row);
+
+    int m_pressedRow = -1;
+    QPoint m_pressPosition;
+};
+
+} // namespace quillorn::detail

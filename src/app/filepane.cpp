@@ -1,0 +1,404 @@
+#include "app/filepane.h"
+
+#include "app/detail/busyoverlay.h"
+#include "app/detail/glyphs.h"
+#include "app/detail/paneheaderbar.h"
+#include "app/detail/paneinput.h"
+#include "app/detail/panelayout.h"
+#include "app/detail/panerowdelegate.h"
+#include "app/detail/panetablemodel.h"
+#include "app/detail/panetableview.h"
+#include "app/detail/panetabstrip.h"
+#include "model/commanderthemecolours.h"
+#include "model/panemodel.h"
+#include "platform/core/displaytext.h"
+
+#include <QApplication>
+#include <QDir>
+#include <QDragEnterEvent>
+#include <QHBoxLayout>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMimeData>
+#include <QMouseEvent>
+#include <QPainter>
+#include <QPointer>
+#include <QPushButton>
+#include <QToolButton>
+#include <QVBoxLayout>
+
+namespace quillorn {
+
+using namespace detail;
+
+FilePane::FilePane(PaneModel &pane, QWidget *parent) : QWidget(parent), m_pane(pane)
+{
+    setMinimumWidth(kMinimumPaneWidth);
+    setAcceptDrops(true);
+    auto *column = new QVBoxLayout(this);
+    column->setContentsMargins(8, 6, 8, 6);
+    column->setSpacing(6);
+
+    m_tabs = new PaneTabStrip(m_pane, this);
+    column->addWidget(m_tabs);
+    m_header = new PaneHeaderBar(m_pane, this);
+    column->addWidget(m_header);
+    column->addWidget(buildPathRow());
+
+    m_filter = new QLineEdit(this);
+    m_filter->setObjectName(QStringLiteral("filterField"));
+    m_filter->setPlaceholderText(tr("Filter this folder"));
+    m_filter->setAcceptDrops(false);
+    m_filter->setText(m_pane.filter());
+    connect(m_filter, &QLineEdit::textEdited, &m_pane, &PaneModel::setFilter);
+    connect(m_filter, &QLineEdit::returnPressed, this, &FilePane::submitFilter);
+    connect(&m_pane, &PaneModel::filterChanged, this, [this] {
+        if (m_filter->text() != m_pane.filter())
+            m_filter->setText(m_pane.filter());
+    });
+    column->addWidget(m_filter);
+
+    buildListing();
+    column->addWidget(m_list, 1);
+    column->addWidget(buildFooter());
+
+    watchForClicks(this);
+    applyTheme();
+    updateError();
+    updateLoading();
+    updateFooter();
+}
+
+FilePane::~FilePane() = default;
+
+QWidget *FilePane::buildPathRow()
+{
+    auto *row = new QWidget(this);
+    auto *layout = new QHBoxLayout(row);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(6);
+    auto *up = new QToolButton(row);
+    up->setObjectName(QStringLiteral("upButton"));
+    up->setToolTip(tr("Enclosing folder"));
+    up->setAutoRaise(true);
+    up->setIcon(glyphIcon(Glyph::arrowUp, primaryTextColour()));
+    connect(up, &QToolButton::clicked, this, [this] { m_pane.navigate(m_pane.directory().parent_path()); });
+    layout->addWidget(up);
+
+    m_path = new QLineEdit(row);
+    m_path->setObjectName(QStringLiteral("pathField"));
+    m_path->setPlaceholderText(tr("Folder path"));
+    m_path->setFont(monospacedFont());
+    m_path->setAcceptDrops(false);
+    m_path->setText(m_pane.path());
+    connect(m_path, &QLineEdit::textEdited, &m_pane, &PaneModel::setPath);
+    connect(m_path, &QLineEdit::returnPressed, this, &FilePane::submitPath);
+    connect(&m_pane, &PaneModel::pathChanged, this, [this] {
+        if (m_path->text() != m_pane.path())
+            m_path->setText(m_pane.path());
+    });
+    layout->addWidget(m_path, 1);
+    return row;
+}
+
+void FilePane::buildListing()
+{
+    m_model = new PaneTableModel(m_pane, this);
+    m_delegate = new PaneRowDelegate(this);
+    m_list = new PaneTableView(this);
+    m_list->setObjectName(QStringLiteral("listView"));
+    m_list->setModel(m_model);
+    m_list->setItemDelegate(m_delegate);
+    m_list->setAcceptDrops(false);
+    m_list->viewport()->setAcceptDrops(false);
+    QHeaderView *header = m_list->horizontalHeader();
+    header->setSectionResizeMode(PaneTableModel::nameColumn, QHeaderView::Stretch);
+    header->setSectionResizeMode(PaneTableModel::sizeColumn, QHeaderView::Fixed);
+    header->setSectionResizeMode(PaneTableModel::modifiedColumn, QHeaderView::Fixed);
+    header->resizeSection(PaneTableModel::sizeColumn, kSizeColumnWidth);
+    header->resizeSection(PaneTableModel::modifiedColumn, kModifiedColumnWidth);
+    m_list->verticalHeader()->setSectionResizeMode(QHeaderView::Fixed);
+    m_list->verticalHeader()->setDefaultSectionSize(QFontMetrics(monospacedFont()).height() + 8);
+    connect(header, &QHeaderView::sectionClicked, this, &FilePane::pressHeader);
+    connect(m_list, &PaneTableView::rowClicked, this, &FilePane::clickRow);
+    connect(m_list, &PaneTableView::rowDoubleClicked, this, &FilePane::doubleClickRow);
+
+    m_error = new QWidget(m_list->viewport());
+    m_error->setObjectName(QStringLiteral("errorView"));
+    auto *errorColumn = new QVBoxLayout(m_error);
+    errorColumn->setContentsMargins(12, 16, 12, 16);
+    errorColumn->setSpacing(12);
+    m_errorIcon = new QLabel(m_error);
+    m_errorIcon->setAlignment(Qt::AlignCenter);
+    errorColumn->addWidget(m_errorIcon);
+    m_errorText = new QLabel(m_error);
+    m_errorText->setObjectName(QStringLiteral("errorMessage"));
+    m_errorText->setTextFormat(Qt::PlainText);
+    m_errorText->setWordWrap(true);
+    m_errorText->setAlignment(Qt::AlignCenter);
+    errorColumn->addWidget(m_errorText);
+    auto *retry = new QPushButton(tr("Retry"), m_error);
+    retry->setObjectName(QStringLiteral("retryButton"));
+    connect(retry, &QPushButton::clicked, &m_pane, &PaneModel::refresh);
+    errorColumn->addWidget(retry, 0, Qt::AlignHCenter);
+
+    m_busy = new BusyOverlay(m_list->viewport());
+    m_busy->setObjectName(QStringLiteral("loadingIndicator"));
+
+    connect(&m_pane, &PaneModel::errorChanged, this, &FilePane::updateError);
+    connect(&m_pane, &PaneModel::loadingChanged, this, &FilePane::updateLoading);
+    connect(&m_pane, &PaneModel::visibleChanged, this, &FilePane::updateFooter);
+    connect(&m_pane, &PaneModel::selectionChanged, this, &FilePane::updateFooter);
+    connect(&m_pane, &PaneModel::cursorChanged, this, &FilePane::queueScrollToCursor);
+}
+
+QWidget *FilePane::buildFooter()
+{
+    auto *footer = new QWidget(this);
+    auto *layout = new QHBoxLayout(footer);
+    layout->setContentsMargins(2, 0, 2, 0);
+    m_itemCount = new QLabel(footer);
+    m_itemCount->setObjectName(QStringLiteral("footerItems"));
+    m_taggedCount = new QLabel(footer);
+    m_taggedCount->setObjectName(QStringLiteral("footerTagged"));
+    layout->addWidget(m_itemCount);
+    layout->addStretch(1);
+    layout->addWidget(m_taggedCount);
+    return footer;
+}
+
+void FilePane::setTheme(CommanderTheme theme)
+{
+    m_theme = theme;
+    applyTheme();
+}
+
+void FilePane::setActive(bool active)
+{
+    if (m_active == active)
+        return;
+    m_active = active;
+    m_header->setActive(active);
+    update();
+}
+
+// Every press inside the pane activates it, whichever child takes the press;
+// children created later (tab buttons) are watched as they arrive.
+void FilePane::watchForClicks(QWidget *widget)
+{
+    widget->installEventFilter(this);
+    for (QWidget *child : widget->findChildren<QWidget *>())
+        child->installEventFilter(this);
+}
+
+bool FilePane::eventFilter(QObject *watched, QEvent *event)
+{
+    switch (event->type()) {
+    case QEvent::MouseButtonPress:
+    case QEvent::MouseButtonDblClick: {
+        // A press a child ignores reaches its parent as well: activate once.
+        const auto time = static_cast<QMouseEvent *>(event)->timestamp();
+        if (time == 0 || time != m_lastActivationTime)
+            requestActivation();
+        m_lastActivationTime = time;
+        break;
+    }
+    case QEvent::ChildAdded:
+        if (auto *child = qobject_cast<QWidget *>(static_cast<QChildEvent *>(event)->child()))
+            watchForClicks(child);
+        break;
+    case QEvent::Resize:
+        if (watched == m_list->viewport())
+            placeOverlays();
+        break;
+    default:
+        break;
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void FilePane::requestActivation()
+{
+    if (activate)
+        activate();
+}
+
+void FilePane::takeFocusFromTextFields()
+{
+    QWidget *focus = QApplication::focusWidget();
+    if (focus && qobject_cast<QLineEdit *>(focus) && focus->window() == window())
+        focus->clearFocus();
+}
+
+void FilePane::clickRow(int row, Qt::KeyboardModifiers modifiers)
+{
+    takeFocusFromTextFields();
+    if (const FileEntry *entry = m_model->entryAt(row))
+        applyRowClick(m_pane, entry->url, modifiers);
+}
+
+void FilePane::doubleClickRow(int row)
+{
+    takeFocusFromTextFields();
+    const FileEntry *entry = m_model->entryAt(row);
+    if (entry && open) {
+        const FileEntry copy = *entry; // opening may replace the listing
+        open(copy);
+    }
+}
+
+void FilePane::pressHeader(int section)
+{
+    if (section < 0 || section >= static_cast<int>(allFileSorts.size()))
+        return;
+    const FileSort key = allFileSorts[static_cast<std::size_t>(section)];
+    if (key == m_pane.sort()) {
+        m_pane.setAscending(!m_pane.ascending());
+    } else {
+        m_pane.setSort(key);
+        m_pane.setAscending(true);
+    }
+}
+
+void FilePane::submitPath()
+{
+    const auto home = pathFromText(QDir::homePath());
+    m_pane.navigate(typedFolder(m_path->text(), home, m_pane.directory()));
+    requestActivation();
+    m_path->clearFocus();
+}
+
+void FilePane::submitFilter()
+{
+    requestActivation();
+    m_filter->clearFocus();
+}
+
+void FilePane::updateError()
+{
+    const auto &error = m_pane.error();
+    m_errorText->setText(error.value_or(QString()));
+    m_error->setVisible(error.has_value());
+    placeOverlays();
+}
+
+void FilePane::updateLoading()
+{
+    m_busy->setVisible(m_pane.loading());
+    if (m_pane.loading())
+        m_busy->raise();
+    placeOverlays();
+}
+
+void FilePane::updateFooter()
+{
+    m_itemCount->setText(tr("%1 items").arg(m_pane.visible().size()));
+    m_taggedCount->setText(tr("%1 tagged").arg(m_pane.selection().size()));
+}
+
+// The cursor may move in the same step as a new listing arrives; scrolling once
+// control returns to the event loop sees the rows the view will show.
+void FilePane::queueScrollToCursor()
+{
+    if (!m_pane.cursor() || m_scrollQueued)
+        return;
+    m_scrollQueued = true;
+    QMetaObject::invokeMethod(
+        this,
+        [this] {
+            m_scrollQueued = false;
+            if (!m_pane.cursor())
+                return;
+            if (const auto row = m_model->rowOf(*m_pane.cursor()))
+                m_list->scrollTo(m_model->index(*row, 0), QAbstractItemView::EnsureVisible);
+        },
+        Qt::QueuedConnection);
+}
+
+void FilePane::placeOverlays()
+{
+    const QRect area = m_list->viewport()->rect();
+    m_busy->setGeometry(area);
+    const int height = std::min(area.height(), m_error->heightForWidth(area.width()) > 0
+                                                   ? m_error->heightForWidth(area.width())
+                                                   : m_error->sizeHint().height());
+    m_error->setGeometry(0, 0, area.width(), height);
+}
+
+void FilePane::applyTheme()
+{
+    const CommanderThemeColours c = colours(m_theme);
+    m_delegate->setColours(c);
+    m_tabs->setColours(c);
+    m_header->setColours(c);
+    QColor wash = c.pane;
+    wash.setAlphaF(0.55f);
+    m_busy->setColours(wash, c.accent);
+    m_errorIcon->setPixmap(glyphIcon(Glyph::exclamationFolder, secondaryTextColour(), 32)
+                               .pixmap(QSize(32, 32), devicePixelRatioF()));
+    QColor field = c.border;
+    field.setAlphaF(0.5f);
+    const QString primary = primaryTextColour().name(QColor::HexArgb);
+    const QString secondary = secondaryTextColour().name(QColor::HexArgb);
+    setStyleSheet(
+        QStringLiteral("QLabel { color: %1; }"
+                       "QLabel#footerItems, QLabel#footerTagged { color: %2; }"
+                       "QLineEdit { background: %3; color: %1; border: 1px solid %4; border-radius: 6px;"
+                       " padding: 3px 6px; selection-background-color: %5; }"
+                       "QLineEdit:focus { border-color: %6; }"
+                       "QTableView { background: %7; border: none; }"
+                       "QHeaderView { background: %7; border: none; }"
+                       "QHeaderView::section { background: %7; color: %2; border: none;"
+                       " padding: 3px 8px; font-weight: bold; }"
+                       "QPushButton { background: %8; color: %1; border: none; border-radius: 5px;"
+                       " padding: 4px 14px; }"
+                       "QToolButton { color: %1; }")
+            .arg(primary, secondary, c.row.name(), field.name(QColor::HexArgb), c.selection.name(),
+                 c.accent.name(), c.pane.name(), c.button.name()));
+    update();
+}
+
+void FilePane::paintEvent(QPaintEvent *)
+{
+    const CommanderThemeColours c = colours(m_theme);
+    QPainter painter(this);
+    painter.setRenderHint(QPainter::Antialiasing);
+    QColor outline = m_active ? c.accent : c.border;
+    outline.setAlphaF(m_active ? 0.8f : 0.5f);
+    painter.setPen(QPen(outline, 1));
+    painter.setBrush(c.pane);
+    painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
+}
+
+void FilePane::dragEnterEvent(QDragEnterEvent *event)
+{
+    if (event->mimeData()->hasUrls())
+        event->acceptProposedAction();
+}
+
+void FilePane::dragMoveEvent(QDragMoveEvent *event)
+{
+    if (event->mimeData()->hasUrls())
+        event->acceptProposedAction();
+}
+
+// The drop is accepted even when it holds no file; the callback runs once the
+// drag has finished, so a drag started in the other pane has returned first.
+void FilePane::dropEvent(QDropEvent *event)
+{
+    event->acceptProposedAction();
+    std::vector<std::filesystem::path> files = droppedFiles(*event->mimeData());
+    if (files.empty())
+        return;
+    QPointer<FilePane> self(this);
+    QMetaObject::invokeMethod(
+        this,
+        [self, files = std::move(files)] {
+            if (self && self->drop)
+                self->drop(files);
+        },
+        Qt::QueuedConnection);
+}
+
+} // namespace quillorn
