@@ -378,10 +378,12 @@ void CommanderModelTest::trashStopsAtTheFirstFailure()
 void CommanderModelTest::quitIsRefusedWhileWorkRemains()
 {
     auto model = makeModel();
-    std::atomic<bool> release{false};
-    model->queue().enqueue("Long", [&](OperationControl &) {
-        while (!release)
+    auto release = std::make_shared<std::atomic<bool>>(false);
+    model->queue().enqueue("Long", [release](OperationControl &control) {
+        while (!*release) {
+            control.check();
             QThread::msleep(2);
+        }
     });
     model->perform(10);
     QCOMPARE(m_desktop.quitRequests, 0);
@@ -390,7 +392,7 @@ void CommanderModelTest::quitIsRefusedWhileWorkRemains()
     QCOMPARE(m_desktop.alerts[0].informativeText,
              QStringLiteral("Cancel or finish queued operations before quitting."));
 
-    release = true;
+    *release = true;
     QTRY_VERIFY_WITH_TIMEOUT(!model->queue().hasWork(), 5000);
     model->perform(10);
     QCOMPARE(m_desktop.quitRequests, 1);

@@ -21,6 +21,8 @@ using namespace std::chrono_literals;
 namespace {
 
 // A gate a job waits at until the test opens it (or the job is cancelled).
+// Jobs hold it (and every other shared fact) through a shared_ptr: a test that
+// fails early must not leave a job reading its stack.
 struct Gate {
     std::atomic<bool> open{false};
     std::atomic<bool> entered{false};
@@ -92,27 +94,30 @@ void TransferQueueTest::initTestCase()
 
 void TransferQueueTest::jobsRunOneAtATimeInOrder()
 {
+    struct Probe {
+        std::atomic<int> active{0};
+        std::atomic<int> mostActive{0};
+        std::mutex lock;
+        std::vector<int> order;
+        Gate last;
+    };
+    auto probe = std::make_shared<Probe>();
     TransferQueue queue(nullptr, 10);
-    std::atomic<int> active{0};
-    std::atomic<int> mostActive{0};
-    auto order = std::make_shared<std::vector<int>>();
-    std::mutex orderLock;
     int completions = 0;
     queue.setCompleted([&] { ++completions; });
 
-    Gate last;
     QList<QUuid> ids;
     for (int n = 1; n <= 3; ++n) {
-        ids << queue.enqueue(QStringLiteral("Job %1").arg(n), [&, n, order](OperationControl &control) {
-            mostActive = std::max(mostActive.load(), ++active);
+        ids << queue.enqueue(QStringLiteral("Job %1").arg(n), [n, probe](OperationControl &control) {
+            probe->mostActive = std::max(probe->mostActive.load(), ++probe->active);
             std::this_thread::sleep_for(30ms);
             if (n == 3)
-                last.pass(control);
+                probe->last.pass(control);
             {
-                std::lock_guard guard(orderLock);
-                order->push_back(n);
+                std::lock_guard guard(probe->lock);
+                probe->order.push_back(n);
             }
-            --active;
+            --probe->active;
         });
     }
     QCOMPARE(stateOf(queue, ids[0]), QStringLiteral("Running"));
@@ -123,12 +128,12 @@ void TransferQueueTest::jobsRunOneAtATimeInOrder()
     // hasWork stays true until the third job has ended.
     QTRY_COMPARE_WITH_TIMEOUT(stateOf(queue, ids[1]), QStringLiteral("Complete"), 5000);
     QVERIFY(queue.hasWork());
-    last.open = true;
+    probe->last.open = true;
     QTRY_VERIFY_WITH_TIMEOUT(!queue.hasWork(), 5000);
 
     QCOMPARE(stateOf(queue, ids[2]), QStringLiteral("Complete"));
-    QCOMPARE(*order, (std::vector<int>{1, 2, 3}));
-    QCOMPARE(mostActive.load(), 1);
+    QCOMPARE(probe->order, (std::vector<int>{1, 2, 3}));
+    QCOMPARE(probe->mostActive.load(), 1);
     QCOMPARE(completions, 3);
     QVERIFY(!queue.running());
 }
@@ -136,13 +141,13 @@ void TransferQueueTest::jobsRunOneAtATimeInOrder()
 void TransferQueueTest::cancelledWaitingJobNeverStartsAndTheNextRuns()
 {
     TransferQueue queue(nullptr, 10);
-    Gate gate;
-    std::atomic<bool> secondRan{false};
+    auto gate = std::make_shared<Gate>();
+    auto secondRan = std::make_shared<std::atomic<bool>>(false);
     int completions = 0;
     queue.setCompleted([&] { ++completions; });
 
-    const QUuid first = queue.enqueue("First", [&](OperationControl &control) { gate.pass(control); });
-    const QUuid second = queue.enqueue("Second", [&](OperationControl &) { secondRan = true; });
+    const QUuid first = queue.enqueue("First", [gate](OperationControl &control) { gate->pass(control); });
+    const QUuid second = queue.enqueue("Second", [secondRan](OperationControl &) { *secondRan = true; });
     const QUuid third = queue.enqueue("Third", [](OperationControl &) {});
 
     queue.cancel(second);
@@ -150,22 +155,23 @@ void TransferQueueTest::cancelledWaitingJobNeverStartsAndTheNextRuns()
     QVERIFY(queue.hasWork());
     queue.cancel(QUuid::createUuid()); // unknown id: nothing happens
 
-    gate.open = true;
+    gate->open = true;
     QTRY_COMPARE_WITH_TIMEOUT(stateOf(queue, third), QStringLiteral("Complete"), 5000);
     QCOMPARE(stateOf(queue, first), QStringLiteral("Complete"));
     QCOMPARE(stateOf(queue, second), QStringLiteral("Cancelled"));
-    QVERIFY(!secondRan);
+    QVERIFY(!*secondRan);
     QCOMPARE(completions, 2); // the cancelled job never ended, so it was never reported
 }
 
 void TransferQueueTest::cancelledRunningJobStaysRunningUntilItStops()
 {
     TransferQueue queue(nullptr, 10);
-    Gate gate;
+    auto gate = std::make_shared<Gate>();
     const std::size_t logStart = logSize();
-    const QUuid id = queue.enqueue("Copy 3 → Photos", [&](OperationControl &control) { gate.pass(control); });
+    const QUuid id =
+        queue.enqueue("Copy 3 → Photos", [gate](OperationControl &control) { gate->pass(control); });
     const QUuid next = queue.enqueue("Next", [](OperationControl &) {});
-    QTRY_VERIFY_WITH_TIMEOUT(gate.entered.load(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(gate->entered.load(), 5000);
 
     queue.cancel(id);
     QCOMPARE(stateOf(queue, id), QStringLiteral("Running"));
@@ -228,12 +234,13 @@ void TransferQueueTest::progressIsPolledAndSpeedWaitsAQuarterSecond()
     });
     QSignalSpy detailSpy(&queue, &TransferQueue::detailChanged);
 
-    std::atomic<bool> stop{false};
+    auto stop = std::make_shared<std::atomic<bool>>(false);
     sinceEnqueue.start();
-    queue.enqueue("Measured", [&](OperationControl &control) {
+    queue.enqueue("Measured", [stop](OperationControl &control) {
         control.total(1'000'000);
         control.detail("Copying ‘big.bin’");
-        while (!stop) {
+        while (!*stop) {
+            control.check();
             control.add(1000);
             std::this_thread::sleep_for(5ms);
         }
@@ -246,7 +253,7 @@ void TransferQueueTest::progressIsPolledAndSpeedWaitsAQuarterSecond()
     QVERIFY(queue.bytes() > 0);
     // An average since the start: at most what was added over the elapsed time.
     QVERIFY(queue.bytesPerSecond() <= queue.bytes() / 0.25);
-    stop = true;
+    *stop = true;
     QTRY_VERIFY_WITH_TIMEOUT(!queue.running(), 5000);
     QVERIFY(!speedBeforeQuarterSecond);
     QVERIFY(lastSpeed > 0);
@@ -259,12 +266,13 @@ void TransferQueueTest::progressIsPolledAndSpeedWaitsAQuarterSecond()
 void TransferQueueTest::clearFinishedKeepsRunningAndWaitingJobs()
 {
     TransferQueue queue(nullptr, 10);
-    Gate gate;
+    auto gate = std::make_shared<Gate>();
     const QUuid done = queue.enqueue("Done", [](OperationControl &) {});
     QTRY_COMPARE_WITH_TIMEOUT(stateOf(queue, done), QStringLiteral("Complete"), 5000);
     const QUuid failed = queue.enqueue("Failed", [](OperationControl &) { throw CommanderError("Nope."); });
     QTRY_COMPARE_WITH_TIMEOUT(stateOf(queue, failed), QStringLiteral("Failed: Nope."), 5000);
-    const QUuid running = queue.enqueue("Running", [&](OperationControl &control) { gate.pass(control); });
+    const QUuid running =
+        queue.enqueue("Running", [gate](OperationControl &control) { gate->pass(control); });
     const QUuid waiting = queue.enqueue("Waiting", [](OperationControl &) {});
     const QUuid cancelled = queue.enqueue("Cancelled", [](OperationControl &) {});
     queue.cancel(cancelled);
@@ -278,7 +286,7 @@ void TransferQueueTest::clearFinishedKeepsRunningAndWaitingJobs()
     queue.clearFinished();
     QCOMPARE(changed.count(), 1); // nothing to clear, nothing published
 
-    gate.open = true;
+    gate->open = true;
     QTRY_VERIFY_WITH_TIMEOUT(!queue.hasWork(), 5000);
 }
 
@@ -296,17 +304,17 @@ void TransferQueueTest::logLinesFollowTheJob()
 void TransferQueueTest::destroyingTheQueueStopsTheRunningJob()
 {
     auto queue = std::make_unique<TransferQueue>(nullptr, 10);
-    Gate gate;
+    auto gate = std::make_shared<Gate>();
     auto stopped = std::make_shared<std::atomic<bool>>(false);
-    queue->enqueue("Long", [&gate, stopped](OperationControl &control) {
+    queue->enqueue("Long", [gate, stopped](OperationControl &control) {
         try {
-            gate.pass(control);
+            gate->pass(control);
         } catch (const CancellationError &) {
             *stopped = true;
             throw;
         }
     });
-    QTRY_VERIFY_WITH_TIMEOUT(gate.entered.load(), 5000);
+    QTRY_VERIFY_WITH_TIMEOUT(gate->entered.load(), 5000);
     queue.reset();
     QTRY_VERIFY_WITH_TIMEOUT(stopped->load(), 5000);
     // Give the late outcome a chance to be delivered to the dead queue (it must not be).
@@ -321,9 +329,9 @@ void TransferQueueTest::realTransferReportsItsBytes()
     const auto destination = tree.folder("dst");
 
     TransferQueue queue(nullptr, 10);
-    const QUuid id = queue.enqueue("Copy 2 → dst", [&](OperationControl &control) {
-        FileOperations().transfer({tree / "src/a.bin", tree / "src/b.bin"}, destination, false,
-                                  ConflictPolicy::stop, control, true);
+    const std::vector<std::filesystem::path> sources{tree / "src/a.bin", tree / "src/b.bin"};
+    const QUuid id = queue.enqueue("Copy 2 → dst", [sources, destination](OperationControl &control) {
+        FileOperations().transfer(sources, destination, false, ConflictPolicy::stop, control, true);
     });
     QTRY_VERIFY_WITH_TIMEOUT(!queue.hasWork(), 10000);
     QCOMPARE(stateOf(queue, id), QStringLiteral("Complete"));
