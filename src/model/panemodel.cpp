@@ -35,6 +35,22 @@ template <typename T> bool assign(T &field, T value)
     return true;
 }
 
+// Freeing 100,000 paths takes longer than a frame: let a pool thread do it.
+void releaseElsewhere(std::vector<FileEntry> &&entries)
+{
+    if (entries.empty())
+        return;
+    auto doomed = std::make_shared<std::vector<FileEntry>>(std::move(entries));
+    QThreadPool::globalInstance()->start([doomed]() mutable { doomed.reset(); });
+}
+
+void releaseElsewhere(std::shared_ptr<const std::vector<FileEntry>> entries)
+{
+    // When a worker still holds the list, the worker frees it.
+    if (entries && entries.use_count() == 1 && !entries->empty())
+        QThreadPool::globalInstance()->start([entries]() mutable { entries.reset(); });
+}
+
 QStringList pathTexts(const std::vector<fs::path> &paths)
 {
     QStringList texts;
@@ -60,6 +76,7 @@ QStringList absolutePathTexts(const QStringList &texts)
 PaneModel::PaneModel(fs::path start, QString persistenceKey, PaneModelOptions options, QObject *parent)
     : QObject(parent), m_preferences(options.preferences ? *options.preferences : Preferences::standard()),
       m_applicationIsActive(std::move(options.applicationIsActive)), m_directory(std::move(start)),
+      m_entries(std::make_shared<const std::vector<FileEntry>>()),
       m_persistenceKey(std::move(persistenceKey)), m_guard(ReceiverGuard::create(this))
 {
     restore(m_directory);
@@ -130,7 +147,7 @@ void PaneModel::persist()
 // ---- published state
 
 const fs::path &PaneModel::directory() const { return m_directory; }
-const std::vector<FileEntry> &PaneModel::entries() const { return m_entries; }
+const std::vector<FileEntry> &PaneModel::entries() const { return *m_entries; }
 const std::set<fs::path> &PaneModel::selection() const { return m_selection; }
 bool PaneModel::isTagged(const fs::path &url) const { return m_selection.count(url) > 0; }
 const std::optional<fs::path> &PaneModel::cursor() const { return m_cursor; }
@@ -145,11 +162,39 @@ int PaneModel::tabIndex() const { return m_tabIndex; }
 const std::vector<fs::path> &PaneModel::favourites() const { return m_favourites; }
 bool PaneModel::loading() const { return m_loading; }
 const QString &PaneModel::persistenceKey() const { return m_persistenceKey; }
-const std::vector<FileEntry> &PaneModel::visible() const { return m_visible; }
+const std::vector<FileEntry> &PaneModel::visible() const
+{
+    if (m_visibleOrder.identity)
+        return *m_entries;
+    if (!m_visibleCopyValid) {
+        releaseElsewhere(std::move(m_visibleCopy));
+        m_visibleCopy.clear();
+        m_visibleCopy.reserve(m_visibleOrder.order.size());
+        for (const std::uint32_t i : m_visibleOrder.order)
+            m_visibleCopy.push_back((*m_entries)[i]);
+        m_visibleCopyValid = true;
+    }
+    return m_visibleCopy;
+}
+
+int PaneModel::visibleCount() const
+{
+    return static_cast<int>(m_visibleOrder.identity ? m_entries->size() : m_visibleOrder.order.size());
+}
+
+const FileEntry &PaneModel::visibleAt(int row) const
+{
+    const auto index = static_cast<std::size_t>(row);
+    return (*m_entries)[m_visibleOrder.identity ? index : m_visibleOrder.order[index]];
+}
 
 std::optional<int> PaneModel::visibleIndexOf(const fs::path &url) const
 {
-    return m_visibleIndex.find(m_visible, url);
+    const std::optional<int> index = m_entryIndex.find(*m_entries, url);
+    if (!index || m_visibleOrder.identity)
+        return index;
+    const std::int32_t row = m_visiblePosition[static_cast<std::size_t>(*index)];
+    return row < 0 ? std::nullopt : std::optional<int>(row);
 }
 
 void PaneModel::setSelection(std::set<fs::path> selection)
@@ -226,7 +271,7 @@ std::vector<fs::path> PaneModel::selected() const
     std::sort(positions.begin(), positions.end());
     result.reserve(positions.size());
     for (const int position : positions)
-        result.push_back(m_visible[static_cast<std::size_t>(position)].url);
+        result.push_back(visibleAt(position).url);
     return result;
 }
 
@@ -242,10 +287,17 @@ void PaneModel::refresh()
     setLoading(true);
 
     QThreadPool::globalInstance()->start(
-        [self = this, guard = m_guard, folder = m_directory, showHidden = m_showHidden, cancelled, generation] {
+        [self = this, guard = m_guard, folder = m_directory, showHidden = m_showHidden, cancelled, generation,
+         previous = m_entries]() mutable {
             std::optional<detail::ListingResult> result = detail::listFolder(folder, showHidden, *cancelled);
             if (!result)
                 return;
+            // The common case of a periodic refresh: nothing changed. Decide it
+            // here, and free the new list here too.
+            if (auto *listing = std::get_if<detail::FolderListing>(&*result);
+                listing && detail::sameEntries(listing->entries, *previous))
+                *result = detail::FolderListing{{}, {}, {}, true};
+            previous.reset();
             auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
             // Runs only while the pane exists (ReceiverGuard).
             guard->post([self, shared, generation] { self->apply(generation, std::move(*shared)); });
@@ -263,23 +315,26 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
     std::set<fs::path> selection;
     std::optional<fs::path> cursor;
     if (auto *listing = std::get_if<detail::FolderListing>(&result)) {
-        if (listing->entries != m_entries) {
+        // The worker compared against the entries of the request, which are
+        // still these: only the newest request is applied.
+        if (!listing->unchanged) {
             entriesDiffer = true;
-            m_entries = std::move(listing->entries);
+            releaseElsewhere(std::exchange(
+                m_entries, std::make_shared<const std::vector<FileEntry>>(std::move(listing->entries))));
             m_nameRanks = std::move(listing->nameRanks);
             m_entryIndex = std::move(listing->index);
         }
         errorDiffers = assign(m_error, std::optional<QString>());
         for (const fs::path &url : m_selection)
-            if (m_entryIndex.find(m_entries, url))
+            if (m_entryIndex.find(*m_entries, url))
                 selection.insert(selection.end(), url);
-        if (m_cursor && m_entryIndex.find(m_entries, *m_cursor))
+        if (m_cursor && m_entryIndex.find(*m_entries, *m_cursor))
             cursor = m_cursor;
-        else if (!m_entries.empty())
-            cursor = m_entries.front().url;
+        else if (!m_entries->empty())
+            cursor = m_entries->front().url;
     } else {
-        entriesDiffer = !m_entries.empty();
-        m_entries.clear();
+        entriesDiffer = !m_entries->empty();
+        releaseElsewhere(std::exchange(m_entries, std::make_shared<const std::vector<FileEntry>>()));
         m_nameRanks.clear();
         m_entryIndex = {};
         errorDiffers = assign(m_error, std::optional<QString>(std::get<detail::ListingFailure>(result).message));
@@ -306,8 +361,16 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
 
 void PaneModel::recomputeVisible()
 {
-    m_visible = detail::visibleEntries(m_entries, m_nameRanks, m_filter, m_sort, m_ascending);
-    m_visibleIndex = detail::UrlIndex(m_visible);
+    m_visibleOrder = detail::visibleOrder(*m_entries, m_nameRanks, m_filter, m_sort, m_ascending);
+    releaseElsewhere(std::move(m_visibleCopy));
+    m_visibleCopy = {};
+    m_visibleCopyValid = false;
+    m_visiblePosition.clear();
+    if (m_visibleOrder.identity)
+        return;
+    m_visiblePosition.assign(m_entries->size(), -1);
+    for (std::size_t row = 0; row < m_visibleOrder.order.size(); ++row)
+        m_visiblePosition[m_visibleOrder.order[row]] = static_cast<std::int32_t>(row);
 }
 
 void PaneModel::setLoading(bool loading)
@@ -344,13 +407,13 @@ void PaneModel::watchDirectory()
 
 void PaneModel::moveCursor(int step, bool extendingSelection)
 {
-    if (m_visible.empty())
+    if (visibleCount() == 0)
         return;
-    const long long count = static_cast<long long>(m_visible.size());
+    const long long count = visibleCount();
     const std::optional<int> current = m_cursor ? visibleIndexOf(*m_cursor) : std::nullopt;
     const long long from = current ? *current : (step < 0 ? count : -1);
     const long long to = std::max(std::min(from + step, count - 1), 0LL);
-    const fs::path &url = m_visible[static_cast<std::size_t>(to)].url;
+    const fs::path &url = visibleAt(static_cast<int>(to)).url;
     if (extendingSelection && m_selection.insert(url).second)
         Q_EMIT selectionChanged();
     setCursor(url);
@@ -358,15 +421,16 @@ void PaneModel::moveCursor(int step, bool extendingSelection)
 
 void PaneModel::toggleTagAndAdvance()
 {
-    if (m_visible.empty())
+    const int count = visibleCount();
+    if (count == 0)
         return;
     const std::optional<int> current = m_cursor ? visibleIndexOf(*m_cursor) : std::nullopt;
-    const std::size_t index = current ? static_cast<std::size_t>(*current) : 0;
-    const fs::path &url = m_visible[index].url;
+    const int index = current.value_or(0);
+    const fs::path &url = visibleAt(index).url;
     if (!m_selection.erase(url))
         m_selection.insert(url);
     Q_EMIT selectionChanged();
-    setCursor(m_visible[std::min(m_visible.size() - 1, index + 1)].url);
+    setCursor(visibleAt(std::min(count - 1, index + 1)).url);
 }
 
 // ---- navigation, tabs and favourites

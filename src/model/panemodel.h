@@ -1,6 +1,7 @@
 #pragma once
 #include "model/detail/folderlisting.h"
 #include "model/detail/urlindex.h"
+#include "model/detail/visiblelist.h"
 #include "model/fileentry.h"
 #include "model/filesort.h"
 #include "platform/core/collation.h"
@@ -78,6 +79,11 @@ public:
     void closeTab();
     void toggleFavourite();
 
+    // visible() without building it: its size and one row, O(1). Views should
+    // prefer these; visible() copies the entries when it differs from entries().
+    int visibleCount() const;
+    const FileEntry &visibleAt(int row) const;
+
     // True once the folder watcher is in place for directory() (tests, diagnostics).
     bool isWatching() const { return m_watcher.isWatching(); }
 
@@ -115,11 +121,16 @@ private:
     std::function<bool()> m_applicationIsActive;
 
     std::filesystem::path m_directory;
-    std::vector<FileEntry> m_entries;
+    // Shared read-only with the listing worker, which compares against it.
+    std::shared_ptr<const std::vector<FileEntry>> m_entries;
     std::vector<std::uint32_t> m_nameRanks; // parallel to m_entries, from the listing
     detail::UrlIndex m_entryIndex;
-    std::vector<FileEntry> m_visible;
-    detail::UrlIndex m_visibleIndex;
+    // visible() is kept as positions into m_entries; the vector itself is built
+    // only when asked for, and not at all while it equals m_entries.
+    detail::VisibleOrder m_visibleOrder;
+    std::vector<std::int32_t> m_visiblePosition; // entry -> row, or -1; empty for identity
+    mutable std::vector<FileEntry> m_visibleCopy;
+    mutable bool m_visibleCopyValid = false;
     std::set<std::filesystem::path> m_selection;
     std::optional<std::filesystem::path> m_cursor;
     QString m_path;

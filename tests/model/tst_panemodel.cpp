@@ -153,6 +153,38 @@ private Q_SLOTS:
         QCOMPARE(pane->selected(), std::vector<fs::path>{b});
     }
 
+    void rowAccessAgreesWithTheVisibleList()
+    {
+        TestTree tree;
+        tree.folder("dir");
+        for (const char *name : {"b1", "a2", "c10", "c9", "x"})
+            tree.file(name, name);
+        PaneFixture fixture;
+        auto pane = fixture.pane(tree.root());
+        QVERIFY(settled(*pane));
+        const auto agree = [&] {
+            const std::vector<FileEntry> &visible = pane->visible();
+            if (static_cast<int>(visible.size()) != pane->visibleCount())
+                return false;
+            for (int row = 0; row < pane->visibleCount(); ++row)
+                if (!(pane->visibleAt(row) == visible[static_cast<std::size_t>(row)]) ||
+                    pane->visibleIndexOf(visible[static_cast<std::size_t>(row)].url) != row)
+                    return false;
+            return true;
+        };
+        QVERIFY(agree());
+        pane->setFilter("c");
+        QCOMPARE(namesOf(pane->visible()), (QStringList{"c9", "c10"}));
+        QVERIFY(agree());
+        QCOMPARE(pane->visibleIndexOf(tree / "b1"), std::optional<int>());
+        pane->setSort(FileSort::size);
+        pane->setAscending(false);
+        QVERIFY(agree());
+        pane->setFilter({});
+        QCOMPARE(namesOf(pane->visible()), (QStringList{"dir", "c10", "c9", "b1", "a2", "x"}));
+        QVERIFY(agree());
+    }
+
     // ---- cursor and tags
 
     void cursorOnAFilteredOutItem()

@@ -164,4 +164,12 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
     }
 }
 
+bool sameEntries(const std::vector<FileEntry> &a, const std::vector<FileEntry> &b)
+{
+    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const FileEntry &x, const FileEntry &y) {
+        return x.size == y.size && x.modified == y.modified && x.directory == y.directory &&
+               x.url.native() == y.url.native();
+    });
+}
+
 } // namespace quillorn::detail

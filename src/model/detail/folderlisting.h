@@ -22,6 +22,9 @@ struct FolderListing {
     // names the collation holds equal share a rank, so ranks compare like names.
     std::vector<std::uint32_t> nameRanks;
     UrlIndex index;
+    // Set instead of the fields above when the listing equals the one the pane
+    // already holds, so the interface thread neither compares nor frees it.
+    bool unchanged = false;
 };
 
 // The sentence a pane shows when a listing fails; keeps the system's own text.
@@ -38,5 +41,9 @@ using ListingResult = std::variant<FolderListing, ListingFailure>;
 // Blocking; runs on a worker thread.
 std::optional<ListingResult> listFolder(const std::filesystem::path &folder, bool showHidden,
                                         const std::atomic<bool> &cancelled);
+
+// FileEntry equality, element by element, comparing path bytes (component-wise
+// path comparison is many times slower and adds nothing for listed paths).
+bool sameEntries(const std::vector<FileEntry> &a, const std::vector<FileEntry> &b);
 
 } // namespace quillorn::detail

@@ -64,9 +64,8 @@ bool nameContains(std::string_view name, const QString &filter)
     return filter.isEmpty() || contains(name, Needle(filter));
 }
 
-std::vector<FileEntry> visibleEntries(const std::vector<FileEntry> &entries,
-                                      const std::vector<std::uint32_t> &nameRanks, const QString &filter,
-                                      FileSort sort, bool ascending)
+VisibleOrder visibleOrder(const std::vector<FileEntry> &entries, const std::vector<std::uint32_t> &nameRanks,
+                          const QString &filter, FileSort sort, bool ascending)
 {
     std::vector<std::uint32_t> kept;
     kept.reserve(entries.size());
@@ -89,14 +88,14 @@ std::vector<FileEntry> visibleEntries(const std::vector<FileEntry> &entries,
         return ascending ? order < 0 : order > 0;
     };
     // Listings arrive in folders-first name order, so the common view needs no sort.
+    VisibleOrder result;
     if (!std::is_sorted(kept.begin(), kept.end(), goesFirst))
         std::stable_sort(kept.begin(), kept.end(), goesFirst);
-
-    std::vector<FileEntry> visible;
-    visible.reserve(kept.size());
-    for (const std::uint32_t i : kept)
-        visible.push_back(entries[i]);
-    return visible;
+    else if (kept.size() == entries.size())
+        result.identity = true;
+    if (!result.identity)
+        result.order = std::move(kept);
+    return result;
 }
 
 } // namespace quillorn::detail
