@@ -1,0 +1,115 @@
+#include "app/commandertoolbar.h"
+
+#include "app/detail/toolbarsymbols.h"
+#include "model/commandermodel.h"
+#include "model/commanderthemecolours.h"
+
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QLabel>
+#include <QToolButton>
+
+namespace quillorn {
+
+using detail::ToolbarSymbol;
+
+CommanderToolBar::CommanderToolBar(CommanderModel &model, OpenFile openFile, QWidget *parent)
+    : QWidget(parent), m_model(model), m_openFile(std::move(openFile))
+{
+    setObjectName(QStringLiteral("toolBar"));
+    auto *layout = new QHBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(6);
+
+    addButton(QStringLiteral("Search"), int(ToolbarSymbol::magnifyingGlass),
+              [this] { m_model.setTool(ToolSheet::Search{m_model.active().directory()}); });
+    addButton(QStringLiteral("Compare"), int(ToolbarSymbol::arrowsLeftRight), [this] {
+        m_model.setTool(ToolSheet::Compare{m_model.left().directory(), m_model.right().directory()});
+    });
+    addButton(QStringLiteral("Info"), int(ToolbarSymbol::infoCircle), [this] {
+        if (const auto items = m_model.active().selected(); !items.empty())
+            m_model.setTool(ToolSheet::Info{items.front()});
+    });
+    addButton(QStringLiteral("Open"), int(ToolbarSymbol::openApp), [this] {
+        for (const std::filesystem::path &item : m_model.active().selected())
+            m_openFile(item);
+    });
+    addButton(QStringLiteral("Connect"), int(ToolbarSymbol::network), [this] { m_model.connect(); });
+    addButton(QStringLiteral("Copy refs"), int(ToolbarSymbol::docOnDoc), [this] { m_model.clipboardCopy(); });
+    addButton(QStringLiteral("Paste"), int(ToolbarSymbol::docOnClipboard), [this] { m_model.clipboardPaste(); });
+    addButton(QStringLiteral("New tab"), int(ToolbarSymbol::plus), [this] { m_model.active().newTab(); });
+    addButton(QStringLiteral("Close"), int(ToolbarSymbol::xmark), [this] { m_model.active().closeTab(); });
+    layout->addStretch(1);
+
+    m_activeLabel = new QLabel(this);
+    m_activeLabel->setObjectName(QStringLiteral("activePaneLabel"));
+    QFont caption = QFontDatabase::systemFont(QFontDatabase::FixedFont);
+    caption.setPointSizeF(caption.pointSizeF() * 0.85);
+    m_activeLabel->setFont(caption);
+    layout->addWidget(m_activeLabel);
+
+    connect(&m_model, &CommanderModel::activeLeftChanged, this, &CommanderToolBar::updateState);
+    followPanes();
+    setTheme(CommanderThemeKey::defaultValue);
+    updateState();
+}
+
+QToolButton *CommanderToolBar::addButton(const QString &label, int symbol, std::function<void()> action)
+{
+    auto *button = new QToolButton(this);
+    button->setText(label);
+    button->setObjectName(label);
+    button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+    button->setFocusPolicy(Qt::NoFocus);
+    connect(button, &QToolButton::clicked, this, std::move(action));
+    static_cast<QHBoxLayout *>(layout())->addWidget(button);
+    m_buttons.emplace_back(button, symbol);
+    return button;
+}
+
+void CommanderToolBar::followPanes()
+{
+    // Either pane can become the active one, so both are followed.
+    for (PaneModel *pane : {&m_model.left(), &m_model.right()}) {
+        connect(pane, &PaneModel::selectionChanged, this, &CommanderToolBar::updateState);
+        connect(pane, &PaneModel::cursorChanged, this, &CommanderToolBar::updateState);
+        connect(pane, &PaneModel::visibleChanged, this, &CommanderToolBar::updateState);
+        connect(pane, &PaneModel::tabsChanged, this, &CommanderToolBar::updateState);
+    }
+}
+
+QToolButton *CommanderToolBar::button(const QString &label) const
+{
+    for (const auto &[button, symbol] : m_buttons)
+        if (button->text() == label)
+            return button;
+    return nullptr;
+}
+
+void CommanderToolBar::updateState()
+{
+    PaneModel &active = m_model.active();
+    const bool hasItems = !active.selected().empty();
+    for (const char *label : {"Info", "Open", "Copy refs"})
+        button(QString::fromLatin1(label))->setEnabled(hasItems);
+    button(QStringLiteral("Close"))->setEnabled(active.tabs().size() != 1);
+    m_activeLabel->setText(m_model.activeLeft() ? QStringLiteral("LEFT PANE ACTIVE")
+                                                : QStringLiteral("RIGHT PANE ACTIVE"));
+}
+
+void CommanderToolBar::setTheme(CommanderTheme theme)
+{
+    const CommanderThemeColours palette = colours(theme);
+    for (const auto &[button, symbol] : m_buttons)
+        button->setIcon(detail::toolbarIcon(ToolbarSymbol(symbol), palette.accent));
+    setStyleSheet(QStringLiteral("QToolButton { background: %1; border: 1px solid %2; border-radius: 5px;"
+                                 " padding: 3px 8px; }"
+                                 "QToolButton:hover { border-color: %3; }"
+                                 "QToolButton:disabled { color: rgba(235, 235, 245, 90); }")
+                      .arg(palette.button.name(), palette.border.name(), palette.accent.name()));
+    QPalette labelPalette = m_activeLabel->palette();
+    labelPalette.setColor(QPalette::WindowText, palette.accent);
+    m_activeLabel->setPalette(labelPalette);
+}
+
+} // namespace quillorn

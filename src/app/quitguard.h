@@ -1,0 +1,32 @@
+#pragma once
+
+#include <QMessageBox>
+#include <QObject>
+#include <QPointer>
+
+class QWidget;
+
+namespace quillorn {
+
+// Puts the quit guard in front of the main window's close. Every way of
+// quitting ends there: closing the window, Ctrl+Q and F10 (both ask the
+// application to quit, which first asks each window to close). A refusal shows
+// its alert over the window without waiting for it: the answer does not depend
+// on the button, so the interface thread never runs a nested event loop.
+class QuitGuard : public QObject {
+    Q_OBJECT
+public:
+    explicit QuitGuard(QWidget *window);
+
+    // The refusal alert on screen, if any.
+    QMessageBox *alert() const { return m_alert; }
+
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    QWidget *m_window;
+    QPointer<QMessageBox> m_alert;
+};
+
+} // namespace quillorn
