@@ -17,6 +17,8 @@ QString userFacingDescription(const std::exception &error)
 
 QString userFacingDescription(const std::exception_ptr &error)
 {
+    if (!error)
+        return {};
     try {
         std::rethrow_exception(error);
     } catch (const std::exception &known) {
