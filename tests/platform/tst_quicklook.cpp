@@ -9,7 +9,10 @@
 #include <QTest>
 
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <system_error>
+#include <thread>
+#include <unistd.h>
 
 using namespace quillorn;
 using detail::QuickLookContent;
@@ -50,6 +53,7 @@ private Q_SLOTS:
     void binaryFilesAreDescribed();
     void foldersAndPipesAreDescribedWithoutReading();
     void missingItemCannotBeRead();
+    void unreadableFileCannotBeRead();
 
     void showOpensAWindowOnceRead();
     void showReportsWhyAnItemCannotBePreviewed();
@@ -137,6 +141,32 @@ void QuickLookTest::missingItemCannotBeRead()
     } catch (const std::system_error &error) {
         QCOMPARE(error.code().value(), ENOENT);
     }
+}
+
+void QuickLookTest::unreadableFileCannotBeRead()
+{
+    test::TestTree tree;
+    const fs::path secret = tree.file("secret.txt", "private");
+    fs::permissions(secret, fs::perms::none);
+    // The folder stays open to everyone, so it is the file itself that refuses.
+    fs::permissions(tree.root(), fs::perms::owner_all | fs::perms::others_exec | fs::perms::group_exec);
+    // As root the mode would not stop us: the reading thread alone becomes
+    // nobody (the raw system call changes only the calling thread's credentials,
+    // and with them its capabilities).
+    int code = 0;
+    std::thread reader([&] {
+        if (::geteuid() == 0 && ::syscall(SYS_setresuid, 65534, 65534, 65534) != 0) {
+            code = -errno;
+            return;
+        }
+        try {
+            QuickLookContent::load(secret);
+        } catch (const std::system_error &error) {
+            code = error.code().value();
+        }
+    });
+    reader.join();
+    QCOMPARE(code, EACCES);
 }
 
 void QuickLookTest::showOpensAWindowOnceRead()
