@@ -50,16 +50,17 @@ FunctionKeyBar::FunctionKeyBar(CommanderModel &model, QWidget *parent) : QWidget
 void FunctionKeyBar::setTheme(CommanderTheme theme)
 {
     const CommanderThemeColours palette = colours(theme);
-    for (QLabel *number : m_numbers) {
-        QPalette own = number->palette();
-        own.setColor(QPalette::WindowText, palette.accent);
-        number->setPalette(own);
-    }
     setStyleSheet(QStringLiteral("QPushButton { background: %1; border: 1px solid %2; border-radius: 4px; }"
                                  "QPushButton:hover { border-color: %3; }"
                                  "QPushButton:pressed { background: %4; }")
                       .arg(palette.button.name(), palette.border.name(), palette.accent.name(),
                            palette.selection.name()));
+    // After the style sheet, which re-polishes the children and their palettes.
+    for (QLabel *number : m_numbers) {
+        QPalette own = number->palette();
+        own.setColor(QPalette::WindowText, palette.accent);
+        number->setPalette(own);
+    }
 }
 
 } // namespace quillorn
