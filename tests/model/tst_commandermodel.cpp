@@ -76,6 +76,7 @@ private Q_SLOTS:
     void startsOnHomeAndDownloadsRememberedUnderLeftAndRight();
     void previewFoldersNeedBothVariables_data();
     void previewFoldersNeedBothVariables();
+    void relativePreviewFolderIsTakenFromTheCurrentFolder();
     void toolSheetIdIsTheCaseName();
 
     void helpShowsTheKeyboardText();
@@ -221,6 +222,17 @@ void CommanderModelTest::previewFoldersNeedBothVariables()
         QCOMPARE(model->right().directory(), m_home / "Downloads");
         QCOMPARE(model->left().persistenceKey(), QStringLiteral("left"));
     }
+}
+
+void CommanderModelTest::relativePreviewFolderIsTakenFromTheCurrentFolder()
+{
+    // Not checked for existence: a missing folder shows as the pane's listing error.
+    qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", "no/such/preview");
+    qputenv("QUILLORN_RELEASE_PREVIEW_RIGHT", QByteArray::fromStdString(m_home.string()));
+    auto model = makeModel();
+    QCOMPARE(model->left().directory(), fs::current_path() / "no/such/preview");
+    QVERIFY(model->left().error().has_value());
+    QCOMPARE(model->right().directory(), m_home);
 }
 
 void CommanderModelTest::toolSheetIdIsTheCaseName()
