@@ -15,11 +15,15 @@ PACKAGES := cmake g++ make pkg-config ninja-build \
 	xvfb xauth xdotool x11-utils unzip attr acl bindfs util-linux strace e2fsprogs \
 	libglib2.0-bin gvfs-daemons dbus-daemon rsync time
 
-.PHONY: deps build run test bench install clean
+# Only `make bench` installs these: reference programs the benchmarks measure against.
+BENCH_PACKAGES := krusader
 
-deps:
+.PHONY: deps bench-deps build run test bench install clean
+
+# $(call install_missing,<packages>): installs those not installed yet.
+define install_missing
 	@missing=""; \
-	for p in $(PACKAGES); do \
+	for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' $$p 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
@@ -28,6 +32,13 @@ deps:
 	  $$sudo apt-get update -qq && \
 	  $$sudo env DEBIAN_FRONTEND=noninteractive apt-get install -y -qq --no-install-recommends $$missing; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(PACKAGES))
+
+bench-deps: deps
+	$(call install_missing,$(BENCH_PACKAGES))
 
 build: deps
 	@[ -f $(BUILD)/build.ninja ] || cmake -S . -B $(BUILD) -G Ninja -DCMAKE_BUILD_TYPE=RelWithDebInfo -DQUILLORN_TESTS=OFF -DCMAKE_INSTALL_PREFIX=$(PREFIX)
@@ -45,7 +56,7 @@ test: deps
 	cmake --build $(TEST_BUILD) -j $(JOBS)
 	cd $(TEST_BUILD) && ctest --output-on-failure -j $(JOBS)
 
-bench: deps
+bench: bench-deps
 	@[ -f $(BENCH_BUILD)/build.ninja ] || cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUILLORN_TESTS=OFF -DQUILLORN_BENCH=ON
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
 	@set -e; for b in $(BENCH_BUILD)/bench/bench_*; do [ -x "$$b" ] || continue; echo "== $$b"; "$$b"; done

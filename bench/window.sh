@@ -1,0 +1,186 @@
+#!/usr/bin/env bash
+# Quillorn's main window against Krusader's, under the same Xvfb in one run:
+#   launch to mapped window (ms) and idle resident memory with two small folders;
+#   a pane on a folder of 100,000 files: launch until the CPU goes idle, and the
+#   resident memory then; and how long a key (F10, Quit) takes to be answered
+#   while that folder is still being listed.
+#
+#   BENCH_BUILD=build/bench bash bench/window.sh
+# Environment: REPEAT (runs per program, median reported, default 5),
+# FILES (size of the big folder, default 100000), QUILLORN (the binary).
+set -uo pipefail
+
+BENCH_BUILD=${BENCH_BUILD:-build/bench}
+REPEAT=${REPEAT:-5}
+FILES=${FILES:-100000}
+quillorn=${QUILLORN:-$BENCH_BUILD/src/app/quillorn}
+quillorn=$(realpath "$quillorn" 2>/dev/null || echo "$quillorn")
+
+for needed in Xvfb xdotool xprop; do
+    command -v "$needed" >/dev/null || { echo "window.sh: $needed is missing (packages xvfb, xdotool, x11-utils)"; exit 1; }
+done
+[ -x "$quillorn" ] || { echo "window.sh: $quillorn is not built"; exit 1; }
+have_krusader=1
+command -v krusader >/dev/null || { echo "window.sh: krusader is not installed; measuring quillorn alone"; have_krusader=0; }
+
+work=$(mktemp -d /tmp/quillorn-window-bench.XXXXXX)
+xvfb_pid=""
+app_pid=""
+cleanup() {
+    [ -n "$app_pid" ] && kill "$app_pid" 2>/dev/null
+    [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null
+    wait 2>/dev/null
+    rm -rf "$work"
+}
+trap cleanup EXIT
+
+display=""
+for n in $(seq 141 190); do
+    if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
+done
+[ -n "$display" ] || { echo "window.sh: no free X display"; exit 1; }
+Xvfb "$display" -screen 0 1280x800x24 -nolisten tcp >/dev/null 2>&1 &
+xvfb_pid=$!
+for _ in $(seq 100); do [ -e "/tmp/.X11-unix/X${display#:}" ] && break; sleep 0.05; done
+export DISPLAY=$display
+
+mkdir -p "$work/small/left" "$work/small/right" "$work/big" "$work/empty"
+for i in $(seq 1 20); do echo "$i" >"$work/small/left/file$i.txt"; echo "$i" >"$work/small/right/item$i.log"; done
+mkdir -p "$work/small/left/folder" "$work/small/right/folder"
+echo "Making $FILES files ..."
+(cd "$work/big" && seq -f 'file%06g.dat' 1 "$FILES" | xargs touch)
+
+now_ms() { echo $(($(date +%s%N) / 1000000)); }
+cpu_ticks() { awk '{ print $14 + $15 }' "/proc/$1/stat" 2>/dev/null; }
+rss_mib() { awk '/^VmRSS/ { printf "%.1f", $2 / 1024 }' "/proc/$1/status" 2>/dev/null; }
+# Each program gets a fresh home, so no settings, caches or first-run state carry over.
+fresh_home() {
+    local home=$work/home-$RANDOM$RANDOM
+    mkdir -p "$home/.config" "$home/.local/share" "$home/.cache"
+    # Krusader's first-run wizard and tip of the day would map a window of their own.
+    cat >"$home/.config/krusaderrc" <<'RC'
+[Startup]
+Show Splash Screen=false
+[General]
+First Time=false
+[Look&Feel]
+Show Tip Of The Day=false
+RC
+    echo "$home"
+}
+
+# launch <program> <left> <right>: starts it and sets app_pid.
+launch() {
+    local program=$1 left=$2 right=$3 home
+    home=$(fresh_home)
+    if [ "$program" = quillorn ]; then
+        env -u DBUS_SESSION_BUS_ADDRESS HOME="$home" XDG_CONFIG_HOME="$home/.config" \
+            XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" QT_QPA_PLATFORM=xcb \
+            QUILLORN_RELEASE_PREVIEW_LEFT="$left" QUILLORN_RELEASE_PREVIEW_RIGHT="$right" \
+            "$quillorn" >/dev/null 2>&1 &
+    else
+        env -u DBUS_SESSION_BUS_ADDRESS HOME="$home" XDG_CONFIG_HOME="$home/.config" \
+            XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" QT_QPA_PLATFORM=xcb \
+            krusader --left "$left" --right "$right" >/dev/null 2>&1 &
+    fi
+    app_pid=$!
+}
+
+stop() {
+    kill "$app_pid" 2>/dev/null
+    wait "$app_pid" 2>/dev/null
+    app_pid=""
+}
+
+# Milliseconds until the program has a viewable top-level window, or -1.
+wait_mapped() {
+    local start=$1
+    for _ in $(seq 3000); do
+        if [ -n "$(xdotool search --onlyvisible --pid "$app_pid" 2>/dev/null | head -n1)" ]; then
+            echo $(($(now_ms) - start)); return
+        fi
+        sleep 0.005
+    done
+    echo -1
+}
+
+# Waits until the process has used no CPU for a whole second; prints the
+# milliseconds from `start` to its last busy moment.
+wait_idle() {
+    local start=$1 last before after quiet=0
+    last=$(now_ms); before=$(cpu_ticks "$app_pid")
+    for _ in $(seq 1200); do
+        sleep 0.1
+        after=$(cpu_ticks "$app_pid") || break
+        if [ "$after" != "$before" ]; then last=$(now_ms); quiet=0; before=$after; else quiet=$((quiet + 1)); fi
+        [ "$quiet" -ge 10 ] && break
+    done
+    echo $((last - start))
+}
+
+median() { sort -n | awk '{ v[NR] = $1 } END { if (NR == 0) print "n/a"; else print v[int((NR + 1) / 2)] }'; }
+
+# How fast a key is answered while the big folder is still being listed: F10
+# (Quit) is sent as soon as the window is mapped, and the time until the
+# process is gone is the answer. A window that lists on its interface thread
+# answers only after the listing.
+quit_latency() {
+    local start window sent
+    launch "$1" "$work/big" "$work/empty"
+    start=$(now_ms)
+    if [ "$(wait_mapped "$start")" -lt 0 ]; then stop; echo -1; return; fi
+    window=$(xdotool search --onlyvisible --pid "$app_pid" | head -n1)
+    xdotool windowfocus "$window" 2>/dev/null
+    sent=$(now_ms)
+    xdotool key F10
+    for _ in $(seq 3000); do
+        if ! kill -0 "$app_pid" 2>/dev/null; then break; fi
+        sleep 0.005
+    done
+    if kill -0 "$app_pid" 2>/dev/null; then stop; echo -1; return; fi
+    wait "$app_pid" 2>/dev/null
+    app_pid=""
+    echo $(($(now_ms) - sent))
+}
+
+declare -A mapped rss idle idle_rss quit
+programs=(quillorn)
+[ "$have_krusader" -eq 1 ] && programs+=(krusader)
+
+for program in "${programs[@]}"; do
+    : >"$work/$program.mapped"; : >"$work/$program.rss"; : >"$work/$program.idle"; : >"$work/$program.idlerss"; : >"$work/$program.quit"
+    for _ in $(seq "$REPEAT"); do
+        launch "$program" "$work/small/left" "$work/small/right"
+        start=$(now_ms)
+        ms=$(wait_mapped "$start")
+        if [ "$ms" -ge 0 ]; then
+            echo "$ms" >>"$work/$program.mapped"
+            wait_idle "$start" >/dev/null
+            rss_mib "$app_pid" >>"$work/$program.rss"; echo >>"$work/$program.rss"
+        fi
+        stop
+
+        launch "$program" "$work/big" "$work/empty"
+        start=$(now_ms)
+        if [ "$(wait_mapped "$start")" -ge 0 ]; then
+            wait_idle "$start" >>"$work/$program.idle"
+            rss_mib "$app_pid" >>"$work/$program.idlerss"; echo >>"$work/$program.idlerss"
+        fi
+        stop
+
+        quit_latency "$program" >>"$work/$program.quit"
+    done
+    quit[$program]=$(median <"$work/$program.quit")
+    mapped[$program]=$(median <"$work/$program.mapped")
+    rss[$program]=$(grep . "$work/$program.rss" | median)
+    idle[$program]=$(median <"$work/$program.idle")
+    idle_rss[$program]=$(grep . "$work/$program.idlerss" | median)
+done
+
+echo
+echo "Window benchmark under Xvfb, median of $REPEAT runs each"
+printf '%-10s %17s %13s %21s %13s %22s\n' program "launch→mapped ms" "idle RSS MiB" "$FILES files: idle ms" "then RSS MiB" "F10 while listing: ms"
+for program in "${programs[@]}"; do
+    printf '%-10s %17s %13s %21s %13s %22s\n' "$program" "${mapped[$program]}" "${rss[$program]}" \
+        "${idle[$program]}" "${idle_rss[$program]}" "${quit[$program]}"
+done
