@@ -43,10 +43,12 @@ const fs::path &dataHome = quillorn::test::temporaryDataHome();
 // A file system of its own mounted for one test and always unmounted again.
 class Mount {
 public:
-    Mount(const fs::path &point, const char *type, const std::string &options) : m_point(point)
+    Mount(const fs::path &point, const char *type, const std::string &options, const char *source = nullptr,
+          unsigned long flags = 0)
+        : m_point(point)
     {
         fs::create_directories(point);
-        if (::mount(type, point.c_str(), type, 0, options.c_str()) == 0)
+        if (::mount(source ? source : type, point.c_str(), type, flags, options.c_str()) == 0)
             m_mounted = true;
         else
             m_error = std::strerror(errno);
@@ -179,6 +181,24 @@ TEST(CrossVolume, aVolumeWithoutExtendedAttributesKeepsTheDataAndWarns)
     EXPECT_THAT(mark.text(), testing::ContainsRegex("METADATA WARNING copyfile source=" + source.string() +
                                                     " destination=" + (tree / "volume").string() +
                                                     "/.quillorn-[-0-9A-F]+ error=POSIX code=95: "));
+}
+
+TEST(CrossVolume, aBindMountOfTheSameDeviceFallsBackToCopying)
+{
+    // Both sides report one st_dev, yet rename(2) across the two mounts fails with EXDEV.
+    TestTree tree;
+    const fs::path real = tree.folder("real");
+    const Mount bound(tree / "bound", "none", "", real.c_str(), MS_BIND);
+    REQUIRE_MOUNT(bound);
+    const fs::path source = tree.file("src/a.txt", "moved by copying");
+    const LogMark mark;
+    const auto result =
+        FileOperations().transfer({source}, tree / "bound", true, ConflictPolicy::stop, false);
+    EXPECT_THAT(result, ElementsAre(tree / "bound/a.txt"));
+    EXPECT_EQ(TestTree::read(real / "a.txt"), "moved by copying");
+    EXPECT_FALSE(fs::exists(source));
+    EXPECT_THAT(mark.lines(), testing::Contains("TRANSFER ITEM COMPLETE phase=copy target=" +
+                                                (tree / "bound/a.txt").string()));
 }
 
 // ---- disk full --------------------------------------------------------------------
