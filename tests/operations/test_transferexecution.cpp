@@ -10,9 +10,12 @@
 
 #include <fcntl.h>
 #include <sys/inotify.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <cstring>
 #include <fstream>
 #include <regex>
 
@@ -108,6 +111,26 @@ TEST(TransferCopy, namedPipeStopsTheFolderCopyWithoutOpeningIt)
     EXPECT_EQ(message, wrapped("Copying \u2018box\u2019",
                                "Unsupported special file: " + (tree / "src/box/pipe").string(),
                                "Quillorn.CommanderError 1"));
+    EXPECT_TRUE(fs::is_empty(tree / "dst"));
+}
+
+TEST(TransferCopy, aSocketIsRefusedAsASpecialFile)
+{
+    TestTree tree;
+    tree.folder("dst");
+    const fs::path socketPath = tree / "sock";
+    const int socket = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(socketPath.native().size(), sizeof address.sun_path);
+    std::strcpy(address.sun_path, socketPath.c_str());
+    ASSERT_EQ(::bind(socket, reinterpret_cast<const sockaddr *>(&address), sizeof address), 0);
+    ::close(socket);
+    EXPECT_EQ(failure([&] {
+                  FileOperations().transfer({socketPath}, tree / "dst", false, ConflictPolicy::stop, false);
+              }),
+              wrapped("Copying \u2018sock\u2019", "Unsupported special file: " + socketPath.string(),
+                      "Quillorn.CommanderError 1"));
     EXPECT_TRUE(fs::is_empty(tree / "dst"));
 }
 
