@@ -293,11 +293,13 @@ void PaneModel::refresh()
             if (!result)
                 return;
             // The common case of a periodic refresh: nothing changed. Decide it
-            // here, and free the new list here too.
+            // here, and free the new list here too, once the pane has its answer.
+            detail::ListingResult discarded;
             if (auto *listing = std::get_if<detail::FolderListing>(&*result);
-                listing && detail::sameEntries(listing->entries, *previous))
+                listing && detail::sameEntries(listing->entries, *previous)) {
+                discarded = std::move(*result);
                 *result = detail::FolderListing{{}, {}, {}, true};
-            previous.reset();
+            }
             auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
             // Runs only while the pane exists (ReceiverGuard).
             guard->post([self, shared, generation] { self->apply(generation, std::move(*shared)); });

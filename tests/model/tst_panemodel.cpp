@@ -75,6 +75,34 @@ private Q_SLOTS:
         QCOMPARE(namesOf(pane->visible()), (QStringList{"new", "middle", "old"}));
     }
 
+    void aLargeFolderIsOrderedAsASmallOneIs()
+    {
+        // Large listings are examined in two parts that are merged afterwards.
+        TestTree tree;
+        QStringList expectedFolders, expectedFiles;
+        for (int i = 0; i < 5000; ++i) {
+            const std::string name = std::to_string((i * 7919) % 5000);
+            if (i % 500 == 0)
+                tree.folder("d" + name);
+            else
+                tree.file("F" + name, std::string(static_cast<std::size_t>(i % 3), 'x'));
+        }
+        for (int n = 0; n < 5000; ++n) {
+            if (fs::is_directory(tree / ("d" + std::to_string(n))))
+                expectedFolders.append(QString("d%1").arg(n));
+            else if (fs::exists(tree / ("F" + std::to_string(n))))
+                expectedFiles.append(QString("F%1").arg(n));
+        }
+        PaneFixture fixture;
+        auto pane = fixture.pane(tree.root());
+        QVERIFY(settled(*pane));
+        QCOMPARE(namesOf(pane->entries()), expectedFolders + expectedFiles);
+        pane->setSort(FileSort::size);
+        const std::vector<FileEntry> &visible = pane->visible();
+        QVERIFY(std::is_sorted(visible.begin() + 10, visible.end(),
+                               [](const FileEntry &a, const FileEntry &b) { return a.size < b.size; }));
+    }
+
     void namesEqualButForCaseKeepTheirListingOrder()
     {
         TestTree tree;

@@ -10,6 +10,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <numeric>
+#include <thread>
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -61,46 +62,103 @@ FileEntry makeEntry(const std::string &prefix, const char *name, const struct st
                      directory ? 0 : static_cast<std::int64_t>(st.st_size), modificationTime(st)};
 }
 
-std::string_view nameOf(const FileEntry &entry)
-{
-    const std::string &url = entry.url.native();
-    return std::string_view(url).substr(url.rfind('/') + 1);
-}
+// One name as readdir returned it.
+struct Item {
+    std::string name;
+    unsigned char type;
+};
 
-// Orders the entries folders first, then by collation key; fills the ranks.
-void orderByName(FolderListing &listing)
-{
-    auto &entries = listing.entries;
-    const Collation collation;
-    std::string keys;
-    keys.reserve(entries.size() * 24);
-    std::vector<std::uint32_t> keyEnds(entries.size());
-    for (std::size_t i = 0; i < entries.size(); ++i) {
-        collation.appendSortKey(nameOf(entries[i]), keys);
-        keyEnds[i] = static_cast<std::uint32_t>(keys.size());
-    }
-    auto keyOf = [&](std::uint32_t i) {
+// The examined part of a listing: entries with their collation keys, and the
+// order of those entries (folders first, then by key).
+struct Part {
+    std::vector<FileEntry> entries;
+    std::string keys; // packed; entry i's key ends at keyEnds[i]
+    std::vector<std::uint32_t> keyEnds;
+    std::vector<std::uint32_t> order;
+    std::optional<PosixError> error;
+    bool cancelled = false;
+
+    std::string_view key(std::uint32_t i) const
+    {
         const std::uint32_t begin = i == 0 ? 0 : keyEnds[i - 1];
         return std::string_view(keys).substr(begin, keyEnds[i] - begin);
-    };
-    std::vector<std::uint32_t> order(entries.size());
-    std::iota(order.begin(), order.end(), 0u);
-    std::stable_sort(order.begin(), order.end(), [&](std::uint32_t a, std::uint32_t b) {
-        if (entries[a].directory != entries[b].directory)
-            return entries[a].directory;
-        return keyOf(a) < keyOf(b);
-    });
-
-    std::vector<FileEntry> sorted;
-    sorted.reserve(entries.size());
-    listing.nameRanks.resize(entries.size());
-    for (std::size_t position = 0; position < order.size(); ++position) {
-        const bool tie = position > 0 && keyOf(order[position]) == keyOf(order[position - 1]);
-        listing.nameRanks[position] =
-            tie ? listing.nameRanks[position - 1] : static_cast<std::uint32_t>(position);
-        sorted.push_back(std::move(entries[order[position]]));
     }
-    entries = std::move(sorted);
+};
+
+// Reads the facts of items, makes entries and keys and orders them. Runs on
+// two threads for large folders: the stat calls and the collation keys are
+// most of a listing's time, and both parallelise well.
+void examine(int folderFd, const std::filesystem::path &folder, const std::string &prefix,
+             const std::vector<Item> &items, std::size_t begin, std::size_t end, const std::atomic<bool> &cancelled,
+             Part &part)
+{
+    try {
+        const Collation collation;
+        part.entries.reserve(end - begin);
+        part.keyEnds.reserve(end - begin);
+        part.keys.reserve((end - begin) * 24);
+        struct stat st;
+        for (std::size_t i = begin; i < end; ++i) {
+            if (cancelled.load(std::memory_order_relaxed)) {
+                part.cancelled = true;
+                return;
+            }
+            if (!readFacts(folderFd, items[i].name.c_str(), items[i].type, folder, st))
+                continue;
+            part.entries.push_back(makeEntry(prefix, items[i].name.c_str(), st));
+            collation.appendSortKey(items[i].name, part.keys);
+            part.keyEnds.push_back(static_cast<std::uint32_t>(part.keys.size()));
+        }
+        part.order.resize(part.entries.size());
+        std::iota(part.order.begin(), part.order.end(), 0u);
+        std::stable_sort(part.order.begin(), part.order.end(), [&](std::uint32_t a, std::uint32_t b) {
+            if (part.entries[a].directory != part.entries[b].directory)
+                return part.entries[a].directory;
+            return part.key(a) < part.key(b);
+        });
+    } catch (const PosixError &error) {
+        part.error = error;
+    }
+}
+
+// Merges the two ordered parts (the first wins ties, so the order stays that
+// of readdir among equals) into the listing, with name ranks.
+FolderListing merge(Part &first, Part &second)
+{
+    const auto firstCount = static_cast<std::uint32_t>(first.entries.size());
+    const auto partOf = [&](std::uint32_t g) -> std::pair<Part &, std::uint32_t> {
+        return g < firstCount ? std::pair<Part &, std::uint32_t>(first, g)
+                              : std::pair<Part &, std::uint32_t>(second, g - firstCount);
+    };
+    const auto key = [&](std::uint32_t g) {
+        auto [part, i] = partOf(g);
+        return part.key(i);
+    };
+    const auto directory = [&](std::uint32_t g) {
+        auto [part, i] = partOf(g);
+        return part.entries[i].directory;
+    };
+    std::vector<std::uint32_t> secondOrder(second.order);
+    for (std::uint32_t &i : secondOrder)
+        i += firstCount;
+    std::vector<std::uint32_t> order(first.order.size() + secondOrder.size());
+    std::merge(first.order.begin(), first.order.end(), secondOrder.begin(), secondOrder.end(), order.begin(),
+               [&](std::uint32_t a, std::uint32_t b) {
+                   if (directory(a) != directory(b))
+                       return directory(a);
+                   return key(a) < key(b);
+               });
+
+    FolderListing listing;
+    listing.entries.reserve(order.size());
+    listing.nameRanks.resize(order.size());
+    for (std::size_t position = 0; position < order.size(); ++position) {
+        const bool tie = position > 0 && key(order[position]) == key(order[position - 1]);
+        listing.nameRanks[position] = tie ? listing.nameRanks[position - 1] : static_cast<std::uint32_t>(position);
+        auto [part, i] = partOf(order[position]);
+        listing.entries.push_back(std::move(part.entries[i]));
+    }
+    return listing;
 }
 
 QString quoted(const std::filesystem::path &path)
@@ -122,6 +180,8 @@ ListingFailure failure(const PosixError &error, const std::filesystem::path &fol
 std::optional<ListingResult> listFolder(const std::filesystem::path &folder, bool showHidden,
                                         const std::atomic<bool> &cancelled)
 {
+    // Below this a second thread costs more than it saves.
+    constexpr std::size_t parallelFrom = 2000;
     try {
         const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (fd < 0)
@@ -136,8 +196,7 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
         if (prefix.empty() || prefix.back() != '/')
             prefix.push_back('/');
 
-        FolderListing listing;
-        struct stat st;
+        std::vector<Item> items;
         for (;;) {
             errno = 0;
             const dirent *item = ::readdir(dir.get());
@@ -149,14 +208,31 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
             const char *name = item->d_name;
             if (name[0] == '.' && (!showHidden || name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
                 continue;
-            if (cancelled.load(std::memory_order_relaxed))
-                return std::nullopt;
-            if (readFacts(fd, name, item->d_type, folder, st))
-                listing.entries.push_back(makeEntry(prefix, name, st));
+            items.push_back({name, item->d_type});
         }
-        if (cancelled.load(std::memory_order_relaxed))
+
+        Part first, second;
+        const std::size_t middle = items.size() >= parallelFrom ? items.size() / 2 : items.size();
+        std::thread helper;
+        if (middle < items.size()) {
+            try {
+                helper = std::thread(examine, fd, std::cref(folder), std::cref(prefix), std::cref(items), middle,
+                                     items.size(), std::cref(cancelled), std::ref(second));
+            } catch (const std::system_error &) {
+                // No thread to be had: do both parts here.
+            }
+        }
+        examine(fd, folder, prefix, items, 0, middle, cancelled, first);
+        if (helper.joinable())
+            helper.join();
+        else if (middle < items.size())
+            examine(fd, folder, prefix, items, middle, items.size(), cancelled, second);
+        if (first.cancelled || second.cancelled || cancelled.load(std::memory_order_relaxed))
             return std::nullopt;
-        orderByName(listing);
+        if (first.error || second.error)
+            throw first.error ? *first.error : *second.error;
+
+        FolderListing listing = merge(first, second);
         listing.index = UrlIndex(listing.entries);
         return ListingResult(std::move(listing));
     } catch (const PosixError &error) {
