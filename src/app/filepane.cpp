@@ -353,7 +353,9 @@ void FilePane::applyTheme()
                        " padding: 3px 8px; font-weight: bold; }"
                        "QPushButton { background: %8; color: %1; border: none; border-radius: 5px;"
                        " padding: 4px 14px; }"
-                       "QToolButton { color: %1; }")
+                       "QToolButton { color: %1; }"
+                       "QScrollArea, QScrollArea > QWidget, QScrollArea > QWidget > QWidget"
+                       " { background: transparent; }")
             .arg(primary, secondary, c.row.name(), field.name(QColor::HexArgb), c.selection.name(),
                  c.accent.name(), c.pane.name(), c.button.name()));
     update();

@@ -17,6 +17,7 @@ private Q_SLOTS:
         QTest::newRow("Germany") << QLocale(QLocale::German, QLocale::Germany) << "07.03.2026";
         QTest::newRow("Japan") << QLocale(QLocale::Japanese, QLocale::Japan) << "2026/03/07";
         QTest::newRow("UK") << QLocale(QLocale::English, QLocale::UnitedKingdom) << "07/03/2026";
+        QTest::newRow("C") << QLocale::c() << "2026-03-07";
     }
     void numericPatternKeepsLocaleOrder()
     {

@@ -11,8 +11,9 @@ inline constexpr int kPartSpacing = 8; // between the parts of a row
 inline constexpr int kIconWidth = 18;
 inline constexpr int kSizeWidth = 70;
 inline constexpr int kModifiedWidth = 100;
-inline constexpr int kSizeColumnWidth = kPartSpacing + kSizeWidth;
-inline constexpr int kModifiedColumnWidth = kPartSpacing + kModifiedWidth + kPartSpacing;
+// Each column ends with the spacing that follows its part.
+inline constexpr int kSizeColumnWidth = kSizeWidth + kPartSpacing;
+inline constexpr int kModifiedColumnWidth = kModifiedWidth + kPartSpacing;
 inline constexpr int kMinimumPaneWidth = 420;
 
 // Text colours of the dark appearance every theme uses.

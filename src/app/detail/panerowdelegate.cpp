@@ -48,8 +48,7 @@ void PaneRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     if (index.column() == PaneTableModel::nameColumn) {
         paintName(*painter, cell, index);
     } else {
-        const int trailing = index.column() == PaneTableModel::modifiedColumn ? kPartSpacing : 0;
-        const QRect text = cell.adjusted(kPartSpacing, 0, -trailing, 0);
+        const QRect text = cell.adjusted(0, 0, -kPartSpacing, 0);
         painter->setPen(secondaryTextColour());
         const QString value = index.data(Qt::DisplayRole).toString();
         painter->drawText(text, Qt::AlignRight | Qt::AlignVCenter,

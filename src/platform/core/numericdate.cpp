@@ -37,6 +37,10 @@ qsizetype copyQuoted(const QString &text, qsizetype index, QString &out)
 
 QString numericDatePattern(const QLocale &locale)
 {
+    // The C locale's short date names the month; its numeric form would read
+    // "23 11 2026", so it gets the unambiguous ISO order instead.
+    if (locale.language() == QLocale::C)
+        return QStringLiteral("yyyy-MM-dd");
     const QString pattern = locale.dateFormat(QLocale::ShortFormat);
     QString out;
     qsizetype i = 0;
