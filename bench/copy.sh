@@ -42,8 +42,8 @@ for d in $(seq -w 1 200); do
 done
 sync
 
-# seconds RUN: runs the command, removes what it wrote, prints the wall time.
-# The RSS of the last run lands in $work/rss (KiB).
+# seconds COMMAND...: flushes earlier writes, runs the command, prints its wall time.
+# Its peak resident memory lands in $work/rss (KiB).
 seconds() {
     local start end
     sync
@@ -55,44 +55,69 @@ seconds() {
 
 median() { printf '%s\n' "$@" | sort -n | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)] }'; }
 
-# measure NAME ITEM COMMAND...: REPEAT timed runs, the copy verified after the first.
-declare -A result rss
-measure() {
+# once NAME ITEM COMMAND...: one timed run, its copy checked on the first run
+# and then removed. Runs of the tools alternate, so a burst of other disk
+# traffic on a shared machine does not land on one tool only.
+declare -A runs rss
+once() {
     local name=$1 item=$2; shift 2
-    local runs=() i
-    for ((i = 0; i < REPEAT; i++)); do
-        runs+=("$(seconds "$@")")
-        if [ "$i" -eq 0 ]; then
-            if [ -d "$work/src/$item" ]; then diff -r "$work/src/$item" "$work/dst/$item" >/dev/null
-            else cmp "$work/src/$item" "$work/dst/$item"; fi || { echo "copy.sh: $name made a wrong copy"; exit 1; }
-        fi
-        rss[$name]=$(cat "$work/rss")
-        rm -rf "${work:?}/dst/$item"
+    local time
+    time=$(seconds "$@")
+    if [ -z "${runs[$name]:-}" ]; then
+        if [ -d "$work/src/$item" ]; then diff -r "$work/src/$item" "$work/dst/$item" >/dev/null
+        else cmp "$work/src/$item" "$work/dst/$item"; fi || { echo "copy.sh: $name made a wrong copy"; exit 1; }
+    fi
+    runs[$name]="${runs[$name]:-} $time"
+    local kib
+    kib=$(cat "$work/rss")
+    [ "$kib" -gt "${rss[$name]:-0}" ] && rss[$name]=$kib
+    rm -rf "${work:?}/dst/$item"
+}
+
+declare -A result best
+summarise() {
+    local name
+    for name in "$@"; do
+        # shellcheck disable=SC2086
+        result[$name]=$(median ${runs[$name]})
+        # shellcheck disable=SC2086
+        best[$name]=$(printf '%s\n' ${runs[$name]} | sort -n | head -1)
+        echo "  $name:${runs[$name]} s"
     done
-    result[$name]=$(median "${runs[@]}")
-    echo "  $name: ${runs[*]} s (median ${result[$name]} s)"
 }
 
 echo "One ${BIG_MIB} MiB file, $REPEAT runs each:"
-measure big-quillorn big.bin "$tool" "$work/dst" "$work/src/big.bin"
-measure big-cp big.bin sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/big.bin" "$work/dst/big.bin"
+for ((i = 0; i < REPEAT; i++)); do
+    once big-quillorn big.bin "$tool" "$work/dst" "$work/src/big.bin"
+    once big-cp big.bin sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/big.bin" "$work/dst/big.bin"
+done
+summarise big-quillorn big-cp
 
 echo "20,000 files of 4 KiB in 200 folders, $REPEAT runs each:"
-measure tree-quillorn tree "$tool" "$work/dst" "$work/src/tree"
-measure tree-rsync tree rsync -a --fsync "$work/src/tree" "$work/dst/"
-measure tree-cp tree sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/tree" "$work/dst/tree"
+for ((i = 0; i < REPEAT; i++)); do
+    once tree-quillorn tree "$tool" "$work/dst" "$work/src/tree"
+    once tree-rsync tree rsync -a --fsync "$work/src/tree" "$work/dst/"
+    once tree-cp tree sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/tree" "$work/dst/tree"
+done
+summarise tree-quillorn tree-rsync tree-cp
 
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
 mib_s() { awk -v a="$BIG_MIB" -v b="$1" 'BEGIN { printf "%.0f", a / b }'; }
 echo
-printf '%-34s %9s %11s %s\n' "case" "seconds" "MiB/s" "quillorn speed relative to it"
-printf '%-34s %9s %11s %s\n' "big file: quillorn" "${result[big-quillorn]}" "$(mib_s "${result[big-quillorn]}")" "-"
-printf '%-34s %9s %11s %sx (target >= 0.90)\n' "big file: cp -a && sync" "${result[big-cp]}" \
-    "$(mib_s "${result[big-cp]}")" "$(ratio "${result[big-cp]}" "${result[big-quillorn]}")"
-printf '%-34s %9s %11s %s\n' "20k files: quillorn" "${result[tree-quillorn]}" "" "-"
-printf '%-34s %9s %11s %sx (target >= 1.00)\n' "20k files: rsync -a --fsync" "${result[tree-rsync]}" "" \
-    "$(ratio "${result[tree-rsync]}" "${result[tree-quillorn]}")"
-printf '%-34s %9s %11s %sx (aim 1.00)\n' "20k files: cp -a && sync" "${result[tree-cp]}" "" \
-    "$(ratio "${result[tree-cp]}" "${result[tree-quillorn]}")"
+# Speed relative to a tool: its time over quillorn's (above 1 means quillorn is faster).
+row() { # LABEL TOOL [QUILLORN TARGET]
+    local speed="-"
+    if [ -n "${3:-}" ]; then
+        speed="$(ratio "${result[$2]}" "${result[$3]}")x / $(ratio "${best[$2]}" "${best[$3]}")x $4"
+    fi
+    printf '%-30s %8s %8s %s\n' "$1" "${result[$2]}" "${best[$2]}" "$speed"
+}
+printf '%-30s %8s %8s %s\n' "case" "median s" "best s" "quillorn speed vs it (median / best)"
+row "big file: quillorn" big-quillorn
+row "big file: cp -a && sync" big-cp big-quillorn "(target >= 0.90)"
+echo "  throughput: quillorn $(mib_s "${result[big-quillorn]}") MiB/s, cp -a && sync $(mib_s "${result[big-cp]}") MiB/s"
+row "20k files: quillorn" tree-quillorn
+row "20k files: rsync -a --fsync" tree-rsync tree-quillorn "(target >= 1.00)"
+row "20k files: cp -a && sync" tree-cp tree-quillorn "(aim 1.00)"
 echo
 echo "quillorn peak RSS: big file $((rss[big-quillorn] / 1024)) MiB, 20k files $((rss[tree-quillorn] / 1024)) MiB"
