@@ -110,6 +110,25 @@ std::string linkText(const fs::path &link, const struct stat &attributes)
     }
 }
 
+// A staging tree may already hold read-only folders (their modes are copied once
+// their contents are in), which would keep remove_all from emptying them.
+void removeStaging(const fs::path &staging)
+{
+    std::error_code ignored, walking;
+    const auto writable = [&](const fs::path &folder) {
+        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
+    };
+    if (fs::is_directory(fs::symlink_status(staging, ignored))) {
+        writable(staging);
+        // Each folder is made writable when visited, before the walk descends into it.
+        for (auto it = fs::recursive_directory_iterator(staging, walking);
+             !walking && it != fs::recursive_directory_iterator(); it.increment(walking))
+            if (it->is_directory(ignored) && !it->is_symlink(ignored))
+                writable(it->path());
+    }
+    fs::remove_all(staging, ignored);
+}
+
 void renameWithoutReplacing(const fs::path &from, const fs::path &to)
 {
     if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
@@ -409,8 +428,7 @@ FileOperations::Path FileOperations::copyAndPublish(const Path &item, const Path
             discard(item, permanentlyRemoveRemoteItems);
         }
     } catch (const std::exception &error) {
-        std::error_code ignored;
-        fs::remove_all(staging, ignored);
+        removeStaging(staging);
         AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + item.string() +
                                         " destination=" + target.string() + " staging=" + staging.string() +
                                         " error=" + AppDiagnostics::describe(error));

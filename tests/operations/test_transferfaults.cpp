@@ -375,4 +375,25 @@ TEST_F(InjectedFault, destinationWithoutWritePermissionIsRefused)
     EXPECT_TRUE(fs::is_empty(m_tree / "dst"));
 }
 
+TEST_F(InjectedFault, aFailedFolderCopyRemovesReadOnlyStagingFoldersToo)
+{
+    // As an ordinary user: root could empty read-only folders without their write bit.
+    m_tree.file("src/box/sub/inner.txt", "inner");
+    for (const char *folder : {"src/box/sub", "src/box"})
+        ::chmod((m_tree / folder).c_str(), 0555);
+    ::chmod((m_tree / "dst").c_str(), 0777);
+    ::chmod(m_tree.root().c_str(), 0755);
+    ::chmod((m_tree / "src").c_str(), 0755);
+    const Outcome outcome =
+        runDriver(m_tree,
+                  {"strace", "-f", "-qq", "-o", "/dev/null", "-e", "inject=syncfs:error=EIO", "setpriv",
+                   "--reuid=nobody", "--regid=nogroup", "--clear-groups"},
+                  {"copy", "Stop", (m_tree / "dst").string(), (m_tree / "src/box").string()});
+    if (outcome.errors.find("setpriv:") != std::string::npos)
+        GTEST_SKIP() << "cannot switch to the user nobody: " << outcome.errors;
+    EXPECT_EQ(outcome.exitCode, 1);
+    EXPECT_EQ(outcome.errors, wrapped("Copying \u2018box\u2019", "Input/output error", "POSIX 5") + "\n");
+    EXPECT_THAT(names(m_tree / "dst"), ElementsAre());
+}
+
 } // namespace
