@@ -7,11 +7,14 @@
 #include <sys/random.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
+#include <system_error>
+#include <vector>
 
 namespace fs = std::filesystem;
 
@@ -98,6 +101,94 @@ std::string stagingName()
         text += digits[bytes[i] & 0x0F];
     }
     return text;
+}
+
+std::string linkText(const fs::path &link, const struct stat &attributes)
+{
+    std::string text(static_cast<std::size_t>(std::max<off_t>(attributes.st_size, 63)) + 1, '\0');
+    for (;;) {
+        const ssize_t length = ::readlink(link.c_str(), text.data(), text.size());
+        if (length < 0)
+            throwPosixError(link, errno);
+        if (static_cast<std::size_t>(length) < text.size()) {
+            text.resize(static_cast<std::size_t>(length));
+            return text;
+        }
+        text.resize(text.size() * 2); // the link grew since lstat
+    }
+}
+
+// A staging tree may already hold read-only folders (their modes are copied once
+// their contents are in), which would keep remove_all from emptying them.
+void removeStaging(const fs::path &staging)
+{
+    std::error_code ignored, walking;
+    const auto writable = [&](const fs::path &folder) {
+        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
+    };
+    if (fs::is_directory(fs::symlink_status(staging, ignored))) {
+        writable(staging);
+        // Each folder is made writable when visited, before the walk descends into it.
+        for (auto it = fs::recursive_directory_iterator(staging, walking);
+             !walking && it != fs::recursive_directory_iterator(); it.increment(walking))
+            if (it->is_directory(ignored) && !it->is_symlink(ignored))
+                writable(it->path());
+    }
+    fs::remove_all(staging, ignored);
+}
+
+void renameWithoutReplacing(const fs::path &from, const fs::path &to)
+{
+    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
+        return;
+    const int error = errno;
+    if (error != EINVAL && error != ENOSYS)
+        throwPosixError(from, error);
+    // Some network and FUSE file systems cannot refuse to replace; check first instead.
+    if (struct stat existing{}; ::lstat(to.c_str(), &existing) == 0)
+        throwPosixError(to, EEXIST);
+    if (::rename(from.c_str(), to.c_str()) != 0)
+        throwPosixError(from, errno);
+}
+
+static std::size_t readWriteChunk(int input, int output, std::size_t limit, const fs::path &source,
+                                  const fs::path &target)
+{
+    thread_local std::vector<char> buffer;
+    buffer.resize(std::min(limit, std::size_t{1024 * 1024}));
+    ssize_t count;
+    do
+        count = ::read(input, buffer.data(), buffer.size());
+    while (count < 0 && errno == EINTR);
+    if (count < 0)
+        throwPosixError(source, errno);
+    for (ssize_t written = 0; written < count;) {
+        const ssize_t step =
+            ::write(output, buffer.data() + written, static_cast<std::size_t>(count - written));
+        if (step < 0 && errno == EINTR)
+            continue;
+        if (step < 0)
+            throwPosixError(target, errno);
+        written += step;
+    }
+    return static_cast<std::size_t>(count);
+}
+
+std::size_t copyFileRange(int input, int output, std::size_t limit, const fs::path &source,
+                          const fs::path &target)
+{
+    for (;;) {
+        const ssize_t count = ::copy_file_range(input, nullptr, output, nullptr, limit, 0);
+        if (count > 0)
+            return static_cast<std::size_t>(count);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0 && errno != EXDEV && errno != ENOSYS && errno != EINVAL && errno != EOPNOTSUPP)
+            throwPosixError(target, errno);
+        // Not offered here, or "end of file": some file systems report 0 early
+        // (files whose size is not known up front), so read(2) has the last word.
+        return readWriteChunk(input, output, limit, source, target);
+    }
 }
 
 } // namespace quillorn::detail
