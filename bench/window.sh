@@ -53,21 +53,37 @@ echo "Making $FILES files ..."
 now_ms() { echo $(($(date +%s%N) / 1000000)); }
 cpu_ticks() { awk '{ print $14 + $15 }' "/proc/$1/stat" 2>/dev/null; }
 rss_mib() { awk '/^VmRSS/ { printf "%.1f", $2 / 1024 }' "/proc/$1/status" 2>/dev/null; }
-# Each program gets a fresh home, so no settings, caches or first-run state carry over.
+# Each run gets a fresh home, so no settings, caches or first-run state carry over.
 fresh_home() {
     local home=$work/home-$RANDOM$RANDOM
     mkdir -p "$home/.config" "$home/.local/share" "$home/.cache"
-    # Krusader's first-run wizard and tip of the day would map a window of their own.
+    # What Krusader writes after its first run (welcome, tool search, Konfigurator),
+    # so that its main window is the first window it maps.
     cat >"$home/.config/krusaderrc" <<'RC'
-[Startup]
-Show Splash Screen=false
-[General]
+Config Version=1
 First Time=false
+Version=2.8.0
+
 [Look&Feel]
 Show Tip Of The Day=false
+
+[Startup]
+Show Splash Screen=false
+
+[ViewerModule]
+FirstRun=false
 RC
+    [ -n "$as_user" ] && chown -R nobody: "$home"
     echo "$home"
 }
+
+# Krusader greets root with a warning window of its own; as root, both
+# programs run as nobody instead, which also keeps them equal.
+as_user=""
+if [ "$(id -u)" -eq 0 ]; then
+    as_user="setpriv --reuid=$(id -u nobody) --regid=$(id -g nobody) --clear-groups"
+    chmod 755 "$work"
+fi
 
 # launch <program> <left> <right>: starts it and sets app_pid.
 launch() {
@@ -75,13 +91,13 @@ launch() {
     home=$(fresh_home)
     if [ "$program" = quillorn ]; then
         env -u DBUS_SESSION_BUS_ADDRESS HOME="$home" XDG_CONFIG_HOME="$home/.config" \
-            XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" QT_QPA_PLATFORM=xcb \
-            QUILLORN_RELEASE_PREVIEW_LEFT="$left" QUILLORN_RELEASE_PREVIEW_RIGHT="$right" \
-            "$quillorn" >/dev/null 2>&1 &
+            XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" XDG_RUNTIME_DIR="$home" \
+            QT_QPA_PLATFORM=xcb QUILLORN_RELEASE_PREVIEW_LEFT="$left" QUILLORN_RELEASE_PREVIEW_RIGHT="$right" \
+            $as_user "$quillorn" >/dev/null 2>&1 &
     else
         env -u DBUS_SESSION_BUS_ADDRESS HOME="$home" XDG_CONFIG_HOME="$home/.config" \
-            XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" QT_QPA_PLATFORM=xcb \
-            krusader --left "$left" --right "$right" >/dev/null 2>&1 &
+            XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" XDG_RUNTIME_DIR="$home" \
+            QT_QPA_PLATFORM=xcb $as_user krusader --left "$left" --right "$right" >/dev/null 2>&1 &
     fi
     app_pid=$!
 }
