@@ -29,6 +29,7 @@ using quillorn::OperationControl;
 using quillorn::test::failure;
 using quillorn::test::hasStaging;
 using quillorn::test::LogMark;
+using quillorn::test::names;
 using quillorn::test::pattern;
 using quillorn::test::TestTree;
 using quillorn::test::wrapped;
@@ -278,6 +279,52 @@ TEST(TransferFaults, failedFlushOfAFileOrAFolderPublishesNothing)
               }),
               wrapped("Copying \u2018box\u2019", "Input/output error", "POSIX 5"));
     EXPECT_TRUE(fs::is_empty(tree / "dst"));
+}
+
+TEST(TransferFaults, cancellingBetweenItemsKeepsTheFinishedOnesAndLogsNothingMore)
+{
+    TestTree tree;
+    tree.file("src/a.txt", "A");
+    tree.file("src/b.txt", "B");
+    tree.folder("dst");
+    OperationControl control;
+    const FileOperations operations = withManager([&control](FileOperations::FileManager &manager) {
+        manager.rename = [&control, rename = manager.rename](const fs::path &from, const fs::path &to) {
+            rename(from, to);
+            control.cancel();
+        };
+    });
+    const LogMark mark;
+    EXPECT_THROW(operations.transfer({tree / "src/a.txt", tree / "src/b.txt"}, tree / "dst", false,
+                                     ConflictPolicy::stop, control, false),
+                 CancellationError);
+    EXPECT_THAT(names(tree / "dst"), ElementsAre("a.txt"));
+    const std::vector<std::string> lines = mark.lines();
+    ASSERT_EQ(lines.size(), 2u);
+    EXPECT_EQ(lines[1], "TRANSFER ITEM COMPLETE phase=copy target=" + (tree / "dst/a.txt").string());
+}
+
+TEST(TransferFaults, failedRenameOnOneVolumeLeavesBothSidesAlone)
+{
+    TestTree tree;
+    const fs::path source = tree.file("src/a.txt", "A");
+    tree.folder("dst");
+    const FileOperations operations = withManager([](FileOperations::FileManager &manager) {
+        manager.rename = [](const fs::path &from, const fs::path &) {
+            quillorn::throwPosixError(from, EACCES);
+        };
+    });
+    const LogMark mark;
+    EXPECT_EQ(
+        failure([&] { operations.transfer({source}, tree / "dst", true, ConflictPolicy::stop, false); }),
+        wrapped("Moving \u2018a.txt\u2019 on the same volume", "Permission denied", "POSIX 13"));
+    EXPECT_EQ(TestTree::read(source), "A");
+    EXPECT_TRUE(fs::is_empty(tree / "dst"));
+    EXPECT_THAT(mark.lines(),
+                ElementsAre(testing::StartsWith("TRANSFER BEGIN mode=move "),
+                            "TRANSFER FAILED phase=Moving \u2018a.txt\u2019 on the same volume source=" +
+                                source.string() + " destination=" + (tree / "dst/a.txt").string() +
+                                " error=POSIX code=13: Permission denied path=" + source.string()));
 }
 
 // ---- moves --------------------------------------------------------------------
