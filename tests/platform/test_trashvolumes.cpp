@@ -162,6 +162,20 @@ TEST_F(VolumeTrash, MountPointWithSpaceAndLineFeedIsFoundAsTheTop)
     EXPECT_EQ(trashed, odd / (".Trash-" + std::to_string(::geteuid())) / "files" / "item");
 }
 
+TEST_F(VolumeTrash, MountPointIsRefusedWithoutCreatingATrash)
+{
+    const fs::path inner = m_tree.folder("volume/inner");
+    ScopedMount mounted("tmpfs", inner, "size=1m");
+
+    try {
+        trashItem(inner);
+        FAIL() << "a mount point was trashed";
+    } catch (const PosixError &error) {
+        EXPECT_EQ(error.code().value(), EBUSY);
+    }
+    EXPECT_FALSE(fs::exists(own()));
+}
+
 TEST_F(VolumeTrash, BindMountOfTheHomeDeviceUsesItsOwnTopWhenRenameCannotCross)
 {
     // Same device as the home trash, but rename(2) refuses to cross mounts.

@@ -231,6 +231,12 @@ std::filesystem::path trashItem(const std::filesystem::path &item)
     if (!parent || ::fstatat(parent.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
         throwPosixError(item);
     const std::filesystem::path original = folder / name;
+    struct stat folderInfo {};
+    if (::fstat(parent.get(), &folderInfo) != 0)
+        throwPosixError(folder);
+    // A mount point cannot be renamed away; refuse before any trash folder is made.
+    if (info.st_dev != folderInfo.st_dev)
+        throwPosixError(item, EBUSY);
 
     if (homeTrashDevice(homeTrashPath()) == info.st_dev) {
         std::optional<TrashFolder> home = openHomeTrash();
@@ -245,9 +251,6 @@ std::filesystem::path trashItem(const std::filesystem::path &item)
                 throw;
         }
     }
-    struct stat folderInfo {};
-    if (::fstat(parent.get(), &folderInfo) != 0)
-        throwPosixError(folder);
     const std::filesystem::path topdir = topdirOf(folder, folderInfo.st_dev);
     std::optional<TrashFolder> trash = openTopdirTrash(topdir, volumeIsLocal(topdir));
     if (!trash)
