@@ -61,8 +61,10 @@ std::string typeName(const std::exception &error)
 
 AppDiagnostics &AppDiagnostics::shared()
 {
-    static AppDiagnostics instance(applicationSupportFolder() / "Quillorn" / "Logs");
-    return instance;
+    // Never destroyed: a worker thread may still log while the process exits.
+    static AppDiagnostics *const instance =
+        new AppDiagnostics(applicationSupportFolder() / "Quillorn" / "Logs");
+    return *instance;
 }
 
 AppDiagnostics::AppDiagnostics(fs::path folder) : m_fileURL(folder / "Quillorn.log")
