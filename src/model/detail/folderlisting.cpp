@@ -209,6 +209,8 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
             if (name[0] == '.' && (!showHidden || name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
                 continue;
             items.push_back({name, item->d_type});
+            if (items.size() % 512 == 0 && cancelled.load(std::memory_order_relaxed))
+                return std::nullopt;
         }
 
         Part first, second;

@@ -23,16 +23,6 @@ std::string_view nameOf(const FileEntry &entry)
     return std::string_view(url).substr(url.rfind('/') + 1);
 }
 
-// Case-insensitive order of a against b by key: negative, zero or positive.
-int compareByKey(const FileEntry &a, const FileEntry &b, std::uint32_t rankA, std::uint32_t rankB, FileSort sort)
-{
-    if (sort == FileSort::size && a.size != b.size)
-        return a.size < b.size ? -1 : 1;
-    if (sort == FileSort::modified && a.modified != b.modified)
-        return a.modified < b.modified ? -1 : 1;
-    return rankA < rankB ? -1 : (rankA > rankB ? 1 : 0);
-}
-
 // The filter in the two forms the test needs, converted once per recompute.
 struct Needle {
     explicit Needle(const QString &text)
@@ -44,17 +34,78 @@ struct Needle {
     bool ascii;
 };
 
+// Whether name holds a character outside ASCII whose case folding is ASCII:
+// KELVIN SIGN (to "k"), LATIN SMALL LETTER LONG S (to "s"), and, to be safe,
+// LATIN CAPITAL LETTER I WITH DOT ABOVE.
+bool foldsIntoAscii(std::string_view name)
+{
+    for (const std::string_view special : {"\xE2\x84\xAA", "\xC5\xBF", "\xC4\xB0"})
+        if (name.find(special) != std::string_view::npos)
+            return true;
+    return false;
+}
+
 bool contains(std::string_view name, const Needle &needle)
 {
-    // Case folding of pure ASCII text is ASCII lower-casing; anything else
-    // (a Kelvin sign folds to "k") goes through QString.
-    if (needle.ascii && isAscii(name)) {
+    // For an ASCII filter, case folding is ASCII lower-casing, and bytes of
+    // other characters (UTF-8 or not) can never match; only the few characters
+    // that fold into ASCII need QString.
+    if (needle.ascii && (isAscii(name) || !foldsIntoAscii(name))) {
         const auto found = std::search(name.begin(), name.end(), needle.bytes.begin(), needle.bytes.end(),
                                        [](char x, char y) { return lowerAscii(x) == lowerAscii(y); });
         return found != name.end();
     }
     return QString::fromUtf8(name.data(), static_cast<qsizetype>(name.size()))
         .contains(needle.text, Qt::CaseInsensitive);
+}
+
+// kept is in listing order, that is ascending by name within folders and
+// within files. Reverses each of the two groups, keeping names that collate
+// equal in their listing order.
+void reverseByName(std::vector<std::uint32_t> &kept, const std::vector<FileEntry> &entries,
+                   const std::vector<std::uint32_t> &nameRanks)
+{
+    const auto filesBegin =
+        std::partition_point(kept.begin(), kept.end(), [&](std::uint32_t i) { return entries[i].directory; });
+    for (auto [begin, end] : {std::pair(kept.begin(), filesBegin), std::pair(filesBegin, kept.end())}) {
+        std::reverse(begin, end);
+        for (auto run = begin; run != end;) {
+            const auto runEnd =
+                std::find_if(run, end, [&](std::uint32_t i) { return nameRanks[i] != nameRanks[*run]; });
+            std::reverse(run, runEnd);
+            run = runEnd;
+        }
+    }
+}
+
+// Orders kept by size or date, then by name, the direction reversing both.
+void orderByValue(std::vector<std::uint32_t> &kept, const std::vector<FileEntry> &entries,
+                  const std::vector<std::uint32_t> &nameRanks, FileSort sort, bool ascending)
+{
+    // A compact copy of the keys: sorting touches these instead of the entries.
+    struct Key {
+        bool directory;
+        std::int64_t value;
+        std::uint32_t rank;
+        std::uint32_t index;
+    };
+    std::vector<Key> keys;
+    keys.reserve(kept.size());
+    for (const std::uint32_t i : kept) {
+        const FileEntry &entry = entries[i];
+        const std::int64_t value =
+            sort == FileSort::size ? entry.size : static_cast<std::int64_t>(entry.modified.time_since_epoch().count());
+        keys.push_back({entry.directory, value, nameRanks[i], i});
+    }
+    std::stable_sort(keys.begin(), keys.end(), [ascending](const Key &a, const Key &b) {
+        if (a.directory != b.directory)
+            return a.directory;
+        if (a.value != b.value)
+            return ascending ? a.value < b.value : a.value > b.value;
+        return ascending ? a.rank < b.rank : a.rank > b.rank;
+    });
+    for (std::size_t k = 0; k < keys.size(); ++k)
+        kept[k] = keys[k].index;
 }
 
 } // namespace
@@ -79,20 +130,16 @@ VisibleOrder visibleOrder(const std::vector<FileEntry> &entries, const std::vect
                 kept.push_back(i);
     }
 
-    const auto goesFirst = [&](std::uint32_t a, std::uint32_t b) {
-        const FileEntry &x = entries[a];
-        const FileEntry &y = entries[b];
-        if (x.directory != y.directory)
-            return x.directory;
-        const int order = compareByKey(x, y, nameRanks[a], nameRanks[b], sort);
-        return ascending ? order < 0 : order > 0;
-    };
-    // Listings arrive in folders-first name order, so the common view needs no sort.
     VisibleOrder result;
-    if (!std::is_sorted(kept.begin(), kept.end(), goesFirst))
-        std::stable_sort(kept.begin(), kept.end(), goesFirst);
-    else if (kept.size() == entries.size())
-        result.identity = true;
+    if (sort == FileSort::name) {
+        // Listings arrive in folders-first name order, so the common view needs no sort.
+        if (!ascending)
+            reverseByName(kept, entries, nameRanks);
+        else if (kept.size() == entries.size())
+            result.identity = true;
+    } else {
+        orderByValue(kept, entries, nameRanks, sort, ascending);
+    }
     if (!result.identity)
         result.order = std::move(kept);
     return result;
