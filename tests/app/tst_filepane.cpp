@@ -145,10 +145,12 @@ private Q_SLOTS:
         QSignalSpy changes(f.model(), &QAbstractItemModel::dataChanged);
         f.pane->setSelection({f.urlAt(1), f.urlAt(3)});
         QCOMPARE(changes.count(), 1);
-        QCOMPARE(changes.at(0).at(0).toModelIndex().row(), 1);
-        QCOMPARE(changes.at(0).at(1).toModelIndex().row(), 3);
+        QVERIFY(changes.at(0).at(0).toModelIndex().row() <= 1);
+        QVERIFY(changes.at(0).at(1).toModelIndex().row() >= 3);
         f.pane->setCursor(f.urlAt(4));
         QCOMPARE(changes.count(), 3); // the row it left and the row it reached
+        QCOMPARE(changes.at(2).at(0).toModelIndex().row(), 4);
+        QCOMPARE(changes.at(2).at(1).toModelIndex().row(), 4);
         QCOMPARE(resets.count(), 0);
         QVERIFY(f.model()->index(1, 0).data(detail::PaneTableModel::taggedRole).toBool());
         QVERIFY(!f.model()->index(2, 0).data(detail::PaneTableModel::taggedRole).toBool());

@@ -5,14 +5,11 @@
 #include "platform/core/numericdate.h"
 #include "platform/desktop/bytecount.h"
 
-#include <algorithm>
-#include <iterator>
-
 namespace quillorn::detail {
 
 PaneTableModel::PaneTableModel(PaneModel &pane, QObject *parent)
     : QAbstractTableModel(parent), m_pane(pane), m_rows(static_cast<int>(pane.visible().size())),
-      m_shownSelection(pane.selection()), m_shownCursor(pane.cursor())
+      m_shownCursor(pane.cursor())
 {
     connect(&m_pane, &PaneModel::visibleChanged, this, &PaneTableModel::resetRows);
     connect(&m_pane, &PaneModel::selectionChanged, this, &PaneTableModel::repaintTagChanges);
@@ -121,28 +118,17 @@ void PaneTableModel::resetRows()
 {
     beginResetModel();
     m_rows = static_cast<int>(m_pane.visible().size());
-    m_shownSelection = m_pane.selection();
     m_shownCursor = m_pane.cursor();
     endResetModel();
 }
 
+// Working out which rows changed would mean keeping and comparing a copy of a
+// selection that can hold every entry; the view repaints only what it shows, so
+// announcing all rows costs less.
 void PaneTableModel::repaintTagChanges()
 {
-    const auto &now = m_pane.selection();
-    std::vector<std::filesystem::path> changed;
-    std::set_symmetric_difference(m_shownSelection.begin(), m_shownSelection.end(), now.begin(), now.end(),
-                                  std::back_inserter(changed));
-    m_shownSelection = now;
-    int first = m_rows;
-    int last = -1;
-    for (const auto &url : changed) {
-        if (const auto row = rowOf(url)) {
-            first = std::min(first, *row);
-            last = std::max(last, *row);
-        }
-    }
-    if (last >= 0)
-        Q_EMIT dataChanged(index(first, 0), index(last, columnCount_ - 1), {taggedRole, Qt::DisplayRole});
+    if (m_rows > 0)
+        Q_EMIT dataChanged(index(0, 0), index(m_rows - 1, columnCount_ - 1), {taggedRole, Qt::DisplayRole});
 }
 
 void PaneTableModel::repaintCursorChange()

@@ -5,7 +5,6 @@
 
 #include <filesystem>
 #include <optional>
-#include <set>
 
 namespace quillorn {
 class PaneModel;
@@ -16,7 +15,7 @@ namespace quillorn::detail {
 
 // Presents PaneModel::visible() to a table view, one row per entry, keyed by
 // the entry's URL. A new visible list resets the model; tag and cursor changes
-// only repaint the rows whose state changed. The column headers carry the sort
+// only announce changed data, so the view keeps its scroll position. The column headers carry the sort
 // key and direction.
 class PaneTableModel : public QAbstractTableModel {
     Q_OBJECT
@@ -49,7 +48,6 @@ private:
 
     PaneModel &m_pane;
     int m_rows = 0;
-    std::set<std::filesystem::path> m_shownSelection;
     std::optional<std::filesystem::path> m_shownCursor;
     QLocale m_locale;
 };

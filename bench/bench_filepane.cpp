@@ -1,0 +1,199 @@
+// Drawing a pane of 100,000 entries: one keystroke in the filter (new visible
+// list, model reset, repaint of the listing), clearing the filter, and tagging
+// every row, each measured up to the finished synchronous repaint.
+//   build/<dir>/bench/bench_filepane [--benchmark_filter=...]
+// The folder is made once under /tmp (QUILLORN_BENCH_FOLDER overrides it); it is
+// the same folder bench_pane lists.
+#include "app/detail/panetableview.h"
+#include "app/filepane.h"
+#include "model/panemodel.h"
+#include "platform/core/preferences.h"
+
+#include <QApplication>
+#include <QElapsedTimer>
+#include <QEventLoop>
+#include <benchmark/benchmark.h>
+
+#include <cstdlib>
+#include <fcntl.h>
+#include <fstream>
+#include <memory>
+#include <unistd.h>
+
+using namespace quillorn;
+namespace fs = std::filesystem;
+
+namespace {
+
+constexpr int fileCount = 100'000;
+
+fs::path benchRoot()
+{
+    const char *custom = std::getenv("QUILLORN_BENCH_FOLDER");
+    return custom ? fs::path(custom) : fs::path("/tmp/quillorn-bench-pane");
+}
+
+std::string nameFor(int i)
+{
+    static const char *const words[] = {"Report",  "photo", "IMG",    "notes",
+                                        "Invoice", "draft", "backup", "Übersicht"};
+    static const char *const extensions[] = {".txt", ".jpg", ".pdf", ".tar.gz", ""};
+    return std::string(words[i % 8]) + " " + std::to_string(i * 7919 % fileCount) + extensions[i % 5];
+}
+
+const fs::path &bigFolder()
+{
+    static const fs::path folder = [] {
+        const fs::path path = benchRoot() / "100k";
+        const fs::path done = benchRoot() / "100k.complete";
+        if (!fs::exists(done)) {
+            fs::remove_all(path);
+            fs::create_directories(path);
+            for (int i = 0; i < fileCount; ++i) {
+                const int fd = ::open((path / nameFor(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
+                if (fd < 0 || ::write(fd, "x", static_cast<size_t>(i % 3)) < 0)
+                    std::abort();
+                ::close(fd);
+            }
+            for (int i = 0; i < 50; ++i)
+                fs::create_directory(path / ("folder " + std::to_string(i)));
+            std::ofstream(done) << "ok";
+        }
+        return path;
+    }();
+    return folder;
+}
+
+// One shown pane on the big folder, listed once for all benchmarks.
+struct Shown {
+    Shown() : preferences(QString::fromStdString((benchRoot() / "bench_filepane.ini").string()))
+    {
+        PaneModelOptions options;
+        options.preferences = &preferences;
+        options.metadataIntervalMs = 3'600'000;
+        options.applicationIsActive = [] { return false; };
+        pane = std::make_unique<PaneModel>(bigFolder(), QString(), options);
+        QEventLoop loop;
+        QObject::connect(pane.get(), &PaneModel::listingApplied, &loop, &QEventLoop::quit);
+        if (pane->loading())
+            loop.exec();
+        view = std::make_unique<FilePane>(*pane);
+        view->resize(640, 900);
+        view->show();
+        view->repaint();
+    }
+    void repaintListing() { view->listView()->viewport()->repaint(); }
+
+    Preferences preferences;
+    std::unique_ptr<PaneModel> pane;
+    std::unique_ptr<FilePane> view;
+};
+
+Shown &shown()
+{
+    static Shown instance;
+    return instance;
+}
+
+void timed(benchmark::State &state, const std::function<void()> &step)
+{
+    for (auto _ : state) {
+        QElapsedTimer timer;
+        timer.start();
+        step();
+        state.SetIterationTime(static_cast<double>(timer.nsecsElapsed()) / 1e9);
+    }
+}
+
+void BM_FilterKeystrokeRepaint(benchmark::State &state)
+{
+    Shown &s = shown();
+    bool longer = false;
+    timed(state, [&] {
+        longer = !longer;
+        s.pane->setFilter(longer ? QStringLiteral("Report 1") : QStringLiteral("Report "));
+        s.repaintListing();
+    });
+    state.counters["rows"] = static_cast<double>(s.pane->visible().size());
+    s.pane->setFilter({});
+}
+BENCHMARK(BM_FilterKeystrokeRepaint)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
+
+// The same keystrokes on a pane nobody draws: what the view adds is the difference.
+void BM_FilterKeystrokeModelOnly(benchmark::State &state)
+{
+    Shown &s = shown();
+    s.view->hide();
+    s.view.reset();
+    bool longer = false;
+    timed(state, [&] {
+        longer = !longer;
+        s.pane->setFilter(longer ? QStringLiteral("Report 1") : QStringLiteral("Report "));
+    });
+    s.pane->setFilter({});
+    s.view = std::make_unique<FilePane>(*s.pane);
+    s.view->resize(640, 900);
+    s.view->show();
+    s.view->repaint();
+}
+BENCHMARK(BM_FilterKeystrokeModelOnly)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(20);
+
+void BM_ClearFilterRepaint(benchmark::State &state)
+{
+    Shown &s = shown();
+    for (auto _ : state) {
+        state.PauseTiming();
+        s.pane->setFilter(QStringLiteral("no such name"));
+        s.repaintListing();
+        state.ResumeTiming();
+        QElapsedTimer timer;
+        timer.start();
+        s.pane->setFilter({});
+        s.repaintListing();
+        state.SetIterationTime(static_cast<double>(timer.nsecsElapsed()) / 1e9);
+    }
+    state.counters["rows"] = static_cast<double>(s.pane->visible().size());
+}
+BENCHMARK(BM_ClearFilterRepaint)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(10);
+
+void BM_TagAllRepaint(benchmark::State &state)
+{
+    Shown &s = shown();
+    std::set<fs::path> all;
+    for (const FileEntry &entry : s.pane->visible())
+        all.insert(entry.url);
+    bool tagged = false;
+    for (auto _ : state) {
+        tagged = !tagged;
+        std::set<fs::path> next = tagged ? all : std::set<fs::path>{}; // the caller's copy, not timed
+        QElapsedTimer timer;
+        timer.start();
+        s.pane->setSelection(std::move(next));
+        s.repaintListing();
+        state.SetIterationTime(static_cast<double>(timer.nsecsElapsed()) / 1e9);
+    }
+    s.pane->setSelection({});
+}
+BENCHMARK(BM_TagAllRepaint)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(10);
+
+void BM_CursorStepRepaint(benchmark::State &state)
+{
+    Shown &s = shown();
+    timed(state, [&] {
+        s.pane->moveCursor(1);
+        s.repaintListing();
+    });
+}
+BENCHMARK(BM_CursorStepRepaint)->UseManualTime()->Unit(benchmark::kMicrosecond)->Iterations(200);
+
+} // namespace
+
+int main(int argc, char **argv)
+{
+    qputenv("QT_QPA_PLATFORM", "offscreen");
+    QApplication app(argc, argv);
+    benchmark::Initialize(&argc, argv);
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return 0;
+}
