@@ -36,7 +36,8 @@ fs::path benchRoot()
 // Names of varied shape, so collation and the filter see realistic text.
 std::string nameFor(int i)
 {
-    static const char *const words[] = {"Report", "photo", "IMG", "notes", "Invoice", "draft", "backup", "Übersicht"};
+    static const char *const words[] = {"Report",  "photo", "IMG",    "notes",
+                                        "Invoice", "draft", "backup", "Übersicht"};
     static const char *const extensions[] = {".txt", ".jpg", ".pdf", ".tar.gz", ""};
     return std::string(words[i % 8]) + " " + std::to_string(i * 7919 % fileCount) + extensions[i % 5];
 }

@@ -118,7 +118,8 @@ void PaneModel::restore(const fs::path &start)
 
     m_showHidden = m_preferences.boolean(key(".hidden"), false);
     m_sort = fileSortFromRawValue(m_preferences.text(key(".sort")).toStdString()).value_or(FileSort::name);
-    m_ascending = m_preferences.isBoolean(key(".ascending")) ? m_preferences.boolean(key(".ascending")) : true;
+    m_ascending =
+        m_preferences.isBoolean(key(".ascending")) ? m_preferences.boolean(key(".ascending")) : true;
     for (const QString &text : absolutePathTexts(m_preferences.stringList(key(".favourites"))))
         m_favourites.push_back(pathFromText(text));
     sortFavourites();
@@ -146,22 +147,70 @@ void PaneModel::persist()
 
 // ---- published state
 
-const fs::path &PaneModel::directory() const { return m_directory; }
-const std::vector<FileEntry> &PaneModel::entries() const { return *m_entries; }
-const std::set<fs::path> &PaneModel::selection() const { return m_selection; }
-bool PaneModel::isTagged(const fs::path &url) const { return m_selection.count(url) > 0; }
-const std::optional<fs::path> &PaneModel::cursor() const { return m_cursor; }
-const QString &PaneModel::path() const { return m_path; }
-const QString &PaneModel::filter() const { return m_filter; }
-const std::optional<QString> &PaneModel::error() const { return m_error; }
-bool PaneModel::showHidden() const { return m_showHidden; }
-FileSort PaneModel::sort() const { return m_sort; }
-bool PaneModel::ascending() const { return m_ascending; }
-const std::vector<fs::path> &PaneModel::tabs() const { return m_tabs; }
-int PaneModel::tabIndex() const { return m_tabIndex; }
-const std::vector<fs::path> &PaneModel::favourites() const { return m_favourites; }
-bool PaneModel::loading() const { return m_loading; }
-const QString &PaneModel::persistenceKey() const { return m_persistenceKey; }
+const fs::path &PaneModel::directory() const
+{
+    return m_directory;
+}
+const std::vector<FileEntry> &PaneModel::entries() const
+{
+    return *m_entries;
+}
+const std::set<fs::path> &PaneModel::selection() const
+{
+    return m_selection;
+}
+bool PaneModel::isTagged(const fs::path &url) const
+{
+    return m_selection.count(url) > 0;
+}
+const std::optional<fs::path> &PaneModel::cursor() const
+{
+    return m_cursor;
+}
+const QString &PaneModel::path() const
+{
+    return m_path;
+}
+const QString &PaneModel::filter() const
+{
+    return m_filter;
+}
+const std::optional<QString> &PaneModel::error() const
+{
+    return m_error;
+}
+bool PaneModel::showHidden() const
+{
+    return m_showHidden;
+}
+FileSort PaneModel::sort() const
+{
+    return m_sort;
+}
+bool PaneModel::ascending() const
+{
+    return m_ascending;
+}
+const std::vector<fs::path> &PaneModel::tabs() const
+{
+    return m_tabs;
+}
+int PaneModel::tabIndex() const
+{
+    return m_tabIndex;
+}
+const std::vector<fs::path> &PaneModel::favourites() const
+{
+    return m_favourites;
+}
+bool PaneModel::loading() const
+{
+    return m_loading;
+}
+const QString &PaneModel::persistenceKey() const
+{
+    return m_persistenceKey;
+}
 const std::vector<FileEntry> &PaneModel::visible() const
 {
     if (m_visibleOrder.identity)
@@ -286,24 +335,24 @@ void PaneModel::refresh()
     m_workerCancelled = cancelled;
     setLoading(true);
 
-    QThreadPool::globalInstance()->start(
-        [self = this, guard = m_guard, folder = m_directory, showHidden = m_showHidden, cancelled, generation,
-         previous = m_entries]() mutable {
-            std::optional<detail::ListingResult> result = detail::listFolder(folder, showHidden, *cancelled);
-            if (!result)
-                return;
-            // The common case of a periodic refresh: nothing changed. Decide it
-            // here, and free the new list here too, once the pane has its answer.
-            detail::ListingResult discarded;
-            if (auto *listing = std::get_if<detail::FolderListing>(&*result);
-                listing && detail::sameEntries(listing->entries, *previous)) {
-                discarded = std::move(*result);
-                *result = detail::FolderListing{{}, {}, {}, true};
-            }
-            auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
-            // Runs only while the pane exists (ReceiverGuard).
-            guard->post([self, shared, generation] { self->apply(generation, std::move(*shared)); });
-        });
+    QThreadPool::globalInstance()->start([self = this, guard = m_guard, folder = m_directory,
+                                          showHidden = m_showHidden, cancelled, generation,
+                                          previous = m_entries]() mutable {
+        std::optional<detail::ListingResult> result = detail::listFolder(folder, showHidden, *cancelled);
+        if (!result)
+            return;
+        // The common case of a periodic refresh: nothing changed. Decide it
+        // here, and free the new list here too, once the pane has its answer.
+        detail::ListingResult discarded;
+        if (auto *listing = std::get_if<detail::FolderListing>(&*result);
+            listing && detail::sameEntries(listing->entries, *previous)) {
+            discarded = std::move(*result);
+            *result = detail::FolderListing{{}, {}, {}, true};
+        }
+        auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
+        // Runs only while the pane exists (ReceiverGuard).
+        guard->post([self, shared, generation] { self->apply(generation, std::move(*shared)); });
+    });
 }
 
 void PaneModel::apply(long long generation, detail::ListingResult result)
@@ -339,7 +388,8 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         releaseElsewhere(std::exchange(m_entries, std::make_shared<const std::vector<FileEntry>>()));
         m_nameRanks.clear();
         m_entryIndex = {};
-        errorDiffers = assign(m_error, std::optional<QString>(std::get<detail::ListingFailure>(result).message));
+        errorDiffers =
+            assign(m_error, std::optional<QString>(std::get<detail::ListingFailure>(result).message));
     }
     const bool selectionDiffers = assign(m_selection, std::move(selection));
     const bool cursorDiffers = assign(m_cursor, std::move(cursor));

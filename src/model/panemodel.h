@@ -13,20 +13,20 @@
 #include <atomic>
 #include <cstdint>
 #include <filesystem>
-#include <memory>
 #include <functional>
+#include <memory>
 #include <optional>
 #include <set>
 #include <vector>
 
 namespace quillorn {
-class Preferences;   // src/platform/core/preferences.h: QSettings-backed store
+class Preferences; // src/platform/core/preferences.h: QSettings-backed store
 class ReceiverGuard;
 
 struct PaneModelOptions {
-    Preferences *preferences = nullptr;          // nullptr: Preferences::standard()
-    int metadataIntervalMs = 5000;               // injectable for tests
-    std::function<bool()> applicationIsActive;   // empty: QGuiApplication state / always true without a GUI
+    Preferences *preferences = nullptr;        // nullptr: Preferences::standard()
+    int metadataIntervalMs = 5000;             // injectable for tests
+    std::function<bool()> applicationIsActive; // empty: QGuiApplication state / always true without a GUI
 };
 
 // One pane's state: the folder shown, its listing, filter, order, cursor, tags,
@@ -36,7 +36,8 @@ struct PaneModelOptions {
 class PaneModel : public QObject {
     Q_OBJECT
 public:
-    PaneModel(std::filesystem::path start, QString persistenceKey, PaneModelOptions options = {}, QObject *parent = nullptr);
+    PaneModel(std::filesystem::path start, QString persistenceKey, PaneModelOptions options = {},
+              QObject *parent = nullptr);
     ~PaneModel() override;
 
     // published state (each has a <name>Changed signal, emitted only on real change)
@@ -45,7 +46,7 @@ public:
     const std::set<std::filesystem::path> &selection() const;
     bool isTagged(const std::filesystem::path &url) const;
     const std::optional<std::filesystem::path> &cursor() const;
-    const QString &path() const;                 // text of the path field
+    const QString &path() const; // text of the path field
     const QString &filter() const;
     const std::optional<QString> &error() const;
     bool showHidden() const;
@@ -61,13 +62,13 @@ public:
     void setCursor(std::optional<std::filesystem::path> cursor);
     void setPath(const QString &text);
     void setFilter(const QString &text);
-    void setShowHidden(bool show);               // persists and re-lists
-    void setSort(FileSort sort);                 // persists
-    void setAscending(bool ascending);           // persists
+    void setShowHidden(bool show);     // persists and re-lists
+    void setSort(FileSort sort);       // persists
+    void setAscending(bool ascending); // persists
 
     // entries filtered and ordered; recomputed when entries/filter/sort/ascending change
     const std::vector<FileEntry> &visible() const;
-    std::optional<int> visibleIndexOf(const std::filesystem::path &url) const;  // O(1) or O(log n)
+    std::optional<int> visibleIndexOf(const std::filesystem::path &url) const; // O(1) or O(log n)
     std::vector<std::filesystem::path> selected() const;
 
     void refresh();
@@ -90,7 +91,7 @@ public:
 Q_SIGNALS:
     void directoryChanged();
     void entriesChanged();
-    void visibleChanged();       // after visible() was recomputed (entries, filter, sort or ascending changed)
+    void visibleChanged(); // after visible() was recomputed (entries, filter, sort or ascending changed)
     void selectionChanged();
     void cursorChanged();
     void pathChanged();
@@ -103,7 +104,7 @@ Q_SIGNALS:
     void tabIndexChanged();
     void favouritesChanged();
     void loadingChanged();
-    void listingApplied();       // every applied listing result, changed or not (tests wait on it)
+    void listingApplied(); // every applied listing result, changed or not (tests wait on it)
 
 private:
     void restore(const std::filesystem::path &start);

@@ -8,12 +8,16 @@
 
 namespace quillorn {
 
-DirectoryWatcher::DirectoryWatcher(QObject *parent) : DirectoryWatcher(defaultDebounce, parent) {}
+DirectoryWatcher::DirectoryWatcher(QObject *parent) : DirectoryWatcher(defaultDebounce, parent)
+{
+}
 
 DirectoryWatcher::DirectoryWatcher(std::chrono::milliseconds debounce, QObject *parent)
     : QObject(parent), m_guard(ReceiverGuard::create(this))
 {
     m_pending.setSingleShot(true);
+    // A coarse timer may fire 5 % early; the delay is a promise to the owner.
+    m_pending.setTimerType(Qt::PreciseTimer);
     m_pending.setInterval(debounce);
     connect(&m_pending, &QTimer::timeout, this, [this] {
         if (m_changed)
@@ -34,20 +38,20 @@ void DirectoryWatcher::watch(const std::filesystem::path &folder, std::function<
     m_pending.stop();
     m_changed = nullptr;
 
-    QThreadPool::globalInstance()->start([self = this, guard = m_guard, folder, generation,
-                                          changed = std::move(changed)]() mutable {
-        InotifyWatch::Descriptor descriptor;
-        try {
-            descriptor = InotifyWatch::open(folder);
-        } catch (const std::system_error &) {
-            return; // a folder that cannot be watched simply does not refresh by itself
-        }
-        // Held by the posted call: when the watcher is gone, dropping the call closes it.
-        auto shared = std::make_shared<InotifyWatch::Descriptor>(std::move(descriptor));
-        guard->post([self, shared, generation, changed = std::move(changed)]() mutable {
-            self->install(generation, std::move(*shared), std::move(changed));
+    QThreadPool::globalInstance()->start(
+        [self = this, guard = m_guard, folder, generation, changed = std::move(changed)]() mutable {
+            InotifyWatch::Descriptor descriptor;
+            try {
+                descriptor = InotifyWatch::open(folder);
+            } catch (const std::system_error &) {
+                return; // a folder that cannot be watched simply does not refresh by itself
+            }
+            // Held by the posted call: when the watcher is gone, dropping the call closes it.
+            auto shared = std::make_shared<InotifyWatch::Descriptor>(std::move(descriptor));
+            guard->post([self, shared, generation, changed = std::move(changed)]() mutable {
+                self->install(generation, std::move(*shared), std::move(changed));
+            });
         });
-    });
 }
 
 void DirectoryWatcher::install(long long generation, InotifyWatch::Descriptor descriptor,

@@ -122,7 +122,8 @@ private Q_SLOTS:
     void filterMatchesTheNameIgnoringCase()
     {
         TestTree root;
-        const fs::path tree = root.folder("documents-here"); // the path holds "doc", names must not match by it
+        const fs::path tree =
+            root.folder("documents-here"); // the path holds "doc", names must not match by it
         root.file("documents-here/readme.docx");
         root.folder("documents-here/Docs");
         root.file("documents-here/notes.txt");
@@ -165,8 +166,8 @@ private Q_SLOTS:
     void filterSeesCharactersThatFoldIntoAscii()
     {
         TestTree tree;
-        tree.file("\u212Aelvin");    // KELVIN SIGN
-        tree.file("\u017Ftar");      // LONG S
+        tree.file("\u212Aelvin");           // KELVIN SIGN
+        tree.file("\u017Ftar");             // LONG S
         tree.file(std::string("\xffkiln")); // not UTF-8
         tree.file("other");
         PaneFixture fixture;
@@ -240,7 +241,8 @@ private Q_SLOTS:
     void cursorOnAFilteredOutItem()
     {
         TestTree tree;
-        const fs::path x1 = tree.file("x1"), x2 = tree.file("x2"), x3 = tree.file("x3"), hidden = tree.file("y");
+        const fs::path x1 = tree.file("x1"), x2 = tree.file("x2"), x3 = tree.file("x3"),
+                       hidden = tree.file("y");
         PaneFixture fixture;
         auto pane = fixture.pane(tree.root());
         QVERIFY(settled(*pane));

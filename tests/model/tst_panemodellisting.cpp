@@ -119,7 +119,8 @@ private Q_SLOTS:
         PaneFixture fixture;
         auto pane = fixture.pane(tree.root());
         QVERIFY(settled(*pane));
-        QCOMPARE(namesOf(pane->entries()), (QStringList{"folder-link", "target", "dangling", "data", "file-link"}));
+        QCOMPARE(namesOf(pane->entries()),
+                 (QStringList{"folder-link", "target", "dangling", "data", "file-link"}));
         QCOMPARE(pane->entries()[0].url, tree / "folder-link"); // not resolved
         QCOMPARE(pane->entries()[4].size, 5);
         pane->navigate(tree / "folder-link");
@@ -142,8 +143,10 @@ private Q_SLOTS:
         QCOMPARE(entry.size, 10);
         struct stat st;
         QCOMPARE(::stat(file.c_str(), &st), 0);
-        const auto expected = std::chrono::seconds(st.st_mtim.tv_sec) + std::chrono::nanoseconds(st.st_mtim.tv_nsec);
-        QCOMPARE(entry.modified.time_since_epoch(), std::chrono::duration_cast<FileEntry::Time::duration>(expected));
+        const auto expected =
+            std::chrono::seconds(st.st_mtim.tv_sec) + std::chrono::nanoseconds(st.st_mtim.tv_nsec);
+        QCOMPARE(entry.modified.time_since_epoch(),
+                 std::chrono::duration_cast<FileEntry::Time::duration>(expected));
     }
 
     // ---- awkward names
@@ -186,7 +189,8 @@ private Q_SLOTS:
         QVERIFY(settled(*pane));
         QCOMPARE(pane->entries().size(), std::size_t(2));
         pane->setFilter("\nl");
-        QCOMPARE(pane->selected(), std::vector<fs::path>{}); // cursor sits on the folder, which is filtered out
+        QCOMPARE(pane->selected(),
+                 std::vector<fs::path>{}); // cursor sits on the folder, which is filtered out
         pane->setSelection({odd});
         QCOMPARE(pane->selected(), std::vector<fs::path>{odd});
         pane->navigate(folder);
@@ -301,7 +305,7 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(pane->entries().at(0).size, 3, 5000);
 
         active = false;
-        QTest::qWait(100); // let a refresh already started finish
+        QTRY_VERIFY(!pane->loading()); // a refresh started while active may still finish
         QSignalSpy applied(pane.get(), &PaneModel::listingApplied);
         std::ofstream(file, std::ios::app) << "45";
         QVERIFY(!applied.wait(400));

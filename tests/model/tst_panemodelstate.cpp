@@ -15,7 +15,10 @@ private:
     static QString text(const fs::path &path) { return QString::fromStdString(path.string()); }
 
     // Reads the store as another process would see it.
-    static Preferences reread(const PaneFixture &fixture) { return Preferences(fixture.preferences.fileName()); }
+    static Preferences reread(const PaneFixture &fixture)
+    {
+        return Preferences(fixture.preferences.fileName());
+    }
 
 private Q_SLOTS:
     void firstStartUsesTheStartFolderAndDefaults()
@@ -66,7 +69,8 @@ private Q_SLOTS:
         TestTree tree;
         const std::vector<fs::path> folders{tree.folder("a"), tree.folder("b"), tree.folder("c")};
         PaneFixture fixture;
-        fixture.preferences.setStringList("right.tabs", {text(folders[0]), text(folders[1]), text(folders[2])});
+        fixture.preferences.setStringList("right.tabs",
+                                          {text(folders[0]), text(folders[1]), text(folders[2])});
         fixture.preferences.setText("right.lastDirectory", text(tree / "elsewhere"));
         fixture.preferences.setText("right.tabIndex", stored);
         auto pane = fixture.pane(tree.root(), "right");
@@ -111,7 +115,8 @@ private Q_SLOTS:
         PaneFixture fixture;
         {
             std::ofstream(fs::path(fixture.preferences.fileName().toStdString()), std::ios::binary)
-                << "[General]\nleft.tabs=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x3)\nleft.tabIndex=@Rect(1 2 3 4)\n"
+                << "[General]\nleft.tabs=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x3)\nleft.tabIndex=@Rect(1 2 3 "
+                   "4)\n"
                    "left.sort=@Size(1 2)\nleft.favourites=relative, also relative\n\xff\xfe\x01garbage[[\n";
         }
         Preferences garbage(fixture.preferences.fileName());
@@ -176,7 +181,8 @@ private Q_SLOTS:
         QVERIFY(reread(fixture).contains("left.tabs") == false);
         QVERIFY(!reread(fixture).contains(".tabs"));
         QVERIFY(!fs::exists(fixture.preferences.fileName().toStdString()) ||
-                TestTree::read(fixture.preferences.fileName().toStdString()).find("tabs") == std::string::npos);
+                TestTree::read(fixture.preferences.fileName().toStdString()).find("tabs") ==
+                    std::string::npos);
     }
 
     // ---- tabs

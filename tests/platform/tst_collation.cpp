@@ -37,7 +37,8 @@ private Q_SLOTS:
         const Collation collation(locale);
         QVERIFY(collation.compare("a9", "a10") < 0);
         QVERIFY(collation.compare("file2.txt", "file10.txt") < 0);
-        QCOMPARE(sortedByKeys(collation, {"a10", "a9", "a100", "a1"}), (QStringList{"a1", "a9", "a10", "a100"}));
+        QCOMPARE(sortedByKeys(collation, {"a10", "a9", "a100", "a1"}),
+                 (QStringList{"a1", "a9", "a10", "a100"}));
     }
 
     void letterCaseIsIgnored()
@@ -58,7 +59,8 @@ private Q_SLOTS:
     void keysAgreeWithCompare()
     {
         const Collation collation(QStringLiteral("en-US"));
-        const QStringList names{"b", "A", "a10", "a9", "Ä", "z", "_x", "1", "10", "", "ß", "ss", "Émile", "émile2"};
+        const QStringList names{"b", "A",  "a10", "a9", "Ä",  "z",     "_x",
+                                "1", "10", "",    "ß",  "ss", "Émile", "émile2"};
         for (const QString &a : names)
             for (const QString &b : names) {
                 const int byCompare = collation.compare(a, b);

@@ -11,7 +11,10 @@ class PreferencesTest : public QObject {
     Q_OBJECT
 
 private:
-    static QString iniPath(const TestTree &tree) { return QString::fromStdString((tree / "prefs.conf").string()); }
+    static QString iniPath(const TestTree &tree)
+    {
+        return QString::fromStdString((tree / "prefs.conf").string());
+    }
 
     static void writeFile(const TestTree &tree, const std::string &contents)
     {
@@ -76,8 +79,9 @@ private Q_SLOTS:
     void wrongTypesFallBackToTheDefaults()
     {
         TestTree tree;
-        writeFile(tree, "[General]\nindex=seven\nfraction=2.5\nbig=99999999999999\nlist=@Variant(\\0\\0\\0\\x7f)\n"
-                        "rect=@Rect(1 2 3 4)\nsize=@Size(1 2)\n");
+        writeFile(tree,
+                  "[General]\nindex=seven\nfraction=2.5\nbig=99999999999999\nlist=@Variant(\\0\\0\\0\\x7f)\n"
+                  "rect=@Rect(1 2 3 4)\nsize=@Size(1 2)\n");
         Preferences preferences(iniPath(tree));
         QCOMPARE(preferences.integer("index", 3), 3);
         QCOMPARE(preferences.integer("fraction", 3), 3);

@@ -10,9 +10,9 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <numeric>
-#include <thread>
 #include <string_view>
 #include <sys/stat.h>
+#include <thread>
 #include <unistd.h>
 
 namespace quillorn::detail {
@@ -27,7 +27,8 @@ struct DirCloser {
 
 FileEntry::Time modificationTime(const struct stat &st)
 {
-    const auto sinceEpoch = std::chrono::seconds(st.st_mtim.tv_sec) + std::chrono::nanoseconds(st.st_mtim.tv_nsec);
+    const auto sinceEpoch =
+        std::chrono::seconds(st.st_mtim.tv_sec) + std::chrono::nanoseconds(st.st_mtim.tv_nsec);
     return FileEntry::Time(std::chrono::duration_cast<Clock::duration>(sinceEpoch));
 }
 
@@ -89,8 +90,8 @@ struct Part {
 // two threads for large folders: the stat calls and the collation keys are
 // most of a listing's time, and both parallelise well.
 void examine(int folderFd, const std::filesystem::path &folder, const std::string &prefix,
-             const std::vector<Item> &items, std::size_t begin, std::size_t end, const std::atomic<bool> &cancelled,
-             Part &part)
+             const std::vector<Item> &items, std::size_t begin, std::size_t end,
+             const std::atomic<bool> &cancelled, Part &part)
 {
     try {
         const Collation collation;
@@ -154,7 +155,8 @@ FolderListing merge(Part &first, Part &second)
     listing.nameRanks.resize(order.size());
     for (std::size_t position = 0; position < order.size(); ++position) {
         const bool tie = position > 0 && key(order[position]) == key(order[position - 1]);
-        listing.nameRanks[position] = tie ? listing.nameRanks[position - 1] : static_cast<std::uint32_t>(position);
+        listing.nameRanks[position] =
+            tie ? listing.nameRanks[position - 1] : static_cast<std::uint32_t>(position);
         auto [part, i] = partOf(order[position]);
         listing.entries.push_back(std::move(part.entries[i]));
     }
@@ -218,8 +220,8 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
         std::thread helper;
         if (middle < items.size()) {
             try {
-                helper = std::thread(examine, fd, std::cref(folder), std::cref(prefix), std::cref(items), middle,
-                                     items.size(), std::cref(cancelled), std::ref(second));
+                helper = std::thread(examine, fd, std::cref(folder), std::cref(prefix), std::cref(items),
+                                     middle, items.size(), std::cref(cancelled), std::ref(second));
             } catch (const std::system_error &) {
                 // No thread to be had: do both parts here.
             }

@@ -30,7 +30,8 @@ UrlIndex::UrlIndex(const std::vector<FileEntry> &entries)
     }
 }
 
-std::optional<int> UrlIndex::find(const std::vector<FileEntry> &entries, const std::filesystem::path &url) const
+std::optional<int> UrlIndex::find(const std::vector<FileEntry> &entries,
+                                  const std::filesystem::path &url) const
 {
     if (m_slots.empty())
         return std::nullopt;

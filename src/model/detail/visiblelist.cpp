@@ -93,8 +93,9 @@ void orderByValue(std::vector<std::uint32_t> &kept, const std::vector<FileEntry>
     keys.reserve(kept.size());
     for (const std::uint32_t i : kept) {
         const FileEntry &entry = entries[i];
-        const std::int64_t value =
-            sort == FileSort::size ? entry.size : static_cast<std::int64_t>(entry.modified.time_since_epoch().count());
+        const std::int64_t value = sort == FileSort::size
+                                       ? entry.size
+                                       : static_cast<std::int64_t>(entry.modified.time_since_epoch().count());
         keys.push_back({entry.directory, value, nameRanks[i], i});
     }
     std::stable_sort(keys.begin(), keys.end(), [ascending](const Key &a, const Key &b) {

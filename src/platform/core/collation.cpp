@@ -19,7 +19,8 @@ bool isPosixLocaleName(const QString &name)
 UCollator *openCollator(const QString &localeName)
 {
     // ICU takes "" as the default locale, which follows LANG; the root locale is "root".
-    const QByteArray icuName = isPosixLocaleName(localeName) ? QByteArrayLiteral("root") : localeName.toLatin1();
+    const QByteArray icuName =
+        isPosixLocaleName(localeName) ? QByteArrayLiteral("root") : localeName.toLatin1();
     UErrorCode status = U_ZERO_ERROR;
     char canonical[ULOC_FULLNAME_CAPACITY] = {};
     int32_t parsed = 0;
@@ -61,9 +62,13 @@ void Collation::Closer::operator()(UCollator *collator) const
     ucol_close(collator);
 }
 
-Collation::Collation() : Collation(userCollationLocale()) {}
+Collation::Collation() : Collation(userCollationLocale())
+{
+}
 
-Collation::Collation(const QString &localeName) : m_collator(openCollator(localeName)) {}
+Collation::Collation(const QString &localeName) : m_collator(openCollator(localeName))
+{
+}
 
 Collation::~Collation() = default;
 Collation::Collation(Collation &&) noexcept = default;
@@ -80,8 +85,9 @@ std::string Collation::sortKey(const QString &text) const
     std::string key;
     std::vector<uint8_t> buffer(static_cast<std::size_t>(text.size()) * 4 + 16);
     for (;;) {
-        const int32_t length = ucol_getSortKey(m_collator.get(), utf16(text), static_cast<int32_t>(text.size()),
-                                               buffer.data(), static_cast<int32_t>(buffer.size()));
+        const int32_t length =
+            ucol_getSortKey(m_collator.get(), utf16(text), static_cast<int32_t>(text.size()), buffer.data(),
+                            static_cast<int32_t>(buffer.size()));
         if (static_cast<std::size_t>(length) <= buffer.size()) {
             // The length counts the terminating zero byte, which adds nothing to the order.
             key.assign(reinterpret_cast<const char *>(buffer.data()), length > 0 ? length - 1 : 0);

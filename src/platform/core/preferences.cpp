@@ -29,8 +29,8 @@ Preferences &Preferences::standard()
 }
 
 Preferences::Preferences()
-    : m_settings(std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope, QStringLiteral("Quillorn"),
-                                             QStringLiteral("Quillorn")))
+    : m_settings(std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope,
+                                             QStringLiteral("Quillorn"), QStringLiteral("Quillorn")))
 {
 }
 
