@@ -285,10 +285,7 @@ void FilePane::updateError()
 
 void FilePane::updateLoading()
 {
-    m_busy->setVisible(m_pane.loading());
-    if (m_pane.loading())
-        m_busy->raise();
-    placeOverlays();
+    m_busy->setBusy(m_pane.loading());
 }
 
 void FilePane::updateFooter()

@@ -26,10 +26,14 @@ namespace {
 
 class ScopedEnvironment {
 public:
-    ScopedEnvironment(const char *name, const QByteArray &value)
+    // No value: the variable is removed for the scope.
+    ScopedEnvironment(const char *name, const std::optional<QByteArray> &value)
         : m_name(name), m_old(qgetenv(name)), m_wasSet(qEnvironmentVariableIsSet(name))
     {
-        qputenv(name, value);
+        if (value)
+            qputenv(name, *value);
+        else
+            qunsetenv(name);
     }
     ~ScopedEnvironment()
     {
@@ -141,6 +145,7 @@ private Q_SLOTS:
     {
         test::TestTree tree;
         WindowFixture f(tree);
+        const ScopedEnvironment unset(kPreviewThemeVariable, std::nullopt);
         f.preferences.setText(kThemePreferenceKey, "Midnight");
         {
             auto view = f.open();

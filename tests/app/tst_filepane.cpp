@@ -1,9 +1,12 @@
+#include "app/detail/busyoverlay.h"
 #include "app/detail/paneheaderbar.h"
 #include "app/detail/paneinput.h"
+#include "app/detail/panerowdelegate.h"
 #include "app/detail/panetablemodel.h"
 #include "app/detail/panetableview.h"
 #include "app/detail/panetabstrip.h"
 #include "app/filepane.h"
+#include "model/commanderthemecolours.h"
 #include "model/panemodel.h"
 #include "platform/core/numericdate.h"
 #include "platform/core/preferences.h"
@@ -157,6 +160,37 @@ private Q_SLOTS:
         QVERIFY(f.model()->index(4, 2).data(detail::PaneTableModel::cursorRole).toBool());
         f.pane->setFilter("f");
         QCOMPARE(resets.count(), 1);
+    }
+
+    void rowColoursFollowTagsCursorAndParity()
+    {
+        test::TestTree tree;
+        fillSix(tree);
+        PaneFixture f(tree / "files", tree.root());
+        f.view->setTheme(CommanderTheme::forest);
+        const CommanderThemeColours c = colours(CommanderTheme::forest);
+        auto *delegate = qobject_cast<detail::PaneRowDelegate *>(f.list()->itemDelegate());
+        QVERIFY(delegate);
+        f.pane->setSelection({f.urlAt(1), f.urlAt(2)});
+        f.pane->setCursor(f.urlAt(2));
+        auto background = [&](int row, int column) {
+            return delegate->rowBackground(f.model()->index(row, column));
+        };
+        QCOMPARE(background(1, 0), c.selection);
+        QCOMPARE(background(2, 2), c.selection); // tagged wins over the cursor
+        f.pane->setCursor(f.urlAt(3));
+        QColor cursor = c.selection;
+        cursor.setAlphaF(0.45f);
+        QCOMPARE(background(3, 1), cursor);
+        QCOMPARE(background(4, 0), c.row);
+        QCOMPARE(background(5, 0), c.alternateRow);
+
+        // And that is what reaches the screen: sample the tagged row's left edge.
+        const QImage image = f.list()->viewport()->grab().toImage();
+        const QRect tagged = f.list()->visualRect(f.model()->index(1, 0));
+        QCOMPARE(image.pixelColor(tagged.left() + 2, tagged.center().y()), c.selection);
+        const QRect plain = f.list()->visualRect(f.model()->index(4, 0));
+        QCOMPARE(image.pixelColor(plain.left() + 2, plain.center().y()), c.row);
     }
 
     void rowsShowDirSizeAndNumericDate()
@@ -368,7 +402,10 @@ private Q_SLOTS:
         QCOMPARE(f.pane->cursor(), std::optional(odd));
         QCOMPARE(f.pane->selection(), std::set<fs::path>{odd});
         // The bytes survive a drag out and a drop back in.
-        QCOMPARE(pathFromFileUrl(fileUrl(odd).toEncoded()), std::optional(odd));
+        const auto dragged = detail::dragData(odd);
+        QCOMPARE(dragged->urls().size(), 1);
+        QVERIFY(dragged->urls().at(0).isLocalFile());
+        QCOMPARE(detail::droppedFiles(*dragged), std::vector<fs::path>{odd});
     }
 
     void errorViewShowsMessageAndRetryLists()
@@ -396,13 +433,22 @@ private Q_SLOTS:
         test::TestTree tree;
         tree.file("a");
         PaneFixture f(tree.root(), tree.root());
-        auto *busy = f.child<QWidget>("loadingIndicator");
+        auto *busy = f.child<detail::BusyOverlay>("loadingIndicator");
         QVERIFY(!busy->isVisible());
+        busy->setShowDelay(0);
         QSignalSpy listed(f.pane.get(), &PaneModel::listingApplied);
         f.pane->refresh();
         QVERIFY(f.pane->loading());
         QVERIFY(busy->isVisible());
         QCOMPARE(busy->geometry(), f.list()->viewport()->rect());
+        QVERIFY(listed.wait(5000));
+        QVERIFY(!busy->isVisible());
+
+        // A listing quicker than the delay never shows the indicator.
+        busy->setShowDelay(60'000);
+        f.pane->refresh();
+        QVERIFY(f.pane->loading());
+        QVERIFY(!busy->isVisible());
         QVERIFY(listed.wait(5000));
         QVERIFY(!busy->isVisible());
     }

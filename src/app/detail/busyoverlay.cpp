@@ -11,6 +11,15 @@ constexpr int kSpokes = 12;
 BusyOverlay::BusyOverlay(QWidget *parent) : QWidget(parent), m_wash(0, 0, 0, 60), m_spinner(Qt::white)
 {
     setAttribute(Qt::WA_TransparentForMouseEvents);
+    hide();
+    m_showDelay.setSingleShot(true);
+    m_showDelay.setInterval(defaultShowDelayMs);
+    connect(&m_showDelay, &QTimer::timeout, this, [this] {
+        if (m_busy) {
+            raise();
+            show();
+        }
+    });
     m_timer.setInterval(80);
     connect(&m_timer, &QTimer::timeout, this, [this] {
         m_step = (m_step + 1) % kSpokes;
@@ -23,6 +32,25 @@ void BusyOverlay::setColours(const QColor &wash, const QColor &spinner)
     m_wash = wash;
     m_spinner = spinner;
     update();
+}
+
+void BusyOverlay::setBusy(bool busy)
+{
+    m_busy = busy;
+    if (!busy) {
+        m_showDelay.stop();
+        hide();
+    } else if (m_showDelay.interval() == 0) {
+        raise();
+        show();
+    } else if (!isVisible() && !m_showDelay.isActive()) {
+        m_showDelay.start();
+    }
+}
+
+void BusyOverlay::setShowDelay(int milliseconds)
+{
+    m_showDelay.setInterval(milliseconds);
 }
 
 void BusyOverlay::paintEvent(QPaintEvent *)

@@ -40,6 +40,13 @@ void applyRowClick(PaneModel &pane, const fs::path &url, Qt::KeyboardModifiers m
     pane.setCursor(url);
 }
 
+std::unique_ptr<QMimeData> dragData(const fs::path &item)
+{
+    auto mime = std::make_unique<QMimeData>();
+    mime->setUrls({fileUrl(item)});
+    return mime;
+}
+
 std::vector<fs::path> droppedFiles(const QMimeData &mime)
 {
     std::vector<fs::path> files;

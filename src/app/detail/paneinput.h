@@ -4,6 +4,7 @@
 #include <Qt>
 
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <vector>
 
@@ -20,6 +21,10 @@ namespace quillorn::detail {
 // when the cursor is not visible), a plain click clears every tag. The cursor
 // always ends on the clicked row.
 void applyRowClick(PaneModel &pane, const std::filesystem::path &url, Qt::KeyboardModifiers modifiers);
+
+// What a row dragged out carries: its item as a file URL, percent-encoded byte
+// by byte so a name that is not UTF-8 reaches the drop target unchanged.
+std::unique_ptr<QMimeData> dragData(const std::filesystem::path &item);
 
 // The file URLs of a drop, in drop order; web links and the like are skipped.
 std::vector<std::filesystem::path> droppedFiles(const QMimeData &mime);

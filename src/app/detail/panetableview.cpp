@@ -1,7 +1,7 @@
 #include "app/detail/panetableview.h"
 
+#include "app/detail/paneinput.h"
 #include "app/detail/panetablemodel.h"
-#include "platform/desktop/fileurl.h"
 
 #include <QApplication>
 #include <QDrag>
@@ -75,11 +75,9 @@ void PaneTableView::startDragOfRow(int row)
     const QByteArray bytes = model()->index(row, 0).data(PaneTableModel::pathRole).toByteArray();
     if (bytes.isEmpty())
         return;
-    auto *mime = new QMimeData;
-    mime->setUrls(
-        {fileUrl(std::filesystem::path(std::string(bytes.constData(), std::size_t(bytes.size()))))});
+    const std::filesystem::path item(std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
     auto *drag = new QDrag(this);
-    drag->setMimeData(mime);
+    drag->setMimeData(dragData(item).release());
     drag->exec(Qt::CopyAction | Qt::MoveAction | Qt::LinkAction, Qt::CopyAction);
 }
 
