@@ -347,7 +347,7 @@ void PaneModel::refresh()
         if (auto *listing = std::get_if<detail::FolderListing>(&*result);
             listing && detail::sameEntries(listing->entries, *previous)) {
             discarded = std::move(*result);
-            *result = detail::FolderListing{{}, {}, {}, true};
+            *result = detail::FolderListing{{}, {}, {}, {}, true};
         }
         auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
         // Runs only while the pane exists (ReceiverGuard).
@@ -373,6 +373,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
             releaseElsewhere(std::exchange(
                 m_entries, std::make_shared<const std::vector<FileEntry>>(std::move(listing->entries))));
             m_nameRanks = std::move(listing->nameRanks);
+            m_names = std::move(listing->names);
             m_entryIndex = std::move(listing->index);
         }
         errorDiffers = assign(m_error, std::optional<QString>());
@@ -387,6 +388,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         entriesDiffer = !m_entries->empty();
         releaseElsewhere(std::exchange(m_entries, std::make_shared<const std::vector<FileEntry>>()));
         m_nameRanks.clear();
+        m_names = {};
         m_entryIndex = {};
         errorDiffers =
             assign(m_error, std::optional<QString>(std::get<detail::ListingFailure>(result).message));
@@ -413,7 +415,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
 
 void PaneModel::recomputeVisible()
 {
-    m_visibleOrder = detail::visibleOrder(*m_entries, m_nameRanks, m_filter, m_sort, m_ascending);
+    m_visibleOrder = detail::visibleOrder(*m_entries, m_nameRanks, m_names, m_filter, m_sort, m_ascending);
     releaseElsewhere(std::move(m_visibleCopy));
     m_visibleCopy = {};
     m_visibleCopyValid = false;

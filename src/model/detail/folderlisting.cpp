@@ -153,12 +153,15 @@ FolderListing merge(Part &first, Part &second)
     FolderListing listing;
     listing.entries.reserve(order.size());
     listing.nameRanks.resize(order.size());
+    listing.names.reserve(order.size(), order.size() * 16);
     for (std::size_t position = 0; position < order.size(); ++position) {
         const bool tie = position > 0 && key(order[position]) == key(order[position - 1]);
         listing.nameRanks[position] =
             tie ? listing.nameRanks[position - 1] : static_cast<std::uint32_t>(position);
         auto [part, i] = partOf(order[position]);
         listing.entries.push_back(std::move(part.entries[i]));
+        const std::string &url = listing.entries.back().url.native();
+        listing.names.append(std::string_view(url).substr(url.rfind('/') + 1));
     }
     return listing;
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "model/detail/packednames.h"
 #include "model/detail/urlindex.h"
 #include "model/fileentry.h"
 
@@ -21,6 +22,7 @@ struct FolderListing {
     // Parallel to entries: the position of the entry's name in collation order;
     // names the collation holds equal share a rank, so ranks compare like names.
     std::vector<std::uint32_t> nameRanks;
+    PackedNames names; // parallel to entries
     UrlIndex index;
     // Set instead of the fields above when the listing equals the one the pane
     // already holds, so the interface thread neither compares nor frees it.

@@ -17,12 +17,6 @@ char lowerAscii(char c)
     return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
 }
 
-std::string_view nameOf(const FileEntry &entry)
-{
-    const std::string &url = entry.url.native();
-    return std::string_view(url).substr(url.rfind('/') + 1);
-}
-
 // The filter in the two forms the test needs, converted once per recompute.
 struct Needle {
     explicit Needle(const QString &text)
@@ -117,7 +111,7 @@ bool nameContains(std::string_view name, const QString &filter)
 }
 
 VisibleOrder visibleOrder(const std::vector<FileEntry> &entries, const std::vector<std::uint32_t> &nameRanks,
-                          const QString &filter, FileSort sort, bool ascending)
+                          const PackedNames &names, const QString &filter, FileSort sort, bool ascending)
 {
     std::vector<std::uint32_t> kept;
     kept.reserve(entries.size());
@@ -127,7 +121,7 @@ VisibleOrder visibleOrder(const std::vector<FileEntry> &entries, const std::vect
     } else {
         const Needle needle(filter);
         for (std::uint32_t i = 0; i < entries.size(); ++i)
-            if (contains(nameOf(entries[i]), needle))
+            if (contains(names[i], needle))
                 kept.push_back(i);
     }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "model/detail/packednames.h"
 #include "model/fileentry.h"
 #include "model/filesort.h"
 
@@ -26,6 +27,6 @@ struct VisibleOrder {
 // nameRanks come from the listing and stand in for collation, so ordering
 // never calls the collator.
 VisibleOrder visibleOrder(const std::vector<FileEntry> &entries, const std::vector<std::uint32_t> &nameRanks,
-                          const QString &filter, FileSort sort, bool ascending);
+                          const PackedNames &names, const QString &filter, FileSort sort, bool ascending);
 
 } // namespace quillorn::detail
