@@ -29,6 +29,7 @@ FunctionKeyBar::FunctionKeyBar(CommanderModel &model, QWidget *parent) : QWidget
         inner->setContentsMargins(8, 2, 8, 2);
         inner->setSpacing(6);
         auto *key = new QLabel(QStringLiteral("F%1").arg(number), button);
+        key->setObjectName(QStringLiteral("functionKeyNumber"));
         key->setFont(mono);
         auto *label = new QLabel(actions[number - 1], button);
         for (QLabel *part : {key, label})
@@ -50,17 +51,13 @@ FunctionKeyBar::FunctionKeyBar(CommanderModel &model, QWidget *parent) : QWidget
 void FunctionKeyBar::setTheme(CommanderTheme theme)
 {
     const CommanderThemeColours palette = colours(theme);
+    // Under a style sheet the labels draw in the sheet's colours, not their palettes'.
     setStyleSheet(QStringLiteral("QPushButton { background: %1; border: 1px solid %2; border-radius: 4px; }"
                                  "QPushButton:hover { border-color: %3; }"
-                                 "QPushButton:pressed { background: %4; }")
+                                 "QPushButton:pressed { background: %4; }"
+                                 "QLabel#functionKeyNumber { color: %3; }")
                       .arg(palette.button.name(), palette.border.name(), palette.accent.name(),
                            palette.selection.name()));
-    // After the style sheet, which re-polishes the children and their palettes.
-    for (QLabel *number : m_numbers) {
-        QPalette own = number->palette();
-        own.setColor(QPalette::WindowText, palette.accent);
-        number->setPalette(own);
-    }
 }
 
 } // namespace quillorn

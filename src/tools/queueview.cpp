@@ -20,6 +20,7 @@ namespace {
 // QProgressBar counts in int; byte counts of big transfers do not fit, so the
 // bar runs in steps of a thousandth.
 constexpr int progressSteps = 1000;
+constexpr int maximumListHeight = 140;
 
 QString percent(double value)
 {
@@ -95,7 +96,6 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent)
     m_scroll->setObjectName(QStringLiteral("queueRows"));
     m_scroll->setWidgetResizable(true);
     m_scroll->setFrameShape(QFrame::NoFrame);
-    m_scroll->setMaximumHeight(140);
     m_scroll->setFocusPolicy(Qt::NoFocus);
     auto *rows = new QWidget(m_scroll);
     m_rows = new QVBoxLayout(rows);
@@ -204,8 +204,14 @@ void QueueView::rebuildRows()
         delete child;
     }
     int position = 0;
-    for (const QueueItem &item : m_queue.items())
-        m_rows->insertWidget(position++, makeRow(item));
+    int height = 0;
+    for (const QueueItem &item : m_queue.items()) {
+        QWidget *row = makeRow(item);
+        m_rows->insertWidget(position++, row);
+        height += row->sizeHint().height() + m_rows->spacing();
+    }
+    // As tall as the rows, up to a few of them; more scroll.
+    m_scroll->setFixedHeight(std::min(height, maximumListHeight));
     updateVisibility();
 }
 
