@@ -23,7 +23,6 @@
 #include <QMimeData>
 #include <QMouseEvent>
 #include <QPainter>
-#include <QPointer>
 #include <QPushButton>
 #include <QToolButton>
 #include <QVBoxLayout>
@@ -390,12 +389,11 @@ void FilePane::dropEvent(QDropEvent *event)
     std::vector<std::filesystem::path> files = droppedFiles(*event->mimeData());
     if (files.empty())
         return;
-    QPointer<FilePane> self(this);
     QMetaObject::invokeMethod(
         this,
-        [self, files = std::move(files)] {
-            if (self && self->drop)
-                self->drop(files);
+        [this, files = std::move(files)] {
+            if (drop)
+                drop(files);
         },
         Qt::QueuedConnection);
 }

@@ -1,114 +1,24 @@
+#include "panefixture.h"
+
 #include "app/detail/busyoverlay.h"
-#include "app/detail/paneheaderbar.h"
 #include "app/detail/paneinput.h"
 #include "app/detail/panerowdelegate.h"
-#include "app/detail/panetablemodel.h"
-#include "app/detail/panetableview.h"
-#include "app/detail/panetabstrip.h"
-#include "app/filepane.h"
 #include "model/commanderthemecolours.h"
-#include "model/panemodel.h"
 #include "platform/core/numericdate.h"
-#include "platform/core/preferences.h"
 #include "platform/desktop/bytecount.h"
 #include "platform/desktop/fileurl.h"
 
-#include "testtree.h"
-
 #include <QAbstractItemModelTester>
 #include <QApplication>
-#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
-#include <QMenu>
 #include <QMimeData>
 #include <QPushButton>
-#include <QSignalSpy>
-#include <QTest>
 #include <QToolButton>
 
-#include <memory>
-
 using namespace quillorn;
+using namespace quillorn::test;
 namespace fs = std::filesystem;
-
-namespace {
-
-// One pane on a real temporary folder, drawn by a shown FilePane, with its
-// preferences in a file of its own.
-struct PaneFixture {
-    explicit PaneFixture(const fs::path &folder, const fs::path &prefsFolder)
-        : preferences(QString::fromStdString((prefsFolder / "prefs.ini").string()))
-    {
-        PaneModelOptions options;
-        options.preferences = &preferences;
-        options.metadataIntervalMs = 3'600'000;
-        options.applicationIsActive = [] { return false; };
-        pane = std::make_unique<PaneModel>(folder, QString(), options);
-        QSignalSpy listed(pane.get(), &PaneModel::listingApplied);
-        view = std::make_unique<FilePane>(*pane);
-        view->activate = [this] { ++activations; };
-        view->open = [this](const FileEntry &entry) { opened.push_back(entry); };
-        view->drop = [this](const std::vector<fs::path> &files) { dropped.push_back(files); };
-        view->resize(640, 520);
-        view->show();
-        QVERIFY(QTest::qWaitForWindowExposed(view.get()));
-        if (pane->loading())
-            QVERIFY(listed.wait(5000));
-    }
-
-    QTableView *list() const { return view->listView(); }
-    detail::PaneTableModel *model() const { return view->listModel(); }
-    int rowOfName(const std::string &name) const
-    {
-        const auto row = pane->visibleIndexOf(pane->directory() / name);
-        return row ? *row : -1;
-    }
-    QPoint rowPoint(int row) const { return list()->visualRect(model()->index(row, 0)).center(); }
-    void click(int row, Qt::KeyboardModifiers modifiers = Qt::NoModifier) const
-    {
-        QTest::mouseClick(list()->viewport(), Qt::LeftButton, modifiers, rowPoint(row));
-    }
-    fs::path urlAt(int row) const { return pane->visible().at(std::size_t(row)).url; }
-    void pressHeader(int section) const
-    {
-        QHeaderView *header = list()->horizontalHeader();
-        const QPoint point(header->sectionViewportPosition(section) + header->sectionSize(section) / 2,
-                           header->height() / 2);
-        QTest::mouseClick(header->viewport(), Qt::LeftButton, Qt::NoModifier, point);
-    }
-    QString headerText(int section) const
-    {
-        return model()->headerData(section, Qt::Horizontal, Qt::DisplayRole).toString();
-    }
-    template <typename T> T *child(const char *name) const
-    {
-        return view->findChild<T *>(QString::fromLatin1(name));
-    }
-    bool relist() const
-    {
-        QSignalSpy listed(pane.get(), &PaneModel::listingApplied);
-        pane->refresh();
-        return listed.wait(5000);
-    }
-
-    Preferences preferences;
-    std::unique_ptr<PaneModel> pane;
-    std::unique_ptr<FilePane> view;
-    int activations = 0;
-    std::vector<FileEntry> opened;
-    std::vector<std::vector<fs::path>> dropped;
-};
-
-// Six files f0 ... f5 and one folder, so the listing is: dir, f0, ..., f5.
-void fillSix(test::TestTree &tree)
-{
-    tree.folder("dir");
-    for (int i = 0; i < 6; ++i)
-        tree.file("files/f" + std::to_string(i), std::string(std::size_t(i * 10), 'x'));
-}
-
-} // namespace
 
 class TestFilePane : public QObject {
     Q_OBJECT
@@ -288,77 +198,6 @@ private Q_SLOTS:
         QCOMPARE(tagged->text(), "2 tagged");
     }
 
-    void headersToggleSortAndDirection()
-    {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
-        QCOMPARE(f.headerText(0), "NAME ↑");
-        QCOMPARE(f.headerText(1), "SIZE");
-        QCOMPARE(f.headerText(2), "MODIFIED");
-        f.pressHeader(1);
-        QCOMPARE(f.pane->sort(), FileSort::size);
-        QVERIFY(f.pane->ascending());
-        QCOMPARE(f.headerText(1), "SIZE ↑");
-        QCOMPARE(f.headerText(0), "NAME");
-        QCOMPARE(f.urlAt(0).filename(), "f0");
-        f.pressHeader(1);
-        QVERIFY(!f.pane->ascending());
-        QCOMPARE(f.headerText(1), "SIZE ↓");
-        QCOMPARE(f.urlAt(0).filename(), "f5");
-        f.pressHeader(0);
-        QCOMPARE(f.pane->sort(), FileSort::name);
-        QVERIFY(f.pane->ascending());
-        QCOMPARE(f.headerText(0), "NAME ↑");
-        QCOMPARE(f.headerText(2), "MODIFIED");
-        QCOMPARE(f.model()->headerData(1, Qt::Horizontal, Qt::TextAlignmentRole).value<Qt::Alignment>() &
-                     Qt::AlignRight,
-                 Qt::AlignRight);
-    }
-
-    void rootFolderIsLabelledSlash()
-    {
-        test::TestTree tree;
-        PaneFixture f("/", tree.root());
-        QCOMPARE(f.view->tabStrip()->tabButtons().size(), 1);
-        QCOMPARE(f.view->tabStrip()->tabButtons().at(0)->text(), "/");
-        QCOMPARE(f.child<QLabel>("directoryLabel")->text(), "/");
-        QCOMPARE(detail::folderLabel("/home/someone/"), "someone");
-    }
-
-    void closeTabEnabledOnlyWithTwoTabs()
-    {
-        test::TestTree tree;
-        tree.folder("one");
-        PaneFixture f(tree.root(), tree.root());
-        auto *close = f.child<QToolButton>("closeTabButton");
-        QVERIFY(!close->isEnabled());
-        QTest::mouseClick(f.child<QToolButton>("newTabButton"), Qt::LeftButton);
-        QCOMPARE(f.pane->tabs().size(), std::size_t(2));
-        QCOMPARE(f.view->tabStrip()->tabButtons().size(), 2);
-        QVERIFY(close->isEnabled());
-        QCOMPARE(f.view->tabStrip()->tabButtons().at(1)->property("currentTab").toBool(), true);
-        QTest::mouseClick(close, Qt::LeftButton);
-        QCOMPARE(f.pane->tabs().size(), std::size_t(1));
-        QVERIFY(!close->isEnabled());
-    }
-
-    void tabButtonSelectsItsTab()
-    {
-        test::TestTree tree;
-        tree.folder("one");
-        tree.folder("two");
-        PaneFixture f(tree / "one", tree.root());
-        f.pane->newTab();
-        f.pane->navigate(tree / "two");
-        QCOMPARE(f.view->tabStrip()->tabButtons().at(1)->text(), "two");
-        QTest::mouseClick(f.view->tabStrip()->tabButtons().at(0), Qt::LeftButton);
-        QCOMPARE(f.pane->tabIndex(), 0);
-        QCOMPARE(f.pane->directory(), tree / "one");
-        QCOMPARE(f.child<QLabel>("directoryLabel")->text(), "one");
-        QVERIFY(f.activations > 0);
-    }
-
     void dropPassesOnlyFilesInOrder()
     {
         test::TestTree tree;
@@ -453,31 +292,6 @@ private Q_SLOTS:
         QVERIFY(!busy->isVisible());
     }
 
-    void pathFieldExpandsTildeNavigatesAndActivates()
-    {
-        test::TestTree tree;
-        tree.folder("home/Documents/inner");
-        const QByteArray oldHome = qgetenv("HOME");
-        qputenv("HOME", QByteArray::fromStdString((tree / "home").string()));
-        PaneFixture f(tree.root(), tree.root());
-        auto *path = f.child<QLineEdit>("pathField");
-        QCOMPARE(path->text(), QString::fromStdString(tree.root().string()));
-        path->setFocus();
-        path->selectAll();
-        QTest::keyClicks(path, "~/Documents");
-        QCOMPARE(f.pane->path(), "~/Documents");
-        const int before = f.activations;
-        QTest::keyClick(path, Qt::Key_Return);
-        qputenv("HOME", oldHome);
-        QCOMPARE(f.pane->directory(), tree / "home" / "Documents");
-        QCOMPARE(path->text(), QString::fromStdString((tree / "home" / "Documents").string()));
-        QVERIFY(f.activations > before);
-        QVERIFY(!path->hasFocus());
-        QCOMPARE(detail::typedFolder("inner", "/nowhere", tree / "home" / "Documents"),
-                 tree / "home" / "Documents" / "inner");
-        QCOMPARE(detail::typedFolder("~", "/h", "/base"), fs::path("/h"));
-    }
-
     void doubleClickOpensEntryAndUpButtonGoesToParent()
     {
         test::TestTree tree;
@@ -508,70 +322,6 @@ private Q_SLOTS:
         QVERIFY(!f.list()->hasFocus()); // the listing never takes the keyboard
     }
 
-    void favouritesMenuTogglesAndNavigates()
-    {
-        test::TestTree tree;
-        tree.folder("fav");
-        tree.folder("elsewhere");
-        PaneFixture f(tree / "fav", tree.root());
-        QMenu *menu = f.view->headerBar()->favouritesMenu();
-        Q_EMIT menu->aboutToShow();
-        QCOMPARE(menu->actions().size(), 1);
-        QCOMPARE(menu->actions().at(0)->text(), "Favourite this folder");
-        menu->actions().at(0)->trigger();
-        QCOMPARE(f.pane->favourites(), std::vector<fs::path>{tree / "fav"});
-        Q_EMIT menu->aboutToShow();
-        QCOMPARE(menu->actions().size(), 2);
-        QCOMPARE(menu->actions().at(0)->text(), "Remove current favourite");
-        QCOMPARE(menu->actions().at(1)->text(), QString::fromStdString((tree / "fav").string()));
-        f.pane->navigate(tree / "elsewhere");
-        Q_EMIT menu->aboutToShow();
-        QCOMPARE(menu->actions().at(0)->text(), "Favourite this folder");
-        menu->actions().at(1)->trigger();
-        QCOMPARE(f.pane->directory(), tree / "fav");
-    }
-
-    void locationsMenuOffersHomeRootAndVolumes()
-    {
-        test::TestTree tree;
-        tree.folder("volumes/Backup");
-        PaneFixture f(tree.root(), tree.root());
-        QMenu *menu = f.view->headerBar()->locationsMenu();
-        f.view->headerBar()->setVolumeSource([&] {
-            return std::vector<fs::path>{"/", tree / "volumes" / "Backup"};
-        });
-        Q_EMIT menu->aboutToShow();
-        QStringList texts;
-        for (QAction *action : menu->actions())
-            texts << action->text();
-        QCOMPARE(texts, (QStringList{"Home", "Root", "/", "Backup"}));
-        menu->actions().at(3)->trigger();
-        QCOMPARE(f.pane->directory(), tree / "volumes" / "Backup");
-        menu->actions().at(1)->trigger();
-        QCOMPARE(f.pane->directory(), fs::path("/"));
-
-        f.view->headerBar()->setVolumeSource([] { return std::vector<fs::path>{}; });
-        Q_EMIT menu->aboutToShow();
-        QCOMPARE(menu->actions().size(), 2);
-    }
-
-    void hiddenToggleFollowsPane()
-    {
-        test::TestTree tree;
-        tree.file(".secret");
-        tree.file("plain");
-        PaneFixture f(tree.root(), tree.root());
-        QCOMPARE(f.model()->rowCount(), 1);
-        auto *toggle = f.child<QToolButton>("hiddenToggle");
-        QSignalSpy listed(f.pane.get(), &PaneModel::listingApplied);
-        QTest::mouseClick(toggle, Qt::LeftButton);
-        QVERIFY(f.pane->showHidden());
-        QVERIFY(listed.wait(5000));
-        QCOMPARE(f.model()->rowCount(), 2);
-        f.pane->setShowHidden(false);
-        QVERIFY(!toggle->isChecked());
-    }
-
     void cursorChangeScrollsRowIntoView()
     {
         test::TestTree tree;
@@ -585,22 +335,6 @@ private Q_SLOTS:
         f.pane->setCursor(std::nullopt);
         QTest::qWait(10);
         QVERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(last)));
-    }
-
-    void outlineFollowsActiveState()
-    {
-        test::TestTree tree;
-        PaneFixture f(tree.root(), tree.root());
-        f.view->setTheme(CommanderTheme::classicNavy);
-        const QImage inactive = f.view->grab().toImage();
-        f.view->setActive(true);
-        const QImage active = f.view->grab().toImage();
-        // The top edge, away from the rounded corners.
-        const QColor edgeInactive = inactive.pixelColor(inactive.width() / 2, 0);
-        const QColor edgeActive = active.pixelColor(active.width() / 2, 0);
-        QVERIFY(edgeActive != edgeInactive);
-        QVERIFY(edgeActive.blue() > edgeInactive.blue());
-        QVERIFY(f.child<QLabel>("folderIcon")->property("accented").toBool());
     }
 };
 
