@@ -2,6 +2,7 @@
 
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
+#include "operations/detail/composedorder.h"
 #include "operations/detail/logtext.h"
 #include "operations/detail/posixfile.h"
 #include "platform/posix/metadata.h"
@@ -182,10 +183,20 @@ std::vector<FileOperations::Path> FileOperations::plan(const std::vector<Path> &
     std::vector<Path> items;
     for (const Path &source : sources)
         items.push_back(standardized(source));
-    // Byte order is code-point order for UTF-8 names and still total for names that are not.
-    std::sort(items.begin(), items.end(),
-              [](const Path &a, const Path &b) { return a.native() < b.native(); });
+    std::sort(items.begin(), items.end());
     items.erase(std::unique(items.begin(), items.end()), items.end());
+    // UTF-8 byte order of the composed form is code-point order of the composed form;
+    // names that are not UTF-8 still order totally by their bytes.
+    std::vector<std::pair<std::string, Path>> keyed;
+    keyed.reserve(items.size());
+    for (Path &item : items)
+        keyed.emplace_back(detail::composedForm(item.native()), std::move(item));
+    std::stable_sort(keyed.begin(), keyed.end(), [](const auto &a, const auto &b) {
+        return a.first != b.first ? a.first < b.first : a.second.native() < b.second.native();
+    });
+    items.clear();
+    for (auto &entry : keyed)
+        items.push_back(std::move(entry.second));
 
     if (policy == ConflictPolicy::stop) {
         std::set<std::string> names;

@@ -221,6 +221,20 @@ TEST_F(TransferPolicies, theSameSourceTwiceIsTransferredOnce)
     EXPECT_THAT(names(m_tree / "dst"), ElementsAre("a.txt"));
 }
 
+TEST(TransferOrder, composedAndDecomposedNamesOrderByTheirComposedForm)
+{
+    TestTree tree;
+    // "\u00e9b" written decomposed sorts before "\u00e9a" by raw bytes (e < 0xC3)
+    // but after it once both are composed.
+    const fs::path decomposed = tree.file("src/e\u0301b", "2");
+    const fs::path composed = tree.file("src/\u00e9a", "1");
+    tree.folder("dst");
+    FileOperations operations;
+    const auto result =
+        operations.transfer({decomposed, composed}, tree / "dst", false, ConflictPolicy::stop, false);
+    EXPECT_THAT(result, ElementsAre(tree / "dst/\u00e9a", tree / "dst/e\u0301b"));
+}
+
 // ---- log lines ------------------------------------------------------------------
 
 TEST(TransferLog, linesNameEveryStepExactly)
