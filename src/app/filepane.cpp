@@ -150,6 +150,8 @@ void FilePane::buildListing()
     connect(&m_pane, &PaneModel::visibleChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::selectionChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::cursorChanged, this, &FilePane::queueScrollToCursor);
+    // Another folder starts at its top; a new listing of the same one keeps its place.
+    connect(&m_pane, &PaneModel::directoryChanged, m_list, &QAbstractItemView::scrollToTop);
 }
 
 QWidget *FilePane::buildFooter()

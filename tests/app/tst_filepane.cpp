@@ -14,6 +14,7 @@
 #include <QLineEdit>
 #include <QMimeData>
 #include <QPushButton>
+#include <QScrollBar>
 #include <QToolButton>
 
 using namespace quillorn;
@@ -335,6 +336,27 @@ private Q_SLOTS:
         f.pane->setCursor(std::nullopt);
         QTest::qWait(10);
         QVERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(last)));
+    }
+
+    void relistingKeepsScrollPositionAndNavigationStartsAtTop()
+    {
+        test::TestTree tree;
+        for (int i = 0; i < 200; ++i)
+            tree.file("many/item" + std::to_string(1000 + i));
+        tree.folder("many/zz-sub");
+        PaneFixture f(tree / "many", tree.root());
+        f.pane->setCursor(f.pane->directory() / "item1150");
+        QTRY_VERIFY(f.list()->verticalScrollBar()->value() > 0);
+        const int offset = f.list()->verticalScrollBar()->value();
+
+        tree.file("many/item0999"); // sorts first: a new listing, not a new folder
+        QSignalSpy resets(f.model(), &QAbstractItemModel::modelReset);
+        QVERIFY(f.relist());
+        QCOMPARE(resets.count(), 1);
+        QCOMPARE(f.list()->verticalScrollBar()->value(), offset);
+
+        f.pane->navigate(tree / "many" / "zz-sub");
+        QCOMPARE(f.list()->verticalScrollBar()->value(), 0);
     }
 };
 
