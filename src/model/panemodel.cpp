@@ -344,10 +344,15 @@ void PaneModel::refresh()
         // The common case of a periodic refresh: nothing changed. Decide it
         // here, and free the new list here too, once the pane has its answer.
         detail::ListingResult discarded;
-        if (auto *listing = std::get_if<detail::FolderListing>(&*result);
-            listing && detail::sameEntries(listing->entries, *previous)) {
-            discarded = std::move(*result);
-            *result = detail::FolderListing{{}, {}, {}, {}, true};
+        if (auto *listing = std::get_if<detail::FolderListing>(&*result)) {
+            if (detail::sameEntries(listing->entries, *previous)) {
+                discarded = std::move(*result);
+                detail::FolderListing unchanged;
+                unchanged.unchanged = true;
+                *result = std::move(unchanged);
+            } else {
+                listing->index = detail::UrlIndex(listing->entries);
+            }
         }
         auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
         // Runs only while the pane exists (ReceiverGuard).

@@ -52,21 +52,36 @@ bool readFacts(int folderFd, const char *name, unsigned char type, const std::fi
     throwPosixError(folder / name);
 }
 
-FileEntry makeEntry(const std::string &prefix, const char *name, const struct stat &st)
+FileEntry makeEntry(const std::string &prefix, std::string_view name, const struct stat &st)
 {
     std::string url;
-    const std::size_t nameLength = std::strlen(name);
-    url.reserve(prefix.size() + nameLength);
-    url.append(prefix).append(name, nameLength);
+    url.reserve(prefix.size() + name.size());
+    url.append(prefix).append(name);
     const bool directory = S_ISDIR(st.st_mode);
     return FileEntry{std::filesystem::path(std::move(url)), directory,
                      directory ? 0 : static_cast<std::int64_t>(st.st_size), modificationTime(st)};
 }
 
-// One name as readdir returned it.
-struct Item {
-    std::string name;
-    unsigned char type;
+// The names readdir returned, each ending in a NUL, in one buffer: a folder of
+// 100,000 names then costs two allocations instead of 100,000.
+struct ReadNames {
+    std::string bytes;
+    std::vector<std::uint32_t> starts;
+    std::vector<unsigned char> types;
+
+    void append(const dirent &item)
+    {
+        starts.push_back(static_cast<std::uint32_t>(bytes.size()));
+        types.push_back(item.d_type);
+        bytes.append(item.d_name).push_back('\0');
+    }
+    std::size_t size() const { return starts.size(); }
+    const char *name(std::size_t i) const { return bytes.data() + starts[i]; }
+    std::string_view view(std::size_t i) const
+    {
+        const std::size_t end = (i + 1 < starts.size() ? starts[i + 1] : bytes.size()) - 1;
+        return std::string_view(bytes).substr(starts[i], end - starts[i]);
+    }
 };
 
 // The examined part of a listing: entries with their collation keys, and the
@@ -90,8 +105,8 @@ struct Part {
 // two threads for large folders: the stat calls and the collation keys are
 // most of a listing's time, and both parallelise well.
 void examine(int folderFd, const std::filesystem::path &folder, const std::string &prefix,
-             const std::vector<Item> &items, std::size_t begin, std::size_t end,
-             const std::atomic<bool> &cancelled, Part &part)
+             const ReadNames &items, std::size_t begin, std::size_t end, const std::atomic<bool> &cancelled,
+             Part &part)
 {
     try {
         const Collation collation;
@@ -104,10 +119,10 @@ void examine(int folderFd, const std::filesystem::path &folder, const std::strin
                 part.cancelled = true;
                 return;
             }
-            if (!readFacts(folderFd, items[i].name.c_str(), items[i].type, folder, st))
+            if (!readFacts(folderFd, items.name(i), items.types[i], folder, st))
                 continue;
-            part.entries.push_back(makeEntry(prefix, items[i].name.c_str(), st));
-            collation.appendSortKey(items[i].name, part.keys);
+            part.entries.push_back(makeEntry(prefix, items.view(i), st));
+            collation.appendSortKey(items.view(i), part.keys);
             part.keyEnds.push_back(static_cast<std::uint32_t>(part.keys.size()));
         }
         part.order.resize(part.entries.size());
@@ -201,7 +216,7 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
         if (prefix.empty() || prefix.back() != '/')
             prefix.push_back('/');
 
-        std::vector<Item> items;
+        ReadNames items;
         for (;;) {
             errno = 0;
             const dirent *item = ::readdir(dir.get());
@@ -213,7 +228,7 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
             const char *name = item->d_name;
             if (name[0] == '.' && (!showHidden || name[1] == '\0' || (name[1] == '.' && name[2] == '\0')))
                 continue;
-            items.push_back({name, item->d_type});
+            items.append(*item);
             if (items.size() % 512 == 0 && cancelled.load(std::memory_order_relaxed))
                 return std::nullopt;
         }
@@ -239,9 +254,7 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
         if (first.error || second.error)
             throw first.error ? *first.error : *second.error;
 
-        FolderListing listing = merge(first, second);
-        listing.index = UrlIndex(listing.entries);
-        return ListingResult(std::move(listing));
+        return ListingResult(merge(first, second));
     } catch (const PosixError &error) {
         return ListingResult(failure(error, folder));
     }

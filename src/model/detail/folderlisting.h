@@ -23,7 +23,7 @@ struct FolderListing {
     // names the collation holds equal share a rank, so ranks compare like names.
     std::vector<std::uint32_t> nameRanks;
     PackedNames names; // parallel to entries
-    UrlIndex index;
+    UrlIndex index;    // left to the caller: not needed when the listing is unchanged
     // Set instead of the fields above when the listing equals the one the pane
     // already holds, so the interface thread neither compares nor frees it.
     bool unchanged = false;
