@@ -94,6 +94,10 @@ void ToolHost::present(const ToolSheet &tool)
         m_shown.reset();
         dialog->deleteLater();
         m_model.setTool(std::nullopt);
+        // The keyboard goes back to the window at once, also where no window
+        // manager would hand it back.
+        if (m_window)
+            m_window->activateWindow();
     });
     m_dialog = dialog;
     m_shown = tool;

@@ -79,10 +79,14 @@ xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window
 sleep 1
 
 keys() { xdotool key --delay 60 "$@"; }
+# Xvfb runs no window manager, so nothing gives the main window the keyboard
+# back after an alert closes; each step starts by focusing it.
+refocus() { xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window"; sleep 0.2; }
 # The listing is sorted folders first, then by name; Up from anywhere twenty
 # times lands on the first row, then Down picks the row wanted.
 cursor_to_row() {
     local row=$1
+    refocus
     local ups=()
     for ((i = 0; i < 20; i++)); do ups+=(Up); done
     keys "${ups[@]}"
@@ -112,6 +116,7 @@ if wait_for 100 test -f "$left/renamed.txt"; then pass "F2 renamed alpha.txt"; e
 
 # 3. New folder with F7, accepting the proposed "New Folder".
 sleep 0.5
+refocus
 keys F7; settle; keys Return
 if wait_for 100 test -d "$left/New Folder"; then pass "F7 made New Folder"; else fail "F7 made no folder"; fi
 
@@ -136,6 +141,7 @@ grep -q 'already here' "$right/beta.txt" || fail "the refused move touched the e
 
 # 6. Quit with F10: the queue is idle, so the application ends at once.
 sleep 0.5
+refocus
 keys F10
 if wait_for 100 bash -c "! kill -0 $app_pid 2>/dev/null"; then
     wait "$app_pid"; status=$?; app_pid=""

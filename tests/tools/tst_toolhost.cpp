@@ -6,6 +6,7 @@
 #include "tools/toolhost.h"
 #include "tools/transfersheet.h"
 
+#include <QApplication>
 #include <QComboBox>
 #include <QDialog>
 #include <QLabel>
@@ -123,6 +124,16 @@ private Q_SLOTS:
         QVERIFY(!m_model->tool());
         m_model->transfer({*m_tree / "Left/b.txt"}, *m_tree / "Inbox", false);
         QCOMPARE(m_host->sheet()->findChild<QComboBox *>("policyPicker")->currentText(), QStringLiteral("Stop"));
+    }
+
+    void closingASheetGivesTheKeyboardBackToTheWindow()
+    {
+        m_model->transfer({*m_tree / "Left/a.txt"}, *m_tree / "Inbox", false);
+        QDialog *sheet = m_host->sheet();
+        QApplication::setActiveWindow(sheet);
+        QTRY_COMPARE(QApplication::activeWindow(), sheet);
+        QTest::keyClick(sheet, Qt::Key_Escape);
+        QTRY_COMPARE(QApplication::activeWindow(), m_window.get());
     }
 
     void cancelAndEscapeAddNothing()
