@@ -44,6 +44,7 @@ private Q_SLOTS:
             preferences.setStringList("p.two", {"/x y", "/\"quoted\",comma;semicolon"});
             preferences.setInteger("p.index", -2);
             preferences.setText("p.sort", "Size");
+            preferences.setText("p.folder", "/with, comma; and \"quotes\"");
             preferences.setBoolean("p.hidden", true);
             preferences.setBoolean("p.ascending", false);
             preferences.sync();
@@ -54,6 +55,7 @@ private Q_SLOTS:
         QCOMPARE(reopened.stringList("p.two"), (QStringList{"/x y", "/\"quoted\",comma;semicolon"}));
         QCOMPARE(reopened.integer("p.index", 9), -2);
         QCOMPARE(reopened.text("p.sort"), QString("Size"));
+        QCOMPARE(reopened.text("p.folder"), QString("/with, comma; and \"quotes\""));
         QVERIFY(reopened.isBoolean("p.hidden"));
         QCOMPARE(reopened.boolean("p.hidden", false), true);
         QVERIFY(reopened.isBoolean("p.ascending"));
