@@ -31,7 +31,8 @@ namespace quillorn {
 
 using namespace detail;
 
-FilePane::FilePane(PaneModel &pane, QWidget *parent) : QWidget(parent), m_pane(pane)
+FilePane::FilePane(PaneModel &pane, QWidget *parent)
+    : QWidget(parent), m_pane(pane), m_theme(CommanderThemeKey::value(parent))
 {
     setMinimumWidth(kMinimumPaneWidth);
     setAcceptDrops(true);

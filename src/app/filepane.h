@@ -34,6 +34,7 @@ class PaneTableView;
 class FilePane : public QWidget {
     Q_OBJECT
 public:
+    // The theme starts as the one the parent carries (CommanderThemeKey).
     explicit FilePane(PaneModel &pane, QWidget *parent = nullptr);
     ~FilePane() override;
 

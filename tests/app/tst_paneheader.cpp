@@ -85,6 +85,38 @@ private Q_SLOTS:
         QCOMPARE(detail::typedFolder("~", "/h", "/base"), fs::path("/h"));
     }
 
+    void pathFieldKeepsBytesOfFolderNamesThatAreNotUtf8()
+    {
+        test::TestTree tree;
+        const fs::path odd = tree.folder(std::string("caf\xe9"));
+        tree.folder(std::string("caf\xe9/inner"));
+        PaneFixture f(odd, tree.root());
+        QVERIFY(!f.pane->error().has_value());
+        auto *path = f.child<QLineEdit>("pathField");
+        QVERIFY(path->text().contains(QChar(0xFFFD)));
+        path->setFocus();
+        QTest::keyClick(path, Qt::Key_Return);
+        QCOMPARE(f.pane->directory(), odd);
+        QTest::keyClicks(path, "/inner");
+        QTest::keyClick(path, Qt::Key_Return);
+        QCOMPARE(f.pane->directory(), odd / "inner");
+    }
+
+    void themeStartsFromTheParentsKey()
+    {
+        test::TestTree tree;
+        QWidget parent;
+        CommanderThemeKey::set(&parent, CommanderTheme::aubergine);
+        PaneModelOptions options;
+        Preferences preferences(QString::fromStdString((tree / "p.ini").string()));
+        options.preferences = &preferences;
+        PaneModel pane(tree.root(), QString(), options);
+        FilePane inside(pane, &parent);
+        QCOMPARE(inside.theme(), CommanderTheme::aubergine);
+        FilePane alone(pane);
+        QCOMPARE(alone.theme(), CommanderTheme::classicNavy);
+    }
+
     void favouritesMenuTogglesAndNavigates()
     {
         test::TestTree tree;

@@ -73,6 +73,13 @@ std::optional<fs::path> homeOfTildePrefix(const QString &prefix, const fs::path 
 
 fs::path typedFolder(const QString &text, const fs::path &home, const fs::path &base)
 {
+    // The field shows the folder's name with U+FFFD for bytes that are not
+    // UTF-8; text that still starts with that display keeps the real bytes.
+    const QString shown = displayText(base);
+    if (text == shown)
+        return base;
+    if (base.is_absolute() && text.startsWith(shown + u'/'))
+        return base / pathFromText(text.mid(shown.size() + 1));
     fs::path folder = pathFromText(text);
     if (text.startsWith(u'~')) {
         const qsizetype slash = text.indexOf(u'/');

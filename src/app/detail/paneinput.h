@@ -29,8 +29,9 @@ std::unique_ptr<QMimeData> dragData(const std::filesystem::path &item);
 // The file URLs of a drop, in drop order; web links and the like are skipped.
 std::vector<std::filesystem::path> droppedFiles(const QMimeData &mime);
 
-// The folder typed into the path field: a leading "~" is the home folder, and
-// a relative path is taken relative to the folder the pane shows.
+// The folder typed into the path field: a leading "~" is the home folder, a
+// relative path is taken relative to the folder the pane shows (`base`), and
+// text that begins with the shown form of `base` keeps base's exact bytes.
 std::filesystem::path typedFolder(const QString &text, const std::filesystem::path &home,
                                   const std::filesystem::path &base);
 
