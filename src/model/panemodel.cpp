@@ -2,6 +2,7 @@
 
 #include "model/detail/visiblelist.h"
 #include "platform/core/displaytext.h"
+#include "platform/core/filesystempool.h"
 #include "platform/core/preferences.h"
 #include "platform/core/receiverguard.h"
 
@@ -41,14 +42,14 @@ void releaseElsewhere(std::vector<FileEntry> &&entries)
     if (entries.empty())
         return;
     auto doomed = std::make_shared<std::vector<FileEntry>>(std::move(entries));
-    QThreadPool::globalInstance()->start([doomed]() mutable { doomed.reset(); });
+    fileSystemPool().start([doomed]() mutable { doomed.reset(); });
 }
 
 void releaseElsewhere(std::shared_ptr<const std::vector<FileEntry>> entries)
 {
     // When a worker still holds the list, the worker frees it.
     if (entries && entries.use_count() == 1 && !entries->empty())
-        QThreadPool::globalInstance()->start([entries]() mutable { entries.reset(); });
+        fileSystemPool().start([entries]() mutable { entries.reset(); });
 }
 
 QStringList pathTexts(const std::vector<fs::path> &paths)
@@ -335,9 +336,8 @@ void PaneModel::refresh()
     m_workerCancelled = cancelled;
     setLoading(true);
 
-    QThreadPool::globalInstance()->start([self = this, guard = m_guard, folder = m_directory,
-                                          showHidden = m_showHidden, cancelled, generation,
-                                          previous = m_entries]() mutable {
+    fileSystemPool().start([self = this, guard = m_guard, folder = m_directory, showHidden = m_showHidden,
+                            cancelled, generation, previous = m_entries]() mutable {
         std::optional<detail::ListingResult> result = detail::listFolder(folder, showHidden, *cancelled);
         if (!result)
             return;

@@ -1,5 +1,6 @@
 #include "services/directorywatcher.h"
 
+#include "platform/core/filesystempool.h"
 #include "platform/core/inotifywatch.h"
 #include "platform/core/receiverguard.h"
 
@@ -38,7 +39,7 @@ void DirectoryWatcher::watch(const std::filesystem::path &folder, std::function<
     m_pending.stop();
     m_changed = nullptr;
 
-    QThreadPool::globalInstance()->start(
+    fileSystemPool().start(
         [self = this, guard = m_guard, folder, generation, changed = std::move(changed)]() mutable {
             InotifyWatch::Descriptor descriptor;
             try {
