@@ -4,7 +4,8 @@
 
 namespace quillorn {
 
-CommanderAppDelegate::TerminateReply CommanderAppDelegate::applicationShouldTerminate(const ShowAlert &showAlert)
+CommanderAppDelegate::TerminateReply
+CommanderAppDelegate::applicationShouldTerminate(const ShowAlert &showAlert)
 {
     if (unsavedEditor) {
         showAlert(editorAlert());
@@ -19,14 +20,16 @@ CommanderAppDelegate::TerminateReply CommanderAppDelegate::applicationShouldTerm
 AlertRequest CommanderAppDelegate::editorAlert()
 {
     return {QStringLiteral("The editor has unsaved changes"),
-            QStringLiteral("Save or discard your edits before quitting."), {}};
+            QStringLiteral("Save or discard your edits before quitting."),
+            {}};
 }
 
 AlertRequest CommanderAppDelegate::queueAlert()
 {
-    return {QStringLiteral("File operations are still queued or running"),
-            QStringLiteral("Finish or cancel operations before quitting. Completed items will remain in place."),
-            {QStringLiteral("Keep running")}};
+    return {
+        QStringLiteral("File operations are still queued or running"),
+        QStringLiteral("Finish or cancel operations before quitting. Completed items will remain in place."),
+        {QStringLiteral("Keep running")}};
 }
 
 } // namespace quillorn

@@ -36,7 +36,8 @@ CommanderToolBar::CommanderToolBar(CommanderModel &model, OpenFile openFile, QWi
     });
     addButton(QStringLiteral("Connect"), int(ToolbarSymbol::network), [this] { m_model.connect(); });
     addButton(QStringLiteral("Copy refs"), int(ToolbarSymbol::docOnDoc), [this] { m_model.clipboardCopy(); });
-    addButton(QStringLiteral("Paste"), int(ToolbarSymbol::docOnClipboard), [this] { m_model.clipboardPaste(); });
+    addButton(QStringLiteral("Paste"), int(ToolbarSymbol::docOnClipboard),
+              [this] { m_model.clipboardPaste(); });
     addButton(QStringLiteral("New tab"), int(ToolbarSymbol::plus), [this] { m_model.active().newTab(); });
     addButton(QStringLiteral("Close"), int(ToolbarSymbol::xmark), [this] { m_model.active().closeTab(); });
     layout->addStretch(1);

@@ -23,7 +23,7 @@ public:
     void setTheme(CommanderTheme theme);
     QPushButton *button(int number) const { return m_buttons.at(std::size_t(number - 1)); }
 
-    static inline const QStringList actions{"Help", "Rename", "View", "Edit", "Copy",
+    static inline const QStringList actions{"Help", "Rename",     "View",  "Edit",    "Copy",
                                             "Move", "New folder", "Trash", "Refresh", "Quit"};
 
 private:

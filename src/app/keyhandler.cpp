@@ -134,9 +134,12 @@ std::optional<KeyHandler::Binding> KeyHandler::binding(int key, Qt::KeyboardModi
 bool KeyHandler::consumes(const Binding &binding) const
 {
     switch (binding.action) {
-    case Action::closeTab: return m_model.active().tabs().size() >= 2;
-    case Action::ignoredPeriod: return false;
-    default: return true;
+    case Action::closeTab:
+        return m_model.active().tabs().size() >= 2;
+    case Action::ignoredPeriod:
+        return false;
+    default:
+        return true;
     }
 }
 
@@ -159,26 +162,57 @@ void KeyHandler::run(const Binding &binding)
 {
     PaneModel &active = m_model.active();
     switch (binding.action) {
-    case Action::functionKey: m_model.perform(binding.functionNumber); break;
-    case Action::clipboardCopy: m_model.clipboardCopy(); break;
-    case Action::clipboardPaste: m_model.clipboardPaste(); break;
-    case Action::newTab: active.newTab(); break;
-    case Action::closeTab: active.closeTab(); break;
-    case Action::search: m_model.setTool(ToolSheet::Search{active.directory()}); break;
+    case Action::functionKey:
+        m_model.perform(binding.functionNumber);
+        break;
+    case Action::clipboardCopy:
+        m_model.clipboardCopy();
+        break;
+    case Action::clipboardPaste:
+        m_model.clipboardPaste();
+        break;
+    case Action::newTab:
+        active.newTab();
+        break;
+    case Action::closeTab:
+        active.closeTab();
+        break;
+    case Action::search:
+        m_model.setTool(ToolSheet::Search{active.directory()});
+        break;
     case Action::info:
         if (const auto items = active.selected(); !items.empty())
             m_model.setTool(ToolSheet::Info{items.front()});
         break;
-    case Action::refresh: m_model.perform(9); break;
-    case Action::selectAll: selectAll(); break;
-    case Action::toggleHidden: active.setShowHidden(!active.showHidden()); break;
-    case Action::ignoredPeriod: break;
-    case Action::open: openCurrent(); break;
-    case Action::switchPane: m_model.setActiveLeft(!m_model.activeLeft()); break;
-    case Action::tagAndAdvance: active.toggleTagAndAdvance(); break;
-    case Action::parentFolder: active.navigate(active.directory().parent_path()); break;
-    case Action::cursorDown: active.moveCursor(1, binding.extending); break;
-    case Action::cursorUp: active.moveCursor(-1, binding.extending); break;
+    case Action::refresh:
+        m_model.perform(9);
+        break;
+    case Action::selectAll:
+        selectAll();
+        break;
+    case Action::toggleHidden:
+        active.setShowHidden(!active.showHidden());
+        break;
+    case Action::ignoredPeriod:
+        break;
+    case Action::open:
+        openCurrent();
+        break;
+    case Action::switchPane:
+        m_model.setActiveLeft(!m_model.activeLeft());
+        break;
+    case Action::tagAndAdvance:
+        active.toggleTagAndAdvance();
+        break;
+    case Action::parentFolder:
+        active.navigate(active.directory().parent_path());
+        break;
+    case Action::cursorDown:
+        active.moveCursor(1, binding.extending);
+        break;
+    case Action::cursorUp:
+        active.moveCursor(-1, binding.extending);
+        break;
     }
 }
 

@@ -29,14 +29,28 @@ public:
     using Gate = std::function<bool(const QObject *receiver)>;
 
     enum class Action {
-        functionKey, clipboardCopy, clipboardPaste, newTab, closeTab, search, info, refresh,
-        selectAll, toggleHidden, ignoredPeriod, open, switchPane, tagAndAdvance, parentFolder,
-        cursorDown, cursorUp,
+        functionKey,
+        clipboardCopy,
+        clipboardPaste,
+        newTab,
+        closeTab,
+        search,
+        info,
+        refresh,
+        selectAll,
+        toggleHidden,
+        ignoredPeriod,
+        open,
+        switchPane,
+        tagAndAdvance,
+        parentFolder,
+        cursorDown,
+        cursorUp,
     };
     struct Binding {
         Action action;
-        int functionNumber = 0;  // 1...10 for functionKey
-        bool extending = false;  // Shift with the arrow keys
+        int functionNumber = 0; // 1...10 for functionKey
+        bool extending = false; // Shift with the arrow keys
         friend bool operator==(const Binding &, const Binding &) = default;
     };
 

@@ -7,32 +7,9 @@
 #include "model/themechoice.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/fileurl.h"
-#include "platform/desktop/modaldialogs.h"
-#include "platform/desktop/quicklook.h"
-#include "platform/desktop/standarddesktopservices.h"
 #include "platform/desktop/updater.h"
 
-
 namespace quillorn {
-
-namespace {
-
-// The desktop's services with their dialogs over the main window, which does
-// not exist yet when its model is given them.
-DesktopServices servicesOver(std::shared_ptr<QPointer<QWidget>> window)
-{
-    DesktopServices desktop = standardDesktopServices(nullptr);
-    desktop.alert = [window](const AlertRequest &alert) { return runAlert(window->data(), alert); };
-    desktop.prompt = [window](const QString &title, const QString &value) {
-        return askForText(window->data(), title, value);
-    };
-    desktop.preview = [window](const std::filesystem::path &item, QuickLook::Failed failed) {
-        QuickLook::preview(item, std::move(failed), window->data());
-    };
-    return desktop;
-}
-
-} // namespace
 
 QuillornApp::QuillornApp(const std::vector<std::string> &arguments, Preferences *preferences)
     : m_preferences(preferences ? *preferences : Preferences::standard())
@@ -40,12 +17,10 @@ QuillornApp::QuillornApp(const std::vector<std::string> &arguments, Preferences 
     // The updater exists in every run; a release preview only keeps it from starting.
     m_updater = std::make_unique<Updater>(m_preferences, !releasePreview());
 
-    auto window = std::make_shared<QPointer<QWidget>>();
+    // The window fills in the desktop's services, with their dialogs over itself.
     CommanderModelOptions options;
-    options.desktop = servicesOver(window);
     options.panes.preferences = preferences;
     m_window = std::make_unique<CommanderView>(std::move(options));
-    *window = m_window.get();
     m_window->setObjectName(QStringLiteral("commander"));
     new QuitGuard(m_window.get());
     m_menu = new ApplicationMenu(*m_window, *m_updater, [this] { showSettings(); });

@@ -21,8 +21,8 @@ bool QuitGuard::eventFilter(QObject *watched, QEvent *event)
     const auto reply = CommanderAppDelegate::applicationShouldTerminate([this](const AlertRequest &request) {
         if (m_alert)
             m_alert->close();
-        auto *box = new QMessageBox(QMessageBox::Warning, request.message, request.message, QMessageBox::NoButton,
-                                    m_window);
+        auto *box = new QMessageBox(QMessageBox::Warning, request.message, request.message,
+                                    QMessageBox::NoButton, m_window);
         box->setObjectName(QStringLiteral("quitAlert"));
         box->setInformativeText(request.informativeText);
         if (request.buttons.isEmpty())

@@ -42,7 +42,8 @@ StatusLine::StatusLine(CommanderModel &model, QWidget *parent) : QWidget(parent)
     m_hint = new QLabel(hint, this);
     m_hint->setObjectName(QStringLiteral("statusHint"));
     layout->addWidget(m_hint);
-    connect(&model, &CommanderModel::statusChanged, this, [this, &model] { m_status->setText(model.status()); });
+    connect(&model, &CommanderModel::statusChanged, this,
+            [this, &model] { m_status->setText(model.status()); });
 }
 
 void StatusLine::setTheme(CommanderTheme theme)

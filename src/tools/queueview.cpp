@@ -105,9 +105,9 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent)
     m_scroll->setWidget(rows);
     layout->addWidget(m_scroll);
 
-    for (auto signal : {&TransferQueue::runningChanged, &TransferQueue::bytesChanged,
-                        &TransferQueue::totalChanged, &TransferQueue::bytesPerSecondChanged,
-                        &TransferQueue::detailChanged})
+    for (auto signal :
+         {&TransferQueue::runningChanged, &TransferQueue::bytesChanged, &TransferQueue::totalChanged,
+          &TransferQueue::bytesPerSecondChanged, &TransferQueue::detailChanged})
         connect(&m_queue, signal, this, &QueueView::updateProgress);
     connect(&m_queue, &TransferQueue::itemsChanged, this, &QueueView::rebuildRows);
 

@@ -127,7 +127,8 @@ QString TransferSheet::queueTitle(std::size_t count, const Path &destination, bo
            QStringLiteral(" \u2192 ") + name;
 }
 
-QueueItem::Work TransferSheet::work(std::vector<Path> sources, Path destination, bool move, ConflictPolicy policy)
+QueueItem::Work TransferSheet::work(std::vector<Path> sources, Path destination, bool move,
+                                    ConflictPolicy policy)
 {
     return [sources = std::move(sources), destination = std::move(destination), move,
             policy](OperationControl &control) {

@@ -88,9 +88,7 @@ private Q_SLOTS:
         options.desktop.writeClipboard = [this](const std::vector<fs::path> &items) {
             m_calls << "clipboard:" + QString::number(items.size());
         };
-        options.desktop.readClipboard = [this] {
-            return std::vector<fs::path>{*m_tree / "Right/r.txt"};
-        };
+        options.desktop.readClipboard = [this] { return std::vector<fs::path>{*m_tree / "Right/r.txt"}; };
         options.desktop.requestQuit = [this] { m_calls << "quit"; };
         m_model = std::make_unique<CommanderModel>(std::move(options));
         QSignalSpy leftListed(&m_model->left(), &PaneModel::listingApplied);
@@ -135,74 +133,188 @@ private Q_SLOTS:
                   alt = Qt::AltModifier;
         // Left rows: alpha, b.txt, c.txt, d.txt (folders first, hidden items hidden).
         auto row = [](const char *name) -> QTestData & { return QTest::newRow(name); };
-        row("F1 help") << int(Qt::Key_F1) << none << 1 << "" << "b.txt" << "" << "alert:Keyboard help" << true;
-        row("F2 rename") << int(Qt::Key_F2) << none << 1 << "" << "b.txt" << "" << "prompt:Rename" << true;
-        row("F2 with two tagged does nothing") << int(Qt::Key_F2) << none << 1 << "b.txt,c.txt" << "b.txt"
-                                               << "b.txt,c.txt" << "" << true;
-        row("F3 view") << int(Qt::Key_F3) << none << 2 << "" << "c.txt" << "" << "preview:c.txt" << true;
-        row("F4 edit") << int(Qt::Key_F4) << none << 3 << "" << "d.txt" << "" << "tool:editor" << true;
-        row("F5 copy") << int(Qt::Key_F5) << none << 1 << "" << "b.txt" << "" << "tool:transfer:copy" << true;
-        row("F5 with Shift still copies") << int(Qt::Key_F5) << shift << 1 << "" << "b.txt" << ""
+        row("F1 help") << int(Qt::Key_F1) << none << 1 << ""
+                       << "b.txt"
+                       << ""
+                       << "alert:Keyboard help" << true;
+        row("F2 rename") << int(Qt::Key_F2) << none << 1 << ""
+                         << "b.txt"
+                         << ""
+                         << "prompt:Rename" << true;
+        row("F2 with two tagged does nothing") << int(Qt::Key_F2) << none << 1 << "b.txt,c.txt"
+                                               << "b.txt"
+                                               << "b.txt,c.txt"
+                                               << "" << true;
+        row("F3 view") << int(Qt::Key_F3) << none << 2 << ""
+                       << "c.txt"
+                       << ""
+                       << "preview:c.txt" << true;
+        row("F4 edit") << int(Qt::Key_F4) << none << 3 << ""
+                       << "d.txt"
+                       << ""
+                       << "tool:editor" << true;
+        row("F5 copy") << int(Qt::Key_F5) << none << 1 << ""
+                       << "b.txt"
+                       << ""
+                       << "tool:transfer:copy" << true;
+        row("F5 with Shift still copies") << int(Qt::Key_F5) << shift << 1 << ""
+                                          << "b.txt"
+                                          << ""
                                           << "tool:transfer:copy" << true;
-        row("F5 with Alt still copies") << int(Qt::Key_F5) << alt << 1 << "" << "b.txt" << ""
+        row("F5 with Alt still copies") << int(Qt::Key_F5) << alt << 1 << ""
+                                        << "b.txt"
+                                        << ""
                                         << "tool:transfer:copy" << true;
-        row("F5 with nothing to copy") << int(Qt::Key_F5) << none << -1 << "" << "" << "" << "" << true;
-        row("F6 move") << int(Qt::Key_F6) << none << 1 << "" << "b.txt" << "" << "tool:transfer:move" << true;
-        row("F7 new folder") << int(Qt::Key_F7) << none << -1 << "" << "" << "" << "prompt:New folder" << true;
-        row("F8 trash") << int(Qt::Key_F8) << none << 2 << "" << "c.txt" << ""
+        row("F5 with nothing to copy") << int(Qt::Key_F5) << none << -1 << ""
+                                       << ""
+                                       << ""
+                                       << "" << true;
+        row("F6 move") << int(Qt::Key_F6) << none << 1 << ""
+                       << "b.txt"
+                       << ""
+                       << "tool:transfer:move" << true;
+        row("F7 new folder") << int(Qt::Key_F7) << none << -1 << ""
+                             << ""
+                             << ""
+                             << "prompt:New folder" << true;
+        row("F8 trash") << int(Qt::Key_F8) << none << 2 << ""
+                        << "c.txt"
+                        << ""
                         << "alert:Delete selected items?" << true;
-        row("F9 refresh") << int(Qt::Key_F9) << none << 1 << "" << "b.txt" << "" << "refresh" << true;
-        row("F10 quit") << int(Qt::Key_F10) << ctrl << 1 << "" << "b.txt" << "" << "quit" << true;
-        row("Ctrl+C copies references") << int(Qt::Key_C) << ctrl << 1 << "c.txt,d.txt" << "b.txt"
-                                        << "c.txt,d.txt" << "clipboard:2" << true;
-        row("Ctrl+V offers a paste") << int(Qt::Key_V) << ctrl << 1 << "" << "b.txt" << ""
+        row("F9 refresh") << int(Qt::Key_F9) << none << 1 << ""
+                          << "b.txt"
+                          << ""
+                          << "refresh" << true;
+        row("F10 quit") << int(Qt::Key_F10) << ctrl << 1 << ""
+                        << "b.txt"
+                        << ""
+                        << "quit" << true;
+        row("Ctrl+C copies references") << int(Qt::Key_C) << ctrl << 1 << "c.txt,d.txt"
+                                        << "b.txt"
+                                        << "c.txt,d.txt"
+                                        << "clipboard:2" << true;
+        row("Ctrl+V offers a paste") << int(Qt::Key_V) << ctrl << 1 << ""
+                                     << "b.txt"
+                                     << ""
                                      << "tool:transfer:copy" << true;
-        row("Ctrl+T new tab") << int(Qt::Key_T) << ctrl << 1 << "" << "b.txt" << "" << "tabs:2" << true;
-        row("Ctrl+W with one tab goes on") << int(Qt::Key_W) << ctrl << 1 << "" << "b.txt" << "" << "" << false;
-        row("Ctrl+F search") << int(Qt::Key_F) << ctrl << 1 << "" << "b.txt" << "" << "tool:search:Left"
-                             << true;
-        row("Ctrl+I info") << int(Qt::Key_I) << ctrl << 2 << "" << "c.txt" << "" << "tool:info:c.txt" << true;
-        row("Ctrl+I with nothing selected") << int(Qt::Key_I) << ctrl << -1 << "" << "" << "" << "" << true;
-        row("Ctrl+R refresh") << int(Qt::Key_R) << ctrl << 1 << "" << "b.txt" << "" << "refresh" << true;
-        row("Ctrl+A select all") << int(Qt::Key_A) << ctrl << 3 << "" << "alpha" << "alpha,b.txt,c.txt,d.txt"
+        row("Ctrl+T new tab") << int(Qt::Key_T) << ctrl << 1 << ""
+                              << "b.txt"
+                              << ""
+                              << "tabs:2" << true;
+        row("Ctrl+W with one tab goes on") << int(Qt::Key_W) << ctrl << 1 << ""
+                                           << "b.txt"
+                                           << ""
+                                           << "" << false;
+        row("Ctrl+F search") << int(Qt::Key_F) << ctrl << 1 << ""
+                             << "b.txt"
+                             << ""
+                             << "tool:search:Left" << true;
+        row("Ctrl+I info") << int(Qt::Key_I) << ctrl << 2 << ""
+                           << "c.txt"
+                           << ""
+                           << "tool:info:c.txt" << true;
+        row("Ctrl+I with nothing selected") << int(Qt::Key_I) << ctrl << -1 << ""
+                                            << ""
+                                            << ""
+                                            << "" << true;
+        row("Ctrl+R refresh") << int(Qt::Key_R) << ctrl << 1 << ""
+                              << "b.txt"
+                              << ""
+                              << "refresh" << true;
+        row("Ctrl+A select all") << int(Qt::Key_A) << ctrl << 3 << ""
+                                 << "alpha"
+                                 << "alpha,b.txt,c.txt,d.txt"
                                  << "" << true;
-        row("Ctrl+Shift+. shows hidden items") << int(Qt::Key_Period) << ctrl + shift << 1 << "" << "b.txt"
-                                               << "" << "hidden" << true;
-        row("Ctrl+Shift+. as > on a US layout") << int(Qt::Key_Greater) << ctrl + shift << 1 << "" << "b.txt"
-                                                << "" << "hidden" << true;
-        row("Ctrl+. without Shift goes on") << int(Qt::Key_Period) << ctrl << 1 << "" << "b.txt" << "" << ""
-                                            << false;
-        row("Ctrl+unknown letter goes on") << int(Qt::Key_K) << ctrl << 1 << "" << "b.txt" << "" << "" << false;
-        row("Ctrl+Down is not a cursor key") << int(Qt::Key_Down) << ctrl << 1 << "" << "b.txt" << "" << ""
-                                             << false;
+        row("Ctrl+Shift+. shows hidden items") << int(Qt::Key_Period) << ctrl + shift << 1 << ""
+                                               << "b.txt"
+                                               << ""
+                                               << "hidden" << true;
+        row("Ctrl+Shift+. as > on a US layout") << int(Qt::Key_Greater) << ctrl + shift << 1 << ""
+                                                << "b.txt"
+                                                << ""
+                                                << "hidden" << true;
+        row("Ctrl+. without Shift goes on") << int(Qt::Key_Period) << ctrl << 1 << ""
+                                            << "b.txt"
+                                            << ""
+                                            << "" << false;
+        row("Ctrl+unknown letter goes on") << int(Qt::Key_K) << ctrl << 1 << ""
+                                           << "b.txt"
+                                           << ""
+                                           << "" << false;
+        row("Ctrl+Down is not a cursor key") << int(Qt::Key_Down) << ctrl << 1 << ""
+                                             << "b.txt"
+                                             << ""
+                                             << "" << false;
         row("Return opens the cursor folder though others are tagged")
-            << int(Qt::Key_Return) << none << 0 << "c.txt" << "" << "" << "dir:alpha" << true;
+            << int(Qt::Key_Return) << none << 0 << "c.txt"
+            << ""
+            << ""
+            << "dir:alpha" << true;
         row("Return without cursor opens the first tagged")
-            << int(Qt::Key_Return) << none << -1 << "d.txt,alpha" << "" << "" << "dir:alpha" << true;
-        row("Enter on the keypad opens too") << int(Qt::Key_Enter) << none << 0 << "" << "" << "" << "dir:alpha"
-                                             << true;
-        row("Return with nothing to open") << int(Qt::Key_Return) << none << -1 << "" << "" << "" << "" << true;
-        row("Tab switches pane") << int(Qt::Key_Tab) << none << 1 << "" << "b.txt" << "" << "pane:right" << true;
-        row("Shift+Tab switches pane") << int(Qt::Key_Backtab) << shift << 1 << "" << "b.txt" << ""
+            << int(Qt::Key_Return) << none << -1 << "d.txt,alpha"
+            << ""
+            << ""
+            << "dir:alpha" << true;
+        row("Enter on the keypad opens too") << int(Qt::Key_Enter) << none << 0 << ""
+                                             << ""
+                                             << ""
+                                             << "dir:alpha" << true;
+        row("Return with nothing to open") << int(Qt::Key_Return) << none << -1 << ""
+                                           << ""
+                                           << ""
+                                           << "" << true;
+        row("Tab switches pane") << int(Qt::Key_Tab) << none << 1 << ""
+                                 << "b.txt"
+                                 << ""
+                                 << "pane:right" << true;
+        row("Shift+Tab switches pane") << int(Qt::Key_Backtab) << shift << 1 << ""
+                                       << "b.txt"
+                                       << ""
                                        << "pane:right" << true;
-        row("Space tags and advances") << int(Qt::Key_Space) << none << 1 << "" << "c.txt" << "b.txt" << ""
-                                       << true;
-        row("Space on the last row stays") << int(Qt::Key_Space) << none << 3 << "d.txt" << "d.txt" << "" << ""
-                                           << true;
-        row("Backspace goes to the parent") << int(Qt::Key_Backspace) << none << 1 << "" << "" << ""
+        row("Space tags and advances") << int(Qt::Key_Space) << none << 1 << ""
+                                       << "c.txt"
+                                       << "b.txt"
+                                       << "" << true;
+        row("Space on the last row stays") << int(Qt::Key_Space) << none << 3 << "d.txt"
+                                           << "d.txt"
+                                           << ""
+                                           << "" << true;
+        row("Backspace goes to the parent") << int(Qt::Key_Backspace) << none << 1 << ""
+                                            << ""
+                                            << ""
                                             << "dir:parent" << true;
-        row("Down moves the cursor only") << int(Qt::Key_Down) << none << 1 << "" << "c.txt" << "" << "" << true;
-        row("Down from no cursor lands on the first") << int(Qt::Key_Down) << none << -1 << "" << "alpha" << ""
+        row("Down moves the cursor only") << int(Qt::Key_Down) << none << 1 << ""
+                                          << "c.txt"
+                                          << ""
+                                          << "" << true;
+        row("Down from no cursor lands on the first") << int(Qt::Key_Down) << none << -1 << ""
+                                                      << "alpha"
+                                                      << ""
                                                       << "" << true;
-        row("Shift+Down extends the tags") << int(Qt::Key_Down) << shift << 1 << "" << "c.txt" << "c.txt" << ""
-                                           << true;
-        row("Up moves the cursor") << int(Qt::Key_Up) << none << 2 << "" << "b.txt" << "" << "" << true;
-        row("Up from no cursor lands on the last") << int(Qt::Key_Up) << none << -1 << "" << "d.txt" << "" << ""
-                                                   << true;
-        row("Shift+Up extends the tags") << int(Qt::Key_Up) << shift << 2 << "d.txt" << "b.txt" << "b.txt,d.txt"
+        row("Shift+Down extends the tags") << int(Qt::Key_Down) << shift << 1 << ""
+                                           << "c.txt"
+                                           << "c.txt"
+                                           << "" << true;
+        row("Up moves the cursor") << int(Qt::Key_Up) << none << 2 << ""
+                                   << "b.txt"
+                                   << ""
+                                   << "" << true;
+        row("Up from no cursor lands on the last") << int(Qt::Key_Up) << none << -1 << ""
+                                                   << "d.txt"
+                                                   << ""
+                                                   << "" << true;
+        row("Shift+Up extends the tags") << int(Qt::Key_Up) << shift << 2 << "d.txt"
+                                         << "b.txt"
+                                         << "b.txt,d.txt"
                                          << "" << true;
-        row("Alt+Up still moves") << int(Qt::Key_Up) << alt << 2 << "" << "b.txt" << "" << "" << true;
-        row("a plain letter goes on") << int(Qt::Key_X) << none << 1 << "" << "b.txt" << "" << "" << false;
+        row("Alt+Up still moves") << int(Qt::Key_Up) << alt << 2 << ""
+                                  << "b.txt"
+                                  << ""
+                                  << "" << true;
+        row("a plain letter goes on") << int(Qt::Key_X) << none << 1 << ""
+                                      << "b.txt"
+                                      << ""
+                                      << "" << false;
     }
 
     void keyTable()

@@ -38,7 +38,8 @@ private Q_SLOTS:
         qunsetenv("QUILLORN_RELEASE_PREVIEW_LEFT");
         qunsetenv("QUILLORN_RELEASE_PREVIEW_RIGHT");
         qunsetenv("QUILLORN_RELEASE_PREVIEW_THEME");
-        m_preferences = std::make_unique<Preferences>(QString::fromStdString((m_tree / "prefs.ini").string()));
+        m_preferences =
+            std::make_unique<Preferences>(QString::fromStdString((m_tree / "prefs.ini").string()));
         m_preferences->remove("appearance.theme");
     }
 

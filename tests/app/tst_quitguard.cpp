@@ -88,7 +88,8 @@ private Q_SLOTS:
         QVERIFY(alert->isVisible());
         QCOMPARE(alert->text(), QStringLiteral("File operations are still queued or running"));
         QCOMPARE(alert->informativeText(),
-                 QStringLiteral("Finish or cancel operations before quitting. Completed items will remain in place."));
+                 QStringLiteral(
+                     "Finish or cancel operations before quitting. Completed items will remain in place."));
         QCOMPARE(buttonTexts(alert), QStringList{"Keep running"});
         QVERIFY(m_queue->running()); // the guard neither cancels nor waits
         alert->buttons().first()->click();

@@ -48,7 +48,8 @@ private Q_SLOTS:
         QCOMPARE(groups[0]->title(), QStringLiteral("Appearance"));
         QCOMPARE(groups[1]->title(), QStringLiteral("Updates"));
         QCOMPARE(window.automaticChecks()->text(), QStringLiteral("Automatically check for updates"));
-        QCOMPARE(window.automaticDownloads()->text(), QStringLiteral("Automatically download and install updates"));
+        QCOMPARE(window.automaticDownloads()->text(),
+                 QStringLiteral("Automatically download and install updates"));
     }
 
     void themePickerListsTheTwelveThemesWithAccentSwatches()
@@ -82,7 +83,8 @@ private Q_SLOTS:
     {
         Updater updater(*m_preferences, true);
         m_preferences->setText("appearance.theme", "Forest");
-        QCOMPARE(SettingsWindow(*m_preferences, updater).themePicker()->currentText(), QStringLiteral("Forest"));
+        QCOMPARE(SettingsWindow(*m_preferences, updater).themePicker()->currentText(),
+                 QStringLiteral("Forest"));
         m_preferences->setText("appearance.theme", "forest");
         QCOMPARE(SettingsWindow(*m_preferences, updater).themePicker()->currentIndex(), 0);
     }

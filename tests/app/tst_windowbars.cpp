@@ -133,7 +133,8 @@ private Q_SLOTS:
     {
         StatusLine line(*m_model);
         QCOMPARE(line.statusText(), QStringLiteral("Ready"));
-        QCOMPARE(line.hintText(), QStringLiteral("TAB Switch pane   •   SPACE Tag and advance   •   ⌘R Refresh"));
+        QCOMPARE(line.hintText(),
+                 QStringLiteral("TAB Switch pane   •   SPACE Tag and advance   •   ⌘R Refresh"));
         m_model->left().setSelection({*m_tree / "Left/a.txt"});
         m_model->clipboardCopy();
         QCOMPARE(line.statusText(), QStringLiteral("Copied 1 file reference(s)"));

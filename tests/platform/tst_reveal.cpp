@@ -84,7 +84,8 @@ private Q_SLOTS:
         revealItem(log, [&](RevealRoute taken) { route = taken; });
         QTRY_VERIFY(route);
         QCOMPARE(*route, RevealRoute::fileManager);
-        QCOMPARE(manager.shown, QStringList{QUrl::fromLocalFile(QString::fromStdString(log.string())).toString()});
+        QCOMPARE(manager.shown,
+                 QStringList{QUrl::fromLocalFile(QString::fromStdString(log.string())).toString()});
         QVERIFY(m_opened.urls.isEmpty());
 
         m_fileManagerBus->unregisterService("org.freedesktop.FileManager1");

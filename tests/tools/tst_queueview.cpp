@@ -84,10 +84,9 @@ private Q_SLOTS:
             << qint64(3000) << qint64(1000) << 10.0
             << QStringLiteral("3.0 kB of 1.0 kB") + dot + "100.0% transferred" + dot + "0.0% left" + dot +
                    "10 bytes/s";
-        QTest::newRow("one decimal")
-            << qint64(1) << qint64(3) << 0.0
-            << QStringLiteral("1 bytes of 3 bytes") + dot + "33.3% transferred" + dot + "66.7% left" + dot +
-                   "0 bytes/s";
+        QTest::newRow("one decimal") << qint64(1) << qint64(3) << 0.0
+                                     << QStringLiteral("1 bytes of 3 bytes") + dot + "33.3% transferred" +
+                                            dot + "66.7% left" + dot + "0 bytes/s";
     }
 
     void progressLine()

@@ -123,7 +123,8 @@ private Q_SLOTS:
         QTest::keyClick(m_host->sheet(), Qt::Key_Escape);
         QVERIFY(!m_model->tool());
         m_model->transfer({*m_tree / "Left/b.txt"}, *m_tree / "Inbox", false);
-        QCOMPARE(m_host->sheet()->findChild<QComboBox *>("policyPicker")->currentText(), QStringLiteral("Stop"));
+        QCOMPARE(m_host->sheet()->findChild<QComboBox *>("policyPicker")->currentText(),
+                 QStringLiteral("Stop"));
     }
 
     void closingASheetGivesTheKeyboardBackToTheWindow()
@@ -172,7 +173,8 @@ private Q_SLOTS:
         QPointer<QDialog> first = m_host->sheet();
         m_model->transfer({*m_tree / "Left/a.txt", *m_tree / "Left/b.txt"}, *m_tree / "Inbox", true);
         QVERIFY(m_host->sheet() != first);
-        QCOMPARE(m_host->sheet()->findChild<QLabel *>("sheetTitle")->text(), QStringLiteral("Move 2 item(s)"));
+        QCOMPARE(m_host->sheet()->findChild<QLabel *>("sheetTitle")->text(),
+                 QStringLiteral("Move 2 item(s)"));
         QVERIFY(m_model->tool());
         QTRY_VERIFY(!first);
         QVERIFY(m_model->tool()); // closing the first did not clear the second

@@ -39,8 +39,8 @@ void paint(QPainter &p, ToolbarSymbol symbol)
         break;
     case ToolbarSymbol::docOnDoc:
         p.drawRoundedRect(QRectF(5, 1.5, 9, 11), 1.5, 1.5);
-        p.drawPolyline(QPolygonF({QPointF(3.5, 4), QPointF(2, 4), QPointF(2, 14.5), QPointF(11, 14.5),
-                                  QPointF(11, 13)}));
+        p.drawPolyline(QPolygonF(
+            {QPointF(3.5, 4), QPointF(2, 4), QPointF(2, 14.5), QPointF(11, 14.5), QPointF(11, 13)}));
         break;
     case ToolbarSymbol::docOnClipboard:
         p.drawRoundedRect(QRectF(2.5, 3, 11, 12), 1.5, 1.5);

@@ -33,10 +33,9 @@ void revealItem(const std::filesystem::path &item, std::function<void(RevealRout
         finish(false);
         return;
     }
-    QDBusMessage call =
-        QDBusMessage::createMethodCall(QStringLiteral("org.freedesktop.FileManager1"),
-                                       QStringLiteral("/org/freedesktop/FileManager1"),
-                                       QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
+    QDBusMessage call = QDBusMessage::createMethodCall(
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("/org/freedesktop/FileManager1"),
+        QStringLiteral("org.freedesktop.FileManager1"), QStringLiteral("ShowItems"));
     call << QStringList{QString::fromLatin1(encodedFileUrl(item))} << QString();
     // Without a file manager on the bus, activation fails quickly with
     // ServiceUnknown; a hung one is given a few seconds before the folder opens.
