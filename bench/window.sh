@@ -28,6 +28,7 @@ xvfb_pid=""
 app_pid=""
 cleanup() {
     [ -n "$app_pid" ] && kill "$app_pid" 2>/dev/null
+    declare -F stop_bus >/dev/null && stop_bus
     [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null
     wait 2>/dev/null
     rm -rf "$work"
@@ -85,17 +86,25 @@ if [ "$(id -u)" -eq 0 ]; then
     chmod 755 "$work"
 fi
 
+# A session bus, as on a desktop, owned by the user the programs run as:
+# without one Krusader waits for D-Bus timeouts that a desktop never has.
+bus_address=""
+if command -v dbus-daemon >/dev/null; then
+    bus_address=$($as_user dbus-daemon --session --fork --print-address=1 --print-pid=2 2>"$work/bus.pid" | head -n1)
+fi
+stop_bus() { [ -s "$work/bus.pid" ] && kill "$(cat "$work/bus.pid")" 2>/dev/null; }
+
 # launch <program> <left> <right>: starts it and sets app_pid.
 launch() {
     local program=$1 left=$2 right=$3 home
     home=$(fresh_home)
     if [ "$program" = quillorn ]; then
-        env -u DBUS_SESSION_BUS_ADDRESS HOME="$home" XDG_CONFIG_HOME="$home/.config" \
+        env DBUS_SESSION_BUS_ADDRESS="$bus_address" HOME="$home" XDG_CONFIG_HOME="$home/.config" \
             XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" XDG_RUNTIME_DIR="$home" \
             QT_QPA_PLATFORM=xcb QUILLORN_RELEASE_PREVIEW_LEFT="$left" QUILLORN_RELEASE_PREVIEW_RIGHT="$right" \
             $as_user "$quillorn" >/dev/null 2>&1 &
     else
-        env -u DBUS_SESSION_BUS_ADDRESS HOME="$home" XDG_CONFIG_HOME="$home/.config" \
+        env DBUS_SESSION_BUS_ADDRESS="$bus_address" HOME="$home" XDG_CONFIG_HOME="$home/.config" \
             XDG_DATA_HOME="$home/.local/share" XDG_CACHE_HOME="$home/.cache" XDG_RUNTIME_DIR="$home" \
             QT_QPA_PLATFORM=xcb $as_user krusader --left "$left" --right "$right" >/dev/null 2>&1 &
     fi
