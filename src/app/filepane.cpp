@@ -310,7 +310,7 @@ void FilePane::queueScrollToCursor()
             if (!m_pane.cursor())
                 return;
             if (const auto row = m_model->rowOf(*m_pane.cursor()))
-                m_list->scrollTo(m_model->index(*row, 0), QAbstractItemView::EnsureVisible);
+                m_list->scrollToRow(*row);
         },
         Qt::QueuedConnection);
 }
@@ -354,7 +354,12 @@ void FilePane::applyTheme()
                        " padding: 4px 14px; }"
                        "QToolButton { color: %1; }"
                        "QScrollArea, QScrollArea > QWidget, QScrollArea > QWidget > QWidget"
-                       " { background: transparent; }")
+                       " { background: transparent; }"
+                       "QScrollBar:vertical { background: transparent; width: 10px; margin: 0; }"
+                       "QScrollBar::handle:vertical { background: %4; border-radius: 3px; min-height: 24px;"
+                       " margin: 2px; }"
+                       "QScrollBar::add-line, QScrollBar::sub-line { height: 0; width: 0; }"
+                       "QScrollBar::add-page, QScrollBar::sub-page { background: none; }")
             .arg(primary, secondary, c.row.name(), field.name(QColor::HexArgb), c.selection.name(),
                  c.accent.name(), c.pane.name(), c.button.name()));
     update();

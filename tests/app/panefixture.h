@@ -45,7 +45,7 @@ struct PaneFixture {
             QVERIFY(listed.wait(5000));
     }
 
-    QTableView *list() const { return view->listView(); }
+    detail::PaneTableView *list() const { return view->listView(); }
     detail::PaneTableModel *model() const { return view->listModel(); }
     int rowOfName(const std::string &name) const
     {

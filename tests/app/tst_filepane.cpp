@@ -338,6 +338,28 @@ private Q_SLOTS:
         QVERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(last)));
     }
 
+    void cursorSetWithNewVisibleListScrollsIntoView()
+    {
+        test::TestTree tree;
+        for (int i = 0; i < 200; ++i)
+            tree.file("many/item" + std::to_string(1000 + i));
+        PaneFixture f(tree / "many", tree.root());
+        f.pane->setFilter("item100");
+        QTest::qWait(10);
+        // The listing grows and the cursor moves far down in the same step.
+        f.pane->setFilter({});
+        f.pane->setCursor(f.urlAt(180));
+        const QModelIndex target = f.model()->index(180, 0);
+        QTRY_VERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(target)));
+
+        // Straight after a reset, before the view has laid the new rows out.
+        f.pane->setFilter("item100");
+        QTest::qWait(10);
+        f.pane->setFilter({});
+        f.list()->scrollToRow(150);
+        QVERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(f.model()->index(150, 0))));
+    }
+
     void relistingKeepsScrollPositionAndNavigationStartsAtTop()
     {
         test::TestTree tree;

@@ -32,6 +32,12 @@ PaneTableView::PaneTableView(QWidget *parent) : QTableView(parent)
     horizontalHeader()->setSectionsMovable(false);
 }
 
+void PaneTableView::scrollToRow(int row)
+{
+    executeDelayedItemsLayout();
+    scrollTo(model()->index(row, 0), QAbstractItemView::EnsureVisible);
+}
+
 void PaneTableView::mousePressEvent(QMouseEvent *event)
 {
     m_pressedRow = -1;

@@ -14,6 +14,10 @@ class PaneTableView : public QTableView {
 public:
     explicit PaneTableView(QWidget *parent = nullptr);
 
+    // Scrolls just far enough to show the row, also right after a reset whose
+    // layout the view would otherwise only do later.
+    void scrollToRow(int row);
+
 Q_SIGNALS:
     void rowClicked(int row, Qt::KeyboardModifiers modifiers);
     void rowDoubleClicked(int row);
