@@ -81,6 +81,7 @@ QWidget *FilePane::buildPathRow()
     auto *up = new QToolButton(row);
     up->setObjectName(QStringLiteral("upButton"));
     up->setToolTip(tr("Enclosing folder"));
+    up->setAccessibleName(up->toolTip());
     up->setAutoRaise(true);
     up->setIcon(glyphIcon(Glyph::arrowUp, primaryTextColour()));
     connect(up, &QToolButton::clicked, this, [this] { m_pane.navigate(m_pane.directory().parent_path()); });

@@ -24,6 +24,7 @@ QToolButton *menuButton(QWidget *parent, const QString &name, const QString &hel
     auto *button = new QToolButton(parent);
     button->setObjectName(name);
     button->setToolTip(help);
+    button->setAccessibleName(help);
     button->setAutoRaise(true);
     button->setPopupMode(QToolButton::InstantPopup);
     button->setMenu(menu);
@@ -70,6 +71,7 @@ PaneHeaderBar::PaneHeaderBar(PaneModel &pane, QWidget *parent)
     m_hidden = new QToolButton(this);
     m_hidden->setObjectName(QStringLiteral("hiddenToggle"));
     m_hidden->setToolTip(tr("Show hidden files"));
+    m_hidden->setAccessibleName(m_hidden->toolTip());
     m_hidden->setCheckable(true);
     m_hidden->setAutoRaise(true);
     m_hidden->setChecked(m_pane.showHidden());

@@ -44,6 +44,7 @@ PaneTabStrip::PaneTabStrip(PaneModel &pane, QWidget *parent)
     m_newTab = new QToolButton(this);
     m_newTab->setObjectName(QStringLiteral("newTabButton"));
     m_newTab->setToolTip(tr("New tab"));
+    m_newTab->setAccessibleName(m_newTab->toolTip());
     m_newTab->setAutoRaise(true);
     connect(m_newTab, &QToolButton::clicked, &m_pane, &PaneModel::newTab);
     row->addWidget(m_newTab);
@@ -51,6 +52,7 @@ PaneTabStrip::PaneTabStrip(PaneModel &pane, QWidget *parent)
     m_closeTab = new QToolButton(this);
     m_closeTab->setObjectName(QStringLiteral("closeTabButton"));
     m_closeTab->setToolTip(tr("Close tab"));
+    m_closeTab->setAccessibleName(m_closeTab->toolTip());
     m_closeTab->setAutoRaise(true);
     connect(m_closeTab, &QToolButton::clicked, &m_pane, &PaneModel::closeTab);
     row->addWidget(m_closeTab);
