@@ -78,7 +78,8 @@ PaneModel::PaneModel(fs::path start, QString persistenceKey, PaneModelOptions op
     : QObject(parent), m_preferences(options.preferences ? *options.preferences : Preferences::standard()),
       m_applicationIsActive(std::move(options.applicationIsActive)), m_directory(std::move(start)),
       m_entries(std::make_shared<const std::vector<FileEntry>>()),
-      m_persistenceKey(std::move(persistenceKey)), m_guard(ReceiverGuard::create(this))
+      m_entryIndex(std::make_shared<const detail::UrlIndex>()), m_persistenceKey(std::move(persistenceKey)),
+      m_guard(ReceiverGuard::create(this))
 {
     restore(m_directory);
     m_restoring = false;
@@ -240,7 +241,7 @@ const FileEntry &PaneModel::visibleAt(int row) const
 
 std::optional<int> PaneModel::visibleIndexOf(const fs::path &url) const
 {
-    const std::optional<int> index = m_entryIndex.find(*m_entries, url);
+    const std::optional<int> index = m_entryIndex->find(*m_entries, url);
     if (!index || m_visibleOrder.identity)
         return index;
     const std::int32_t row = m_visiblePosition[static_cast<std::size_t>(*index)];
@@ -337,23 +338,14 @@ void PaneModel::refresh()
     setLoading(true);
 
     fileSystemPool().start([self = this, guard = m_guard, folder = m_directory, showHidden = m_showHidden,
-                            cancelled, generation, previous = m_entries]() mutable {
-        std::optional<detail::ListingResult> result = detail::listFolder(folder, showHidden, *cancelled);
+                            cancelled, generation, entries = m_entries, index = m_entryIndex] {
+        // Against what the pane holds, so that an unchanged folder (the periodic
+        // refresh, mostly) is recognised before any entry is built.
+        const detail::PreviousListing previous{*entries, *index};
+        std::optional<detail::ListingResult> result =
+            detail::listFolder(folder, showHidden, *cancelled, &previous);
         if (!result)
             return;
-        // The common case of a periodic refresh: nothing changed. Decide it
-        // here, and free the new list here too, once the pane has its answer.
-        detail::ListingResult discarded;
-        if (auto *listing = std::get_if<detail::FolderListing>(&*result)) {
-            if (detail::sameEntries(listing->entries, *previous)) {
-                discarded = std::move(*result);
-                detail::FolderListing unchanged;
-                unchanged.unchanged = true;
-                *result = std::move(unchanged);
-            } else {
-                listing->index = detail::UrlIndex(listing->entries);
-            }
-        }
         auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
         // Runs only while the pane exists (ReceiverGuard).
         guard->post([self, shared, generation] { self->apply(generation, std::move(*shared)); });
@@ -379,13 +371,13 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
                 m_entries, std::make_shared<const std::vector<FileEntry>>(std::move(listing->entries))));
             m_nameRanks = std::move(listing->nameRanks);
             m_names = std::move(listing->names);
-            m_entryIndex = std::move(listing->index);
+            m_entryIndex = std::make_shared<const detail::UrlIndex>(std::move(listing->index));
         }
         errorDiffers = assign(m_error, std::optional<QString>());
         for (const fs::path &url : m_selection)
-            if (m_entryIndex.find(*m_entries, url))
+            if (m_entryIndex->find(*m_entries, url))
                 selection.insert(selection.end(), url);
-        if (m_cursor && m_entryIndex.find(*m_entries, *m_cursor))
+        if (m_cursor && m_entryIndex->find(*m_entries, *m_cursor))
             cursor = m_cursor;
         else if (!m_entries->empty())
             cursor = m_entries->front().url;
@@ -394,7 +386,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         releaseElsewhere(std::exchange(m_entries, std::make_shared<const std::vector<FileEntry>>()));
         m_nameRanks.clear();
         m_names = {};
-        m_entryIndex = {};
+        m_entryIndex = std::make_shared<const detail::UrlIndex>();
         errorDiffers =
             assign(m_error, std::optional<QString>(std::get<detail::ListingFailure>(result).message));
     }

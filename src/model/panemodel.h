@@ -124,9 +124,9 @@ private:
     std::filesystem::path m_directory;
     // Shared read-only with the listing worker, which compares against it.
     std::shared_ptr<const std::vector<FileEntry>> m_entries;
-    std::vector<std::uint32_t> m_nameRanks; // parallel to m_entries, from the listing
-    detail::PackedNames m_names;            // likewise
-    detail::UrlIndex m_entryIndex;
+    std::vector<std::uint32_t> m_nameRanks;               // parallel to m_entries, from the listing
+    detail::PackedNames m_names;                          // likewise
+    std::shared_ptr<const detail::UrlIndex> m_entryIndex; // shared with the worker like m_entries
     // visible() is kept as positions into m_entries; the vector itself is built
     // only when asked for, and not at all while it equals m_entries.
     detail::VisibleOrder m_visibleOrder;

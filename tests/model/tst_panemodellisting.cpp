@@ -62,6 +62,17 @@ private Q_SLOTS:
         QCOMPARE(entriesSpy.count(), 1);
         QCOMPARE(visibleSpy.count(), 1);
         QCOMPARE(pane->entries()[0].size, 6);
+
+        touch(file, std::chrono::seconds(7200)); // a date change only
+        pane->refresh();
+        QVERIFY(applied.wait());
+        QCOMPARE(entriesSpy.count(), 2);
+
+        fs::rename(file, tree / "renamed"); // same count, same facts, another name
+        pane->refresh();
+        QVERIFY(applied.wait());
+        QCOMPARE(entriesSpy.count(), 3);
+        QCOMPARE(namesOf(pane->entries()), QStringList{"renamed"});
     }
 
     void twoQuickRefreshesApplyOnlyTheSecond()

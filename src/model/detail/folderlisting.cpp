@@ -52,14 +52,18 @@ bool readFacts(int folderFd, const char *name, unsigned char type, const std::fi
     throwPosixError(folder / name);
 }
 
-FileEntry makeEntry(const std::string &prefix, std::string_view name, const struct stat &st)
+// The four facts of one item, as a FileEntry will hold them.
+struct Facts {
+    std::int64_t size = 0;
+    FileEntry::Time modified = FileEntry::distantPast();
+    bool directory = false;
+    bool present = false; // false: the item vanished after readdir
+};
+
+Facts factsOf(const struct stat &st)
 {
-    std::string url;
-    url.reserve(prefix.size() + name.size());
-    url.append(prefix).append(name);
     const bool directory = S_ISDIR(st.st_mode);
-    return FileEntry{std::filesystem::path(std::move(url)), directory,
-                     directory ? 0 : static_cast<std::int64_t>(st.st_size), modificationTime(st)};
+    return {directory ? 0 : static_cast<std::int64_t>(st.st_size), modificationTime(st), directory, true};
 }
 
 // The names readdir returned, each ending in a NUL, in one buffer: a folder of
@@ -84,15 +88,85 @@ struct ReadNames {
     }
 };
 
-// The examined part of a listing: entries with their collation keys, and the
+// Runs work(begin, end, part) over [0, count) in two halves on two threads
+// when count is large: the stat calls and the collation keys are most of a
+// listing's time, and both parallelise well.
+template <typename Work> void inTwoHalves(std::size_t count, Work work)
+{
+    constexpr std::size_t parallelFrom = 2000; // below this a thread costs more than it saves
+    const std::size_t middle = count >= parallelFrom ? count / 2 : count;
+    std::thread helper;
+    if (middle < count) {
+        try {
+            helper = std::thread([&] { work(middle, count, 1); });
+        } catch (const std::system_error &) {
+            // No thread to be had: both halves run here.
+        }
+    }
+    work(0, middle, 0);
+    if (helper.joinable())
+        helper.join();
+    else if (middle < count)
+        work(middle, count, 1);
+}
+
+// One half's outcome of reading facts.
+struct StatOutcome {
+    std::optional<PosixError> error;
+    bool cancelled = false;
+};
+
+void statItems(int folderFd, const std::filesystem::path &folder, const ReadNames &items, std::size_t begin,
+               std::size_t end, const std::atomic<bool> &cancelled, std::vector<Facts> &facts,
+               StatOutcome &outcome)
+{
+    try {
+        struct stat st;
+        for (std::size_t i = begin; i < end; ++i) {
+            if (cancelled.load(std::memory_order_relaxed)) {
+                outcome.cancelled = true;
+                return;
+            }
+            if (readFacts(folderFd, items.name(i), items.types[i], folder, st))
+                facts[i] = factsOf(st);
+        }
+    } catch (const PosixError &error) {
+        outcome.error = error;
+    }
+}
+
+// Whether the items are exactly the entries the pane holds: same names, same
+// facts. Decided with the pane's url index, without building any path.
+bool matchesPrevious(const std::string &prefix, const ReadNames &items, const std::vector<Facts> &facts,
+                     const std::vector<FileEntry> &previous, const UrlIndex &index)
+{
+    const auto present = std::count_if(facts.begin(), facts.end(), [](const Facts &f) { return f.present; });
+    if (static_cast<std::size_t>(present) != previous.size())
+        return false;
+    std::string url = prefix;
+    for (std::size_t i = 0; i < items.size(); ++i) {
+        if (!facts[i].present)
+            continue;
+        url.resize(prefix.size());
+        url.append(items.view(i));
+        const std::optional<int> position = index.find(previous, std::string_view(url));
+        if (!position)
+            return false;
+        const FileEntry &entry = previous[static_cast<std::size_t>(*position)];
+        if (entry.directory != facts[i].directory || entry.size != facts[i].size ||
+            entry.modified != facts[i].modified)
+            return false;
+    }
+    return true;
+}
+
+// Half of a listing being built: entries with their collation keys, and the
 // order of those entries (folders first, then by key).
 struct Part {
     std::vector<FileEntry> entries;
     std::string keys; // packed; entry i's key ends at keyEnds[i]
     std::vector<std::uint32_t> keyEnds;
     std::vector<std::uint32_t> order;
-    std::optional<PosixError> error;
-    bool cancelled = false;
 
     std::string_view key(std::uint32_t i) const
     {
@@ -101,40 +175,31 @@ struct Part {
     }
 };
 
-// Reads the facts of items, makes entries and keys and orders them. Runs on
-// two threads for large folders: the stat calls and the collation keys are
-// most of a listing's time, and both parallelise well.
-void examine(int folderFd, const std::filesystem::path &folder, const std::string &prefix,
-             const ReadNames &items, std::size_t begin, std::size_t end, const std::atomic<bool> &cancelled,
-             Part &part)
+void buildPart(const std::string &prefix, const ReadNames &items, const std::vector<Facts> &facts,
+               std::size_t begin, std::size_t end, Part &part)
 {
-    try {
-        const Collation collation;
-        part.entries.reserve(end - begin);
-        part.keyEnds.reserve(end - begin);
-        part.keys.reserve((end - begin) * 24);
-        struct stat st;
-        for (std::size_t i = begin; i < end; ++i) {
-            if (cancelled.load(std::memory_order_relaxed)) {
-                part.cancelled = true;
-                return;
-            }
-            if (!readFacts(folderFd, items.name(i), items.types[i], folder, st))
-                continue;
-            part.entries.push_back(makeEntry(prefix, items.view(i), st));
-            collation.appendSortKey(items.view(i), part.keys);
-            part.keyEnds.push_back(static_cast<std::uint32_t>(part.keys.size()));
-        }
-        part.order.resize(part.entries.size());
-        std::iota(part.order.begin(), part.order.end(), 0u);
-        std::stable_sort(part.order.begin(), part.order.end(), [&](std::uint32_t a, std::uint32_t b) {
-            if (part.entries[a].directory != part.entries[b].directory)
-                return part.entries[a].directory;
-            return part.key(a) < part.key(b);
-        });
-    } catch (const PosixError &error) {
-        part.error = error;
+    const Collation collation;
+    part.entries.reserve(end - begin);
+    part.keyEnds.reserve(end - begin);
+    part.keys.reserve((end - begin) * 24);
+    std::string url;
+    for (std::size_t i = begin; i < end; ++i) {
+        if (!facts[i].present)
+            continue;
+        url.reserve(prefix.size() + items.view(i).size());
+        url.assign(prefix).append(items.view(i));
+        part.entries.push_back(
+            FileEntry{std::filesystem::path(url), facts[i].directory, facts[i].size, facts[i].modified});
+        collation.appendSortKey(items.view(i), part.keys);
+        part.keyEnds.push_back(static_cast<std::uint32_t>(part.keys.size()));
     }
+    part.order.resize(part.entries.size());
+    std::iota(part.order.begin(), part.order.end(), 0u);
+    std::stable_sort(part.order.begin(), part.order.end(), [&](std::uint32_t a, std::uint32_t b) {
+        if (part.entries[a].directory != part.entries[b].directory)
+            return part.entries[a].directory;
+        return part.key(a) < part.key(b);
+    });
 }
 
 // Merges the two ordered parts (the first wins ties, so the order stays that
@@ -198,10 +263,8 @@ ListingFailure failure(const PosixError &error, const std::filesystem::path &fol
 } // namespace
 
 std::optional<ListingResult> listFolder(const std::filesystem::path &folder, bool showHidden,
-                                        const std::atomic<bool> &cancelled)
+                                        const std::atomic<bool> &cancelled, const PreviousListing *previous)
 {
-    // Below this a second thread costs more than it saves.
-    constexpr std::size_t parallelFrom = 2000;
     try {
         const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
         if (fd < 0)
@@ -233,39 +296,31 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
                 return std::nullopt;
         }
 
-        Part first, second;
-        const std::size_t middle = items.size() >= parallelFrom ? items.size() / 2 : items.size();
-        std::thread helper;
-        if (middle < items.size()) {
-            try {
-                helper = std::thread(examine, fd, std::cref(folder), std::cref(prefix), std::cref(items),
-                                     middle, items.size(), std::cref(cancelled), std::ref(second));
-            } catch (const std::system_error &) {
-                // No thread to be had: do both parts here.
-            }
-        }
-        examine(fd, folder, prefix, items, 0, middle, cancelled, first);
-        if (helper.joinable())
-            helper.join();
-        else if (middle < items.size())
-            examine(fd, folder, prefix, items, middle, items.size(), cancelled, second);
-        if (first.cancelled || second.cancelled || cancelled.load(std::memory_order_relaxed))
+        std::vector<Facts> facts(items.size());
+        StatOutcome stats[2];
+        inTwoHalves(items.size(), [&](std::size_t begin, std::size_t end, int half) {
+            statItems(fd, folder, items, begin, end, cancelled, facts, stats[half]);
+        });
+        if (stats[0].cancelled || stats[1].cancelled || cancelled.load(std::memory_order_relaxed))
             return std::nullopt;
-        if (first.error || second.error)
-            throw first.error ? *first.error : *second.error;
+        if (stats[0].error || stats[1].error)
+            throw stats[0].error ? *stats[0].error : *stats[1].error;
+        if (previous && matchesPrevious(prefix, items, facts, previous->entries, previous->index)) {
+            FolderListing unchanged;
+            unchanged.unchanged = true;
+            return ListingResult(std::move(unchanged));
+        }
 
-        return ListingResult(merge(first, second));
+        Part parts[2];
+        inTwoHalves(items.size(), [&](std::size_t begin, std::size_t end, int half) {
+            buildPart(prefix, items, facts, begin, end, parts[half]);
+        });
+        FolderListing listing = merge(parts[0], parts[1]);
+        listing.index = UrlIndex(listing.entries);
+        return ListingResult(std::move(listing));
     } catch (const PosixError &error) {
         return ListingResult(failure(error, folder));
     }
-}
-
-bool sameEntries(const std::vector<FileEntry> &a, const std::vector<FileEntry> &b)
-{
-    return std::equal(a.begin(), a.end(), b.begin(), b.end(), [](const FileEntry &x, const FileEntry &y) {
-        return x.size == y.size && x.modified == y.modified && x.directory == y.directory &&
-               x.url.native() == y.url.native();
-    });
 }
 
 } // namespace quillorn::detail

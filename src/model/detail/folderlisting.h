@@ -23,10 +23,17 @@ struct FolderListing {
     // names the collation holds equal share a rank, so ranks compare like names.
     std::vector<std::uint32_t> nameRanks;
     PackedNames names; // parallel to entries
-    UrlIndex index;    // left to the caller: not needed when the listing is unchanged
-    // Set instead of the fields above when the listing equals the one the pane
-    // already holds, so the interface thread neither compares nor frees it.
+    UrlIndex index;
+    // Set instead of the fields above when the folder still holds exactly the
+    // entries the pane shows: nothing is built, compared or freed on the
+    // interface thread, which is what keeps the periodic refresh cheap.
     bool unchanged = false;
+};
+
+// The listing a pane holds, for recognising an unchanged folder.
+struct PreviousListing {
+    const std::vector<FileEntry> &entries;
+    const UrlIndex &index;
 };
 
 // The sentence a pane shows when a listing fails; keeps the system's own text.
@@ -40,12 +47,10 @@ using ListingResult = std::variant<FolderListing, ListingFailure>;
 // QDir would skip the ones that are not UTF-8). Names beginning with "." are
 // left out unless showHidden. A symbolic link to a folder lists as a folder, a
 // dangling one as a file. Returns nothing when cancelled was set meanwhile.
+// With previous, a folder whose entries equal it gives an unchanged listing.
 // Blocking; runs on a worker thread.
 std::optional<ListingResult> listFolder(const std::filesystem::path &folder, bool showHidden,
-                                        const std::atomic<bool> &cancelled);
-
-// FileEntry equality, element by element, comparing path bytes (component-wise
-// path comparison is many times slower and adds nothing for listed paths).
-bool sameEntries(const std::vector<FileEntry> &a, const std::vector<FileEntry> &b);
+                                        const std::atomic<bool> &cancelled,
+                                        const PreviousListing *previous = nullptr);
 
 } // namespace quillorn::detail

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace quillorn::detail {
@@ -17,6 +18,8 @@ public:
     explicit UrlIndex(const std::vector<FileEntry> &entries);
 
     std::optional<int> find(const std::vector<FileEntry> &entries, const std::filesystem::path &url) const;
+    // The same for a path's bytes.
+    std::optional<int> find(const std::vector<FileEntry> &entries, std::string_view url) const;
 
 private:
     std::vector<std::int32_t> m_slots; // -1 for empty
