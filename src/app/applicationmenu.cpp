@@ -24,11 +24,12 @@ ApplicationMenu::ApplicationMenu(QMainWindow &window, Updater &updater, std::fun
     connect(&updater, &Updater::checkFinished, this, &ApplicationMenu::showCheckAnswer);
     application->addSeparator();
     QAction *settings = application->addAction(QStringLiteral("Settings…"));
-    settings->setShortcut(QKeySequence::Preferences);
+    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
     connect(settings, &QAction::triggered, this, std::move(showSettings));
     application->addSeparator();
     QAction *quit = application->addAction(QStringLiteral("Quit Quillorn"));
-    quit->setShortcut(QKeySequence::Quit);
+    // Spelled out: the standard keys differ between platform themes.
+    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
     quit->setMenuRole(QAction::QuitRole);
     // Asking the application, not the window: QCoreApplication::quit first asks
     // every window to close, and the main window's quit guard may refuse.
@@ -36,7 +37,7 @@ ApplicationMenu::ApplicationMenu(QMainWindow &window, Updater &updater, std::fun
 
     QMenu *windowMenu = bar->addMenu(QStringLiteral("&Window"));
     QAction *close = windowMenu->addAction(QStringLiteral("Close Window"));
-    close->setShortcut(QKeySequence::Close);
+    close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
     connect(close, &QAction::triggered, &window, &QWidget::close);
 }
 
