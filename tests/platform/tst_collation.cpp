@@ -89,13 +89,9 @@ private Q_SLOTS:
         QCOMPARE(key, collation.sortKey(QString::fromUtf8("bad\uFFFD\uFFFD name")));
     }
 
-    void userLocaleFollowsTheSystemLocale()
+    void theUserLocaleOrdersNumbersByValue()
     {
-        const QString name = userCollationLocale();
-        if (QLocale::system().language() == QLocale::C)
-            QVERIFY(name.isEmpty());
-        else
-            QCOMPARE(name, QLocale::system().bcp47Name());
+        // Whatever LANG says, including C and C.UTF-8, where QCollator loses this.
         QVERIFY(Collation().compare("x2", "x11") < 0);
     }
 };

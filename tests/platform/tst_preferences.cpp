@@ -108,15 +108,6 @@ private Q_SLOTS:
         QCOMPARE(preferences.stringList("left.tabs"), QStringList{});
         QVERIFY(!preferences.isBoolean("left.ascending"));
     }
-
-    void removeForgetsTheKey()
-    {
-        TestTree tree;
-        Preferences preferences(iniPath(tree));
-        preferences.setInteger("k", 1);
-        preferences.remove("k");
-        QCOMPARE(preferences.integer("k", 8), 8);
-    }
 };
 
 QTEST_GUILESS_MAIN(PreferencesTest)
