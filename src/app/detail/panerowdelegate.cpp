@@ -17,6 +17,20 @@ PaneRowDelegate::PaneRowDelegate(QObject *parent)
 void PaneRowDelegate::setColours(const CommanderThemeColours &colours)
 {
     m_colours = colours;
+    m_icons.clear();
+}
+
+// Every row draws one of two symbols: paint each once per colour and scale.
+const QPixmap &PaneRowDelegate::rowIcon(bool directory, int side, qreal scale) const
+{
+    const QString key = QStringLiteral("%1/%2/%3").arg(directory).arg(side).arg(scale);
+    auto found = m_icons.find(key);
+    if (found == m_icons.end()) {
+        const QIcon icon = directory ? glyphIcon(Glyph::folderFill, m_colours.accent, side)
+                                     : glyphIcon(Glyph::doc, secondaryTextColour(), side);
+        found = m_icons.insert(key, icon.pixmap(QSize(side, side), scale));
+    }
+    return found.value();
 }
 
 QColor PaneRowDelegate::rowBackground(const QModelIndex &index) const
@@ -62,10 +76,9 @@ void PaneRowDelegate::paintName(QPainter &painter, const QRect &cell, const QMod
     const bool directory = index.data(PaneTableModel::directoryRole).toBool();
     const QRect icon(cell.left() + kPartSpacing, cell.top(), kIconWidth, cell.height());
     const int glyphSide = std::min(14, cell.height() - 4);
-    const QRectF glyph(icon.center().x() - glyphSide / 2.0 + 0.5, icon.center().y() - glyphSide / 2.0 + 0.5,
-                       glyphSide, glyphSide);
-    paintGlyph(painter, directory ? Glyph::folderFill : Glyph::doc, glyph,
-               directory ? m_colours.accent : secondaryTextColour());
+    const QRect glyph(icon.center().x() - glyphSide / 2 + 1, icon.center().y() - glyphSide / 2 + 1, glyphSide,
+                      glyphSide);
+    painter.drawPixmap(glyph, rowIcon(directory, glyphSide, painter.device()->devicePixelRatioF()));
     const QRect text(icon.right() + 1 + kPartSpacing, cell.top(), cell.right() - icon.right() - kPartSpacing,
                      cell.height());
     painter.setPen(primaryTextColour());

@@ -2,6 +2,8 @@
 
 #include "model/commanderthemecolours.h"
 
+#include <QHash>
+#include <QPixmap>
 #include <QStyledItemDelegate>
 
 namespace quillorn::detail {
@@ -24,9 +26,11 @@ public:
 
 private:
     void paintName(QPainter &painter, const QRect &cell, const QModelIndex &index) const;
+    const QPixmap &rowIcon(bool directory, int side, qreal scale) const;
 
     CommanderThemeColours m_colours;
     QFont m_font;
+    mutable QHash<QString, QPixmap> m_icons;
 };
 
 } // namespace quillorn::detail
