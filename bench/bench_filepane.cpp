@@ -187,7 +187,7 @@ void BM_TagAllRepaint(benchmark::State &state)
     Shown &s = shown();
     std::set<fs::path> all;
     for (const FileEntry &entry : s.pane->visible())
-        all.insert(entry.url);
+        all.insert(entry.url());
     bool tagged = false;
     for (auto _ : state) {
         tagged = !tagged;

@@ -238,7 +238,7 @@ void FilePane::clickRow(int row, Qt::KeyboardModifiers modifiers)
 {
     takeFocusFromTextFields();
     if (const FileEntry *entry = m_model->entryAt(row))
-        applyRowClick(m_pane, entry->url, modifiers);
+        applyRowClick(m_pane, entry->url(), modifiers);
 }
 
 void FilePane::doubleClickRow(int row)

@@ -209,12 +209,13 @@ void CommanderModel::quit()
 
 void CommanderModel::open(const FileEntry &entry)
 {
+    const std::filesystem::path url = entry.url();
     if (entry.directory) {
-        active().navigate(entry.url);
-    } else if (hasZipExtension(entry.url)) {
-        setTool(ToolSheet::Archive{entry.url});
+        active().navigate(url);
+    } else if (hasZipExtension(url)) {
+        setTool(ToolSheet::Archive{url});
     } else if (m_desktop.openFile) {
-        m_desktop.openFile(entry.url);
+        m_desktop.openFile(url);
     }
 }
 

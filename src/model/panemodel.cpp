@@ -36,7 +36,7 @@ template <typename T> bool assign(T &field, T value)
     return true;
 }
 
-// Freeing 100,000 paths takes longer than a frame: let a pool thread do it.
+// Freeing 100,000 entries takes longer than a frame: let a pool thread do it.
 void releaseElsewhere(std::vector<FileEntry> &&entries)
 {
     if (entries.empty())
@@ -322,7 +322,7 @@ std::vector<fs::path> PaneModel::selected() const
     std::sort(positions.begin(), positions.end());
     result.reserve(positions.size());
     for (const int position : positions)
-        result.push_back(visibleAt(position).url);
+        result.push_back(visibleAt(position).url());
     return result;
 }
 
@@ -380,7 +380,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         if (m_cursor && m_entryIndex->find(*m_entries, *m_cursor))
             cursor = m_cursor;
         else if (!m_entries->empty())
-            cursor = m_entries->front().url;
+            cursor = m_entries->front().url();
     } else {
         entriesDiffer = !m_entries->empty();
         releaseElsewhere(std::exchange(m_entries, std::make_shared<const std::vector<FileEntry>>()));
@@ -464,10 +464,10 @@ void PaneModel::moveCursor(int step, bool extendingSelection)
     const std::optional<int> current = m_cursor ? visibleIndexOf(*m_cursor) : std::nullopt;
     const long long from = current ? *current : (step < 0 ? count : -1);
     const long long to = std::max(std::min(from + step, count - 1), 0LL);
-    const fs::path &url = visibleAt(static_cast<int>(to)).url;
+    fs::path url = visibleAt(static_cast<int>(to)).url();
     if (extendingSelection && m_selection.insert(url).second)
         Q_EMIT selectionChanged();
-    setCursor(url);
+    setCursor(std::move(url));
 }
 
 void PaneModel::toggleTagAndAdvance()
@@ -477,11 +477,11 @@ void PaneModel::toggleTagAndAdvance()
         return;
     const std::optional<int> current = m_cursor ? visibleIndexOf(*m_cursor) : std::nullopt;
     const int index = current.value_or(0);
-    const fs::path &url = visibleAt(index).url;
+    const fs::path url = visibleAt(index).url();
     if (!m_selection.erase(url))
         m_selection.insert(url);
     Q_EMIT selectionChanged();
-    setCursor(visibleAt(std::min(count - 1, index + 1)).url);
+    setCursor(visibleAt(std::min(count - 1, index + 1)).url());
 }
 
 // ---- navigation, tabs and favourites

@@ -57,7 +57,7 @@ struct PaneFixture {
     {
         QTest::mouseClick(list()->viewport(), Qt::LeftButton, modifiers, rowPoint(row));
     }
-    fs::path urlAt(int row) const { return pane->visible().at(std::size_t(row)).url; }
+    fs::path urlAt(int row) const { return pane->visible().at(std::size_t(row)).url(); }
     void pressHeader(int section) const
     {
         QHeaderView *header = list()->horizontalHeader();

@@ -301,7 +301,7 @@ private Q_SLOTS:
         QTest::mouseDClick(f.list()->viewport(), Qt::LeftButton, Qt::NoModifier,
                            f.rowPoint(f.rowOfName("sub")));
         QCOMPARE(f.opened.size(), std::size_t(1));
-        QCOMPARE(f.opened.at(0).url, tree / "sub");
+        QCOMPARE(f.opened.at(0).url(), tree / "sub");
         QVERIFY(f.opened.at(0).directory);
 
         f.pane->navigate(tree / "sub");

@@ -331,7 +331,7 @@ private Q_SLOTS:
         PaneModel &left = m_model->left();
         QCOMPARE(int(left.visible().size()), 4);
         left.setCursor(cursorBefore < 0 ? std::nullopt
-                                        : std::optional(left.visible()[std::size_t(cursorBefore)].url));
+                                        : std::optional(left.visible()[std::size_t(cursorBefore)].url()));
         std::set<fs::path> tags;
         for (const QString &name : tagsBefore.split(',', Qt::SkipEmptyParts))
             tags.insert(*m_tree / "Left" / name.toStdString());
@@ -415,7 +415,7 @@ private Q_SLOTS:
 
     void keysGoToAnOpenSheet()
     {
-        m_model->left().setCursor(m_model->left().visible()[1].url);
+        m_model->left().setCursor(m_model->left().visible()[1].url());
         m_model->setTool(ToolSheet::Connect{});
         for (int key : {int(Qt::Key_Tab), int(Qt::Key_Space), int(Qt::Key_F5)})
             QTest::keyClick(m_probe, Qt::Key(key));
@@ -449,7 +449,7 @@ private Q_SLOTS:
         QSignalSpy finished(&box, &QMessageBox::finished);
         box.open();
         QVERIFY(QTest::qWaitForWindowExposed(&box));
-        m_model->left().setCursor(m_model->left().visible()[0].url);
+        m_model->left().setCursor(m_model->left().visible()[0].url());
         QTest::keyClick(&box, Qt::Key_Return);
         QCOMPARE(finished.count(), 1);
         QCOMPARE(m_model->left().directory(), *m_tree / "Left");

@@ -219,7 +219,7 @@ private Q_SLOTS:
                 return false;
             for (int row = 0; row < pane->visibleCount(); ++row)
                 if (!(pane->visibleAt(row) == visible[static_cast<std::size_t>(row)]) ||
-                    pane->visibleIndexOf(visible[static_cast<std::size_t>(row)].url) != row)
+                    pane->visibleIndexOf(visible[static_cast<std::size_t>(row)].url()) != row)
                     return false;
             return true;
         };

@@ -132,7 +132,7 @@ private Q_SLOTS:
         QVERIFY(settled(*pane));
         QCOMPARE(namesOf(pane->entries()),
                  (QStringList{"folder-link", "target", "dangling", "data", "file-link"}));
-        QCOMPARE(pane->entries()[0].url, tree / "folder-link"); // not resolved
+        QCOMPARE(pane->entries()[0].url(), tree / "folder-link"); // not resolved
         QCOMPARE(pane->entries()[4].size, 5);
         pane->navigate(tree / "folder-link");
         QVERIFY(settled(*pane));
@@ -149,7 +149,7 @@ private Q_SLOTS:
         auto pane = fixture.pane(tree.root());
         QVERIFY(settled(*pane));
         const FileEntry &entry = pane->entries().at(0);
-        QCOMPARE(entry.url, file);
+        QCOMPARE(entry.url(), file);
         QVERIFY(!entry.directory);
         QCOMPARE(entry.size, 10);
         struct stat st;
@@ -172,8 +172,8 @@ private Q_SLOTS:
         auto pane = fixture.pane(tree.root());
         QVERIFY(settled(*pane));
         QCOMPARE(pane->entries().size(), std::size_t(2));
-        QCOMPARE(pane->entries()[0].url, folder);
-        QCOMPARE(pane->entries()[1].url, file);
+        QCOMPARE(pane->entries()[0].url(), folder);
+        QCOMPARE(pane->entries()[1].url(), file);
         QVERIFY(displayName(file).contains(QChar(0xFFFD)));
         pane->setCursor(file);
         pane->toggleTagAndAdvance();

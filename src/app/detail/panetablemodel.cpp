@@ -49,7 +49,7 @@ QVariant PaneTableModel::displayText(const FileEntry &entry, int column) const
 {
     switch (column) {
     case nameColumn:
-        return displayName(entry.url);
+        return displayName(entry.name());
     case sizeColumn:
         return entry.directory ? QStringLiteral("<DIR>") : formattedByteCount(entry.size);
     case modifiedColumn:
@@ -70,18 +70,18 @@ QVariant PaneTableModel::data(const QModelIndex &index, int role) const
     case Qt::DisplayRole:
         return displayText(*entry, index.column());
     case Qt::ToolTipRole:
-        return index.column() == nameColumn ? QVariant(displayName(entry->url)) : QVariant();
+        return index.column() == nameColumn ? QVariant(displayName(entry->name())) : QVariant();
     case Qt::TextAlignmentRole:
         return QVariant::fromValue(index.column() == nameColumn ? Qt::AlignLeft | Qt::AlignVCenter
                                                                 : Qt::AlignRight | Qt::AlignVCenter);
     case taggedRole:
-        return m_pane.isTagged(entry->url);
+        return !m_pane.selection().empty() && m_pane.isTagged(entry->url());
     case cursorRole:
-        return m_pane.cursor() == entry->url;
+        return m_pane.cursor() && entry->hasUrl(*m_pane.cursor());
     case directoryRole:
         return entry->directory;
     case pathRole: {
-        const std::string &bytes = entry->url.native();
+        const std::string bytes = entry->url().native();
         return QByteArray(bytes.data(), static_cast<qsizetype>(bytes.size()));
     }
     default:

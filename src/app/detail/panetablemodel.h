@@ -8,7 +8,7 @@
 
 namespace quillorn {
 class PaneModel;
-struct FileEntry;
+class FileEntry;
 } // namespace quillorn
 
 namespace quillorn::detail {

@@ -135,21 +135,31 @@ void statItems(int folderFd, const std::filesystem::path &folder, const ReadName
     }
 }
 
+// Whether every entry was listed from folder, sharing one folder object as the
+// entries of one listing do. Anything else is not a listing to compare with.
+bool isListingOf(const std::vector<FileEntry> &entries, const std::filesystem::path &folder)
+{
+    if (entries.empty())
+        return true;
+    const FileEntry::Folder &shared = entries.front().sharedFolder();
+    return shared && shared->native() == folder.native() &&
+           std::all_of(entries.begin(), entries.end(),
+                       [&](const FileEntry &entry) { return entry.sharedFolder() == shared; });
+}
+
 // Whether the items are exactly the entries the pane holds: same names, same
 // facts. Decided with the pane's url index, without building any path.
-bool matchesPrevious(const std::string &prefix, const ReadNames &items, const std::vector<Facts> &facts,
-                     const std::vector<FileEntry> &previous, const UrlIndex &index)
+bool matchesPrevious(const std::filesystem::path &folder, const ReadNames &items,
+                     const std::vector<Facts> &facts, const std::vector<FileEntry> &previous,
+                     const UrlIndex &index)
 {
     const auto present = std::count_if(facts.begin(), facts.end(), [](const Facts &f) { return f.present; });
-    if (static_cast<std::size_t>(present) != previous.size())
+    if (static_cast<std::size_t>(present) != previous.size() || !isListingOf(previous, folder))
         return false;
-    std::string url = prefix;
     for (std::size_t i = 0; i < items.size(); ++i) {
         if (!facts[i].present)
             continue;
-        url.resize(prefix.size());
-        url.append(items.view(i));
-        const std::optional<int> position = index.find(previous, std::string_view(url));
+        const std::optional<int> position = index.findName(previous, items.view(i));
         if (!position)
             return false;
         const FileEntry &entry = previous[static_cast<std::size_t>(*position)];
@@ -175,21 +185,18 @@ struct Part {
     }
 };
 
-void buildPart(const std::string &prefix, const ReadNames &items, const std::vector<Facts> &facts,
+void buildPart(const FileEntry::Folder &folder, const ReadNames &items, const std::vector<Facts> &facts,
                std::size_t begin, std::size_t end, Part &part)
 {
     const Collation collation;
     part.entries.reserve(end - begin);
     part.keyEnds.reserve(end - begin);
     part.keys.reserve((end - begin) * 24);
-    std::string url;
     for (std::size_t i = begin; i < end; ++i) {
         if (!facts[i].present)
             continue;
-        url.reserve(prefix.size() + items.view(i).size());
-        url.assign(prefix).append(items.view(i));
-        part.entries.push_back(
-            FileEntry{std::filesystem::path(url), facts[i].directory, facts[i].size, facts[i].modified});
+        part.entries.emplace_back(folder, std::string(items.view(i)), facts[i].directory, facts[i].size,
+                                  facts[i].modified);
         collation.appendSortKey(items.view(i), part.keys);
         part.keyEnds.push_back(static_cast<std::uint32_t>(part.keys.size()));
     }
@@ -240,8 +247,7 @@ FolderListing merge(Part &first, Part &second)
             tie ? listing.nameRanks[position - 1] : static_cast<std::uint32_t>(position);
         auto [part, i] = partOf(order[position]);
         listing.entries.push_back(std::move(part.entries[i]));
-        const std::string &url = listing.entries.back().url.native();
-        listing.names.append(std::string_view(url).substr(url.rfind('/') + 1));
+        listing.names.append(listing.entries.back().nameBytes());
     }
     return listing;
 }
@@ -275,10 +281,6 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
             ::close(fd);
             throwPosixError(folder, code);
         }
-        std::string prefix = folder.native();
-        if (prefix.empty() || prefix.back() != '/')
-            prefix.push_back('/');
-
         ReadNames items;
         for (;;) {
             errno = 0;
@@ -305,15 +307,16 @@ std::optional<ListingResult> listFolder(const std::filesystem::path &folder, boo
             return std::nullopt;
         if (stats[0].error || stats[1].error)
             throw stats[0].error ? *stats[0].error : *stats[1].error;
-        if (previous && matchesPrevious(prefix, items, facts, previous->entries, previous->index)) {
+        if (previous && matchesPrevious(folder, items, facts, previous->entries, previous->index)) {
             FolderListing unchanged;
             unchanged.unchanged = true;
             return ListingResult(std::move(unchanged));
         }
 
+        const auto shared = std::make_shared<const std::filesystem::path>(folder);
         Part parts[2];
         inTwoHalves(items.size(), [&](std::size_t begin, std::size_t end, int half) {
-            buildPart(prefix, items, facts, begin, end, parts[half]);
+            buildPart(shared, items, facts, begin, end, parts[half]);
         });
         FolderListing listing = merge(parts[0], parts[1]);
         listing.index = UrlIndex(listing.entries);

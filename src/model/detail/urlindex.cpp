@@ -8,9 +8,16 @@ namespace quillorn::detail {
 
 namespace {
 
-std::size_t hashOf(std::string_view url)
+std::size_t hashOf(std::string_view name)
 {
-    return std::hash<std::string_view>{}(url);
+    return std::hash<std::string_view>{}(name);
+}
+
+// The bytes after the last separator: what FileEntry keeps as the name.
+std::string_view lastComponent(std::string_view url)
+{
+    const std::size_t slash = url.rfind('/');
+    return slash == std::string_view::npos ? url : url.substr(slash + 1);
 }
 
 } // namespace
@@ -23,30 +30,38 @@ UrlIndex::UrlIndex(const std::vector<FileEntry> &entries)
     m_slots.assign(capacity, -1);
     m_mask = capacity - 1;
     for (std::size_t i = 0; i < entries.size(); ++i) {
-        std::size_t slot = hashOf(entries[i].url.native()) & m_mask;
+        std::size_t slot = hashOf(entries[i].nameBytes()) & m_mask;
         while (m_slots[slot] >= 0)
             slot = (slot + 1) & m_mask;
         m_slots[slot] = static_cast<std::int32_t>(i);
     }
 }
 
-std::optional<int> UrlIndex::find(const std::vector<FileEntry> &entries,
-                                  const std::filesystem::path &url) const
-{
-    return find(entries, std::string_view(url.native()));
-}
-
-std::optional<int> UrlIndex::find(const std::vector<FileEntry> &entries, std::string_view url) const
+template <typename Matches>
+std::optional<int> UrlIndex::probe(const std::vector<FileEntry> &entries, std::string_view name,
+                                   Matches matches) const
 {
     if (m_slots.empty())
         return std::nullopt;
-    for (std::size_t slot = hashOf(url) & m_mask;; slot = (slot + 1) & m_mask) {
+    for (std::size_t slot = hashOf(name) & m_mask;; slot = (slot + 1) & m_mask) {
         const std::int32_t position = m_slots[slot];
         if (position < 0)
             return std::nullopt;
-        if (entries[static_cast<std::size_t>(position)].url.native() == url)
+        if (matches(entries[static_cast<std::size_t>(position)]))
             return position;
     }
+}
+
+std::optional<int> UrlIndex::find(const std::vector<FileEntry> &entries,
+                                  const std::filesystem::path &url) const
+{
+    const std::string_view bytes = url.native();
+    return probe(entries, lastComponent(bytes), [&](const FileEntry &entry) { return entry.hasUrl(bytes); });
+}
+
+std::optional<int> UrlIndex::findName(const std::vector<FileEntry> &entries, std::string_view name) const
+{
+    return probe(entries, name, [&](const FileEntry &entry) { return entry.nameBytes() == name; });
 }
 
 } // namespace quillorn::detail
