@@ -88,22 +88,6 @@ TEST(CopyMetadata, FileGetsModeAndBothTimesToTheNanosecond)
     EXPECT_EQ(after.st_mtim.tv_nsec, 987'654'321);
 }
 
-TEST(CopyMetadata, FolderGetsModeAndModificationTime)
-{
-    TestTree tree;
-    const fs::path source = tree.folder("source");
-    const fs::path target = tree.folder("target");
-    ASSERT_EQ(::chmod(source.c_str(), 0705), 0);
-    setTimes(source, {1'000'000'000, 1}, {1'000'000'001, 2});
-    const struct stat before = lstatOf(source);
-
-    EXPECT_TRUE(copyMetadata(source, target, before).empty());
-
-    const struct stat after = lstatOf(target);
-    EXPECT_EQ(after.st_mode & 07777, 0705u);
-    EXPECT_TRUE(sameTime(after.st_mtim, before.st_mtim));
-}
-
 TEST(CopyMetadata, TimesUseTheStatTakenBeforeTheCopyNotTheSourceNow)
 {
     TestTree tree;
