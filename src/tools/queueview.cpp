@@ -57,16 +57,17 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent)
     m_toggle->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     m_toggle->setAutoRaise(true);
     connect(m_toggle, &QToolButton::clicked, this, [this] { setExpanded(!m_expanded); });
-    auto *showLog = new QPushButton(QStringLiteral("Show Log"), this);
+    auto *showLog = m_showLog = new QPushButton(QStringLiteral("Show Log"), this);
     showLog->setObjectName(QStringLiteral("showLogButton"));
     connect(showLog, &QPushButton::clicked, this,
             [this] { m_revealLog(AppDiagnostics::shared().fileURL()); });
-    auto *clear = new QPushButton(QStringLiteral("Clear finished"), this);
+    auto *clear = m_clear = new QPushButton(QStringLiteral("Clear finished"), this);
     clear->setObjectName(QStringLiteral("clearFinishedButton"));
     connect(clear, &QPushButton::clicked, this, [this] { m_queue.clearFinished(); });
     for (QPushButton *button : {showLog, clear}) {
         button->setAutoDefault(false);
         button->setFocusPolicy(Qt::NoFocus);
+        styleButton(button);
     }
     m_toggle->setFocusPolicy(Qt::NoFocus);
     header->addWidget(m_toggle);
@@ -123,13 +124,28 @@ void QueueView::setExpanded(bool expanded)
     m_scroll->setVisible(expanded);
 }
 
-void QueueView::setColours(const QColor &bar, const QColor &accent)
+void QueueView::setColours(const QColor &bar, const QColor &button, const QColor &accent)
 {
     m_accent = accent;
+    m_button = button;
     QPalette own = palette();
     own.setColor(QPalette::Window, bar);
     own.setColor(QPalette::Highlight, accent);
     setPalette(own);
+    styleButton(m_showLog);
+    styleButton(m_clear);
+    rebuildRows();
+}
+
+void QueueView::styleButton(QPushButton *button) const
+{
+    // Each button gets its own sheet: one on the panel would reach the row
+    // labels too, and they draw their state colours from their palettes.
+    button->setStyleSheet(
+        QStringLiteral("QPushButton { background: %1; border: 1px solid %2; border-radius: 4px;"
+                       " padding: 2px 10px; }"
+                       "QPushButton:hover { border-color: %2; }")
+            .arg(m_button.name(), m_accent.name()));
 }
 
 QString QueueView::progressLine(std::int64_t bytes, std::int64_t total, double bytesPerSecond)
@@ -190,6 +206,7 @@ QWidget *QueueView::makeRow(const QueueItem &item)
         cancel->setFocusPolicy(Qt::NoFocus);
         cancel->setAutoDefault(false);
         connect(cancel, &QPushButton::clicked, this, [this, id = item.id] { m_queue.cancel(id); });
+        styleButton(cancel);
         layout->addWidget(cancel);
     }
     return row;

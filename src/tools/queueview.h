@@ -34,8 +34,8 @@ public:
     bool expanded() const { return m_expanded; }
     void setExpanded(bool expanded);
     void setRevealLog(RevealLog reveal) { m_revealLog = std::move(reveal); }
-    // The panel's surface and highlight colours.
-    void setColours(const QColor &bar, const QColor &accent);
+    // The panel's surface, its buttons' surface and its highlight colour.
+    void setColours(const QColor &bar, const QColor &button, const QColor &accent);
 
     // "<bytes> of <total>  •  x.x% transferred  •  y.y% left  •  <speed>/s"
     static QString progressLine(std::int64_t bytes, std::int64_t total, double bytesPerSecond);
@@ -46,14 +46,18 @@ private:
     void rebuildRows();
     void updateProgress();
     void updateVisibility();
+    void styleButton(QPushButton *button) const;
     QWidget *makeRow(const QueueItem &item);
 
     TransferQueue &m_queue;
     bool m_expanded = true;
     RevealLog m_revealLog;
     QColor m_accent{91, 207, 250};
+    QColor m_button{45, 67, 101};
 
     QToolButton *m_toggle = nullptr;
+    QPushButton *m_showLog = nullptr;
+    QPushButton *m_clear = nullptr;
     QWidget *m_progressBlock = nullptr;
     QProgressBar *m_progressBar = nullptr;
     QLabel *m_progressLine = nullptr;
