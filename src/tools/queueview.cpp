@@ -134,7 +134,8 @@ void QueueView::setColours(const QColor &bar, const QColor &button, const QColor
     setPalette(own);
     styleButton(m_showLog);
     styleButton(m_clear);
-    rebuildRows();
+    for (QPushButton *cancel : findChildren<QPushButton *>(QStringLiteral("rowCancel")))
+        styleButton(cancel);
 }
 
 void QueueView::styleButton(QPushButton *button) const
