@@ -88,7 +88,7 @@ TEST_F(AsRoot, SymbolicLinkOwnerIsTheLinksNotItsTargets)
     EXPECT_EQ(lstatOf(pointedAt).st_uid, 0u);
 }
 
-TEST_F(AsRoot, UserWhoCannotGiveAFileAwayGetsACopyfileProblemButModeAndTimes)
+TEST_F(AsRoot, UserWhoCannotGiveAFileAwayKeepsTheirOwnershipSilentlyButGetsModeAndTimes)
 {
     const fs::path source = m_tree.file("source-of-root", "x");
     const fs::path target = m_tree.file("target", "x");
@@ -97,15 +97,10 @@ TEST_F(AsRoot, UserWhoCannotGiveAFileAwayGetsACopyfileProblemButModeAndTimes)
     const struct stat before = lstatOf(source);
 
     const int result = asNobody([&] {
-        const auto problems = copyMetadata(source, target, before);
-        if (problems.size() != 1)
-            return 1;
-        if (problems[0].step != "copyfile" || problems[0].error.value() != EPERM)
-            return 2;
-        return 0;
+        return copyMetadata(source, target, before).empty() ? 0 : 1;
     });
 
-    EXPECT_EQ(result, 0) << "1: wrong number of problems, 2: wrong problem, 100: could not drop root";
+    EXPECT_EQ(result, 0) << "1: a problem was reported, 100: could not drop root";
     const struct stat after = lstatOf(target);
     EXPECT_EQ(after.st_uid, kNobody);
     EXPECT_EQ(after.st_mode & 07777, 0640u);

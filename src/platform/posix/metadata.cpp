@@ -25,10 +25,10 @@ void note(std::optional<std::error_code> &first, std::error_code error)
         first = error;
 }
 
-// Without CAP_CHOWN a user cannot give a file away (EPERM), which is ordinary
-// when copying someone else's files; it is still reported because the copy then
-// differs from its source. Nothing is called when owner and group already match,
-// so copying one's own files never produces that report.
+// Without CAP_CHOWN a user cannot give a file away (EPERM). Owner and group are
+// carried only where that is permitted, as cp -p and rsync do without root, so
+// copying someone else's files is not a warning per file; any other failure is.
+// Nothing is called when owner and group already match.
 void copyOwner(const std::filesystem::path &target, const struct stat &before,
                std::optional<std::error_code> &problem)
 {
@@ -43,7 +43,8 @@ void copyOwner(const std::filesystem::path &target, const struct stat &before,
     // The group alone may still be ours to give (a group the user belongs to).
     if (now.st_gid != before.st_gid)
         ::fchownat(AT_FDCWD, target.c_str(), static_cast<uid_t>(-1), before.st_gid, AT_SYMLINK_NOFOLLOW);
-    note(problem, failed);
+    if (failed.value() != EPERM)
+        note(problem, failed);
 }
 
 // Lists the names of path's extended attributes, retrying when the list grows
