@@ -238,6 +238,41 @@ private Q_SLOTS:
         QCOMPARE(pane->directory(), fs::path("/"));
     }
 
+    void theRootFolderListsItsItemsWithOneSeparator()
+    {
+        PaneFixture fixture;
+        auto pane = fixture.pane("/");
+        QVERIFY(settled(*pane));
+        const std::optional<int> row = pane->visibleIndexOf("/tmp");
+        QVERIFY(row);
+        QCOMPARE(pane->visibleAt(*row).url(), fs::path("/tmp"));
+        QVERIFY(!pane->visibleIndexOf("//tmp"));
+        pane->setCursor(fs::path("/tmp"));
+        pane->toggleTagAndAdvance();
+        QCOMPARE(pane->selected(), std::vector<fs::path>{"/tmp"});
+    }
+
+    void aFolderHoldingTheSameNamesAndFactsAsTheLastOneListsItsOwnItems()
+    {
+        TestTree tree;
+        const auto stamp = fs::file_time_type::clock::now() - std::chrono::hours(1);
+        for (const char *folder : {"a", "b"}) {
+            fs::last_write_time(tree.file(fs::path(folder) / "same", "12"), stamp);
+            fs::last_write_time(tree.folder(fs::path(folder) / "inner"), stamp);
+        }
+        PaneFixture fixture;
+        auto pane = fixture.pane(tree / "a");
+        QVERIFY(settled(*pane));
+        pane->navigate(tree / "b");
+        QVERIFY(settled(*pane));
+        QCOMPARE(pane->entries().size(), std::size_t(2));
+        QCOMPARE(pane->entries()[0].url(), tree / "b/inner");
+        QCOMPARE(pane->entries()[1].url(), tree / "b/same");
+        QCOMPARE(pane->cursor(), std::optional<fs::path>(tree / "b/inner"));
+        QVERIFY(pane->visibleIndexOf(tree / "b/same"));
+        QVERIFY(!pane->visibleIndexOf(tree / "a/same"));
+    }
+
     void aMissingFolderShowsTheSystemErrorUntilLeft()
     {
         TestTree tree;
