@@ -1,10 +1,12 @@
 #include "app/application.h"
 
 #include "app/commanderview.h"
+#include "app/quillornapp.h"
 #include "quillorn/version.h"
 
 #include <QApplication>
-#include <QStyleFactory>
+#include <string>
+#include <vector>
 
 namespace quillorn {
 
@@ -14,13 +16,12 @@ int runApplication(int argc, char *argv[])
     QApplication::setOrganizationName("Quillorn");
     QApplication::setApplicationName("Quillorn");
     QApplication::setApplicationVersion(kVersion);
-    // Fusion draws every widget from the palette, so the themes look the same on
-    // every desktop.
-    if (QStyle *fusion = QStyleFactory::create(QStringLiteral("Fusion")))
-        QApplication::setStyle(fusion);
+    QApplication::setDesktopFileName(QStringLiteral("quillorn"));
 
-    CommanderView window;
-    window.show();
+    // The arguments as the system's bytes: a folder name need not be UTF-8.
+    const std::vector<std::string> arguments(argv + 1, argv + argc);
+    QuillornApp app(arguments);
+    app.window().show();
     return QApplication::exec();
 }
 

@@ -1,12 +1,21 @@
 #include "app/commanderview.h"
 
+#include "app/commanderappdelegate.h"
+#include "app/commandertoolbar.h"
 #include "app/filepane.h"
+#include "app/functionkeybar.h"
+#include "app/keyhandler.h"
+#include "app/statusline.h"
 #include "app/themepalette.h"
 #include "model/themechoice.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/standarddesktopservices.h"
+#include "model/commanderthemecolours.h"
 #include "quillorn/version.h"
+#include "tools/queueview.h"
+#include "tools/toolhost.h"
 
+#include <QApplication>
 #include <QSplitter>
 #include <QVBoxLayout>
 
@@ -43,7 +52,9 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : Q
 
     const Preferences &preferences =
         options.panes.preferences ? *options.panes.preferences : Preferences::standard();
-    m_model = std::make_unique<CommanderModel>(withDefaults(std::move(options), this));
+    options = withDefaults(std::move(options), this);
+    auto openFile = options.desktop.openFile; // the tool bar's "Open" uses it too
+    m_model = std::make_unique<CommanderModel>(std::move(options));
 
     m_splitter = new QSplitter(Qt::Horizontal);
     m_splitter->setObjectName(QStringLiteral("paneSplitter"));
@@ -62,6 +73,7 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : Q
     layout->setContentsMargins(8, 8, 8, 8);
     layout->addWidget(m_splitter, 1);
     setCentralWidget(content);
+    buildSurroundings(layout, std::move(openFile));
 
     connect(m_model.get(), &CommanderModel::activeLeftChanged, this, &CommanderView::showActivePane);
     applyTheme(chooseCommanderTheme(preferences));
@@ -70,8 +82,53 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : Q
 
 CommanderView::~CommanderView()
 {
-    // The pane views observe the model's panes: they go first.
+    // Everything that observes the model goes before it: the key monitor, the
+    // sheet, the bars and the pane views.
+    delete m_monitor;
+    delete m_toolHost;
+    delete m_toolBar;
+    delete m_queueView;
+    delete m_statusLine;
+    delete m_functionKeys;
     delete m_splitter;
+}
+
+void CommanderView::buildSurroundings(QVBoxLayout *layout, std::function<void(const std::filesystem::path &)> openFile)
+{
+    QWidget *content = centralWidget();
+    m_toolBar = new CommanderToolBar(*m_model, std::move(openFile), content);
+    layout->insertWidget(0, m_toolBar);
+    m_queueView = new QueueView(m_model->queue(), content);
+    layout->addWidget(m_queueView);
+    m_statusLine = new StatusLine(*m_model, content);
+    layout->addWidget(m_statusLine);
+    m_functionKeys = new FunctionKeyBar(*m_model, content);
+    layout->addWidget(m_functionKeys);
+    m_toolHost = new ToolHost(*m_model, this);
+    connect(qApp, &QGuiApplication::applicationStateChanged, this, &CommanderView::refreshWhenActive);
+}
+
+void CommanderView::showEvent(QShowEvent *event)
+{
+    QMainWindow::showEvent(event);
+    // The quit guard learns the queue, then the keyboard is taken over, once.
+    CommanderAppDelegate::queue = &m_model->queue();
+    if (!m_monitor) {
+        m_monitor = new KeyHandler(*m_model, KeyHandler::windowGate(*m_model, this), this);
+        qApp->installEventFilter(m_monitor);
+        // Keys reach the panes only while no text field has the focus, so the
+        // window starts with the focus on its content, not on a pane's field.
+        centralWidget()->setFocus(Qt::OtherFocusReason);
+    }
+}
+
+void CommanderView::refreshWhenActive(Qt::ApplicationState state)
+{
+    // Whatever changed while another application was in front shows at once.
+    if (state != Qt::ApplicationActive)
+        return;
+    m_model->left().refresh();
+    m_model->right().refresh();
 }
 
 FilePane *CommanderView::makePane(PaneModel &pane, bool left)
@@ -104,6 +161,13 @@ void CommanderView::applyTheme(CommanderTheme theme)
     setPalette(themePalette(theme));
     m_leftPane->setTheme(theme);
     m_rightPane->setTheme(theme);
+    const CommanderThemeColours palette = colours(theme);
+    if (m_toolBar) {
+        m_toolBar->setTheme(theme);
+        m_queueView->setColours(palette.bar, palette.button, palette.accent);
+        m_statusLine->setTheme(theme);
+        m_functionKeys->setTheme(theme);
+    }
 }
 
 } // namespace quillorn

@@ -5,20 +5,35 @@
 
 #include <QMainWindow>
 
+#include <filesystem>
+#include <functional>
 #include <memory>
 
 class QSplitter;
+class QVBoxLayout;
 
 namespace quillorn {
 
+class CommanderToolBar;
 class FilePane;
+class FunctionKeyBar;
+class KeyHandler;
 class Preferences;
+class QueueView;
+class StatusLine;
+class ToolHost;
 
 // The main window: the application's one CommanderModel and its two panes side
 // by side, the active one outlined, in the chosen theme. It answers the panes'
 // callbacks: a press activates a pane, a double click opens an entry through the
 // model (a folder is entered, a file opened), dropped files go to the transfer
 // sheet as a copy into that pane's folder.
+//
+// Around the panes: the tool bar above, then the queue panel, the status line
+// and the function-key bar below, all in the theme. The tool sheet the model
+// asks for is shown by the tool host; the keyboard is handled by a key monitor
+// installed when the window is first shown (keys never go through the views).
+// Coming back to the application refreshes both panes.
 class CommanderView : public QMainWindow {
     Q_OBJECT
 public:
@@ -30,13 +45,25 @@ public:
     CommanderModel &model() const { return *m_model; }
     FilePane *leftPane() const { return m_leftPane; }
     FilePane *rightPane() const { return m_rightPane; }
+    CommanderToolBar *toolBar() const { return m_toolBar; }
+    QueueView *queueView() const { return m_queueView; }
+    StatusLine *statusLine() const { return m_statusLine; }
+    FunctionKeyBar *functionKeyBar() const { return m_functionKeys; }
+    ToolHost *toolHost() const { return m_toolHost; }
+    // The key-event monitor; none until the window is first shown.
+    KeyHandler *keyMonitor() const { return m_monitor; }
 
     CommanderTheme theme() const { return m_theme; }
     // Recolours the window and both panes.
     void applyTheme(CommanderTheme theme);
 
+protected:
+    void showEvent(QShowEvent *event) override;
+
 private:
     FilePane *makePane(PaneModel &pane, bool left);
+    void buildSurroundings(QVBoxLayout *layout, std::function<void(const std::filesystem::path &)> openFile);
+    void refreshWhenActive(Qt::ApplicationState state);
     void showActivePane();
 
     std::unique_ptr<CommanderModel> m_model;
@@ -44,6 +71,12 @@ private:
     QSplitter *m_splitter = nullptr;
     FilePane *m_leftPane = nullptr;
     FilePane *m_rightPane = nullptr;
+    CommanderToolBar *m_toolBar = nullptr;
+    QueueView *m_queueView = nullptr;
+    StatusLine *m_statusLine = nullptr;
+    FunctionKeyBar *m_functionKeys = nullptr;
+    ToolHost *m_toolHost = nullptr;
+    KeyHandler *m_monitor = nullptr;
 };
 
 } // namespace quillorn

@@ -39,18 +39,14 @@ wait_for() {
     return 1
 }
 
-# A display number nobody uses: no socket and no lock file.
-display=""
-for n in $(seq 91 140); do
-    if [ ! -e "/tmp/.X11-unix/X$n" ] && [ ! -e "/tmp/.X$n-lock" ]; then display=":$n"; break; fi
-done
-[ -n "$display" ] || { echo "HARNESS: no free X display number"; exit 1; }
-
-Xvfb "$display" -screen 0 1280x800x24 -nolisten tcp >"$work/xvfb.log" 2>&1 &
+# Xvfb picks a free display number itself (-displayfd), so runs side by side
+# never share a server.
+Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
 xvfb_pid=$!
-if ! wait_for 100 test -e "/tmp/.X11-unix/X${display#:}"; then
+if ! wait_for 100 test -s "$work/display"; then
     echo "HARNESS: Xvfb did not start"; cat "$work/xvfb.log"; exit 1
 fi
+display=":$(head -n1 "$work/display")"
 export DISPLAY=$display
 
 left=$work/Left
@@ -71,7 +67,7 @@ env -u DBUS_SESSION_BUS_ADDRESS -u WAYLAND_DISPLAY \
 app_pid=$!
 
 window=""
-find_window() { window=$(xdotool search --name '^Quillorn v' 2>/dev/null | head -n1); [ -n "$window" ]; }
+find_window() { window=$(xdotool search --onlyvisible --pid "$app_pid" --name '^Quillorn v' 2>/dev/null | head -n1); [ -n "$window" ]; }
 if ! wait_for 300 find_window; then
     echo "HARNESS: the main window did not appear"; cat "$work/app.log"; exit 1
 fi
@@ -81,7 +77,11 @@ sleep 1
 keys() { xdotool key --delay 60 "$@"; }
 # Xvfb runs no window manager, so nothing gives the main window the keyboard
 # back after an alert closes; each step starts by focusing it.
-refocus() { xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window"; sleep 0.2; }
+refocus() {
+    dialogs_gone
+    xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window"
+    sleep 0.2
+}
 # The listing is sorted folders first, then by name; Up from anywhere twenty
 # times lands on the first row, then Down picks the row wanted.
 cursor_to_row() {
@@ -92,8 +92,24 @@ cursor_to_row() {
     keys "${ups[@]}"
     for ((i = 0; i < row; i++)); do keys Down; done
 }
-# A modal alert or sheet needs a moment to take the keyboard.
-settle() { sleep 0.7; }
+# Waits until a sheet or alert is on screen (a second window of the program)
+# and has had a moment to take the keyboard.
+settle() {
+    local count
+    for _ in $(seq 150); do
+        count=$(xdotool search --onlyvisible --pid "$app_pid" 2>/dev/null | wc -l)
+        [ "$count" -ge 2 ] && { sleep 0.3; return 0; }
+        sleep 0.1
+    done
+    echo "note: no sheet or alert appeared"
+}
+# Waits until only the main window is left.
+dialogs_gone() {
+    for _ in $(seq 150); do
+        [ "$(xdotool search --onlyvisible --pid "$app_pid" 2>/dev/null | wc -l)" -le 1 ] && return 0
+        sleep 0.1
+    done
+}
 log_has() { [ -f "$log" ] && grep -qF -- "$1" "$log"; }
 
 # 1. Copy alpha.txt to the right pane: F5, then Return on "Add to queue".

@@ -9,7 +9,9 @@
 #include "testtree.h"
 
 #include <QAction>
+#include <QApplication>
 #include <QComboBox>
+#include <QMessageBox>
 #include <QSignalSpy>
 #include <QTest>
 
@@ -133,6 +135,41 @@ private Q_SLOTS:
         open = true;
         QTRY_VERIFY(!app.window().model().queue().hasWork());
         QVERIFY(app.window().close());
+    }
+
+    void ctrlWClosesATabOrElseTheWindow()
+    {
+        QuillornApp app({}, m_preferences.get());
+        app.window().show();
+        QApplication::setActiveWindow(&app.window());
+        QVERIFY(QTest::qWaitForWindowActive(&app.window()));
+        app.window().model().left().newTab();
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_W, Qt::ControlModifier);
+        QCOMPARE(int(app.window().model().left().tabs().size()), 1);
+        QVERIFY(app.window().isVisible());
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_W, Qt::ControlModifier);
+        QVERIFY(!app.window().isVisible());
+    }
+
+    void askingTheApplicationToQuitPassesTheQuitGuard()
+    {
+        QuillornApp app({}, m_preferences.get());
+        app.window().show();
+        std::atomic<bool> open{false};
+        app.window().model().queue().enqueue("Copy 1 → Photos", [&open](OperationControl &control) {
+            while (!open) {
+                control.check();
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        });
+        // What QCoreApplication::quit() sends, which first asks every window to close.
+        QEvent quit(QEvent::Quit);
+        QCoreApplication::sendEvent(qApp, &quit);
+        QVERIFY(app.window().isVisible());
+        QVERIFY(!quit.isAccepted());
+        QTRY_VERIFY(QApplication::activeModalWidget() || app.window().findChild<QMessageBox *>("quitAlert"));
+        open = true;
+        QTRY_VERIFY(!app.window().model().queue().hasWork());
     }
 
 private:
