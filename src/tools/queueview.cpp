@@ -226,6 +226,7 @@ void QueueView::rebuildRows()
     for (const QueueItem &item : m_queue.items()) {
         QWidget *row = makeRow(item);
         m_rows->insertWidget(position++, row);
+        row->show(); // at once, not when the layout gets round to it
         height += row->sizeHint().height() + m_rows->spacing();
     }
     // As tall as the rows, up to a few of them; more scroll.

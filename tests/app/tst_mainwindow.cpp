@@ -180,6 +180,14 @@ private Q_SLOTS:
             QCOMPARE(colourAt(m_view->queueView(), QPoint(2, 2)), palette.bar);
             QPushButton *f1 = m_view->functionKeyBar()->button(1);
             QCOMPARE(colourAt(f1, QPoint(4, f1->height() / 2)), palette.button);
+            // The failed job's row is drawn, its state in orange.
+            const QRect queueArea(m_view->queueView()->mapTo(m_view.get(), QPoint(0, 0)),
+                                  m_view->queueView()->size());
+            bool orange = false;
+            for (int y = queueArea.top(); y <= queueArea.bottom() && !orange; ++y)
+                for (int x = queueArea.left(); x <= queueArea.right() && !orange; ++x)
+                    orange = image.pixelColor(x, y) == QueueView::failureColour;
+            QVERIFY(orange);
             QToolButton *search = m_view->toolBar()->button("Search");
             QCOMPARE(colourAt(search, QPoint(4, search->height() / 2)), palette.button);
             if (!folder.isEmpty()) {
