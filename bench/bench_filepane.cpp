@@ -117,10 +117,19 @@ struct Shown {
     PaintCounter counter{&paints};
 };
 
+// Owned here rather than as a function-local static, so the widgets go before the
+// QApplication that main() owns.
+std::unique_ptr<Shown> &shownInstance()
+{
+    static std::unique_ptr<Shown> instance;
+    return instance;
+}
+
 Shown &shown()
 {
-    static Shown instance;
-    return instance;
+    if (!shownInstance())
+        shownInstance() = std::make_unique<Shown>();
+    return *shownInstance();
 }
 
 void timed(benchmark::State &state, const std::function<void()> &step)
@@ -223,5 +232,6 @@ int main(int argc, char **argv)
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
+    shownInstance().reset();
     return 0;
 }
