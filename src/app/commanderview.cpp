@@ -17,6 +17,7 @@
 
 #include <QApplication>
 #include <QSplitter>
+#include <QGuiApplication>
 #include <QVBoxLayout>
 
 namespace quillorn {
@@ -39,6 +40,11 @@ CommanderModelOptions withDefaults(CommanderModelOptions options, QWidget *windo
     fill(desktop.alert, standard.alert);
     fill(desktop.prompt, standard.prompt);
     fill(desktop.requestQuit, standard.requestQuit);
+    // The panes' periodic refresh runs only while Quillorn is the application in front.
+    if (!options.panes.applicationIsActive)
+        options.panes.applicationIsActive = [] {
+            return QGuiApplication::applicationState() == Qt::ApplicationActive;
+        };
     return options;
 }
 

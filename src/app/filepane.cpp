@@ -374,7 +374,7 @@ void FilePane::paintEvent(QPaintEvent *)
     QColor outline = m_active ? c.accent : c.border;
     outline.setAlphaF(m_active ? 0.8f : 0.5f);
     painter.setPen(QPen(outline, 1));
-    painter.setBrush(c.pane);
+    painter.setBrush(QColor(c.pane));
     painter.drawRoundedRect(QRectF(rect()).adjusted(0.5, 0.5, -0.5, -0.5), 6, 6);
 }
 

@@ -49,7 +49,7 @@ StatusLine::StatusLine(CommanderModel &model, QWidget *parent) : QWidget(parent)
 void StatusLine::setTheme(CommanderTheme theme)
 {
     QPalette hintPalette = m_hint->palette();
-    QColor secondary = colours(theme).border.lighter(160);
+    QColor secondary = QColor(colours(theme).border).lighter(160);
     hintPalette.setColor(QPalette::WindowText, secondary);
     m_hint->setPalette(hintPalette);
 }

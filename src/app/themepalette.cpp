@@ -27,10 +27,10 @@ QPalette themePalette(CommanderTheme theme)
         palette.setColor(group, QPalette::Link, c.accent);
         palette.setColor(group, QPalette::ToolTipBase, c.bar);
         palette.setColor(group, QPalette::ToolTipText, text);
-        palette.setColor(group, QPalette::Light, c.button.lighter(130));
-        palette.setColor(group, QPalette::Midlight, c.button.lighter(115));
+        palette.setColor(group, QPalette::Light, QColor(c.button).lighter(130));
+        palette.setColor(group, QPalette::Midlight, QColor(c.button).lighter(115));
         palette.setColor(group, QPalette::Mid, c.bar);
-        palette.setColor(group, QPalette::Dark, c.window.darker(130));
+        palette.setColor(group, QPalette::Dark, QColor(c.window).darker(130));
         palette.setColor(group, QPalette::Shadow, Qt::black);
     }
     return palette;

@@ -29,10 +29,10 @@ constexpr std::array<PaletteRow, 12> kPalettes{{
     {0x002B36, 0x073642, 0x124550, 0x164954, 0x1C515B, 0x235862, 0x1E656F, 0xB58900, 0x5B7378}, // solarized
 }};
 
-QColor opaque(std::uint32_t rgb)
+ThemeColour opaque(std::uint32_t rgb)
 {
-    return QColor::fromRgb(static_cast<int>((rgb >> 16) & 0xFF), static_cast<int>((rgb >> 8) & 0xFF),
-                           static_cast<int>(rgb & 0xFF));
+    return {static_cast<std::uint8_t>((rgb >> 16) & 0xFF), static_cast<std::uint8_t>((rgb >> 8) & 0xFF),
+            static_cast<std::uint8_t>(rgb & 0xFF)};
 }
 
 } // namespace

@@ -2,22 +2,44 @@
 
 #include "model/commandertheme.h"
 
-#include <QColor>
+#include <QString>
+
+#include <cstdint>
 
 namespace quillorn {
+
+// An opaque sRGB colour of three 8-bit channels. The model stays free of any GUI
+// library; where a view draws, the value converts to the toolkit's colour type.
+struct ThemeColour {
+    std::uint8_t red = 0;
+    std::uint8_t green = 0;
+    std::uint8_t blue = 0;
+
+    // "#rrggbb", as style sheets take it.
+    QString name() const { return QString::asprintf("#%02x%02x%02x", red, green, blue); }
+
+    template <typename Colour>
+        requires requires { Colour(int(), int(), int()); }
+    operator Colour() const
+    {
+        return Colour(int(red), int(green), int(blue));
+    }
+
+    friend bool operator==(const ThemeColour &, const ThemeColour &) = default;
+};
 
 // A theme's nine colour roles. Every colour is opaque sRGB; the reduced
 // opacities of the cursor row, separators and outlines are applied by the views.
 struct CommanderThemeColours {
-    QColor window;       // main window and tool sheets
-    QColor pane;         // file pane background
-    QColor bar;          // bars
-    QColor row;          // even list rows
-    QColor alternateRow; // odd list rows
-    QColor button;       // button surfaces
-    QColor selection;    // tagged rows, cursor row, current tab
-    QColor accent;       // highlights
-    QColor border;       // inactive outline, row separators
+    ThemeColour window;       // main window and tool sheets
+    ThemeColour pane;         // file pane background
+    ThemeColour bar;          // bars
+    ThemeColour row;          // even list rows
+    ThemeColour alternateRow; // odd list rows
+    ThemeColour button;       // button surfaces
+    ThemeColour selection;    // tagged rows, cursor row, current tab
+    ThemeColour accent;       // highlights
+    ThemeColour border;       // inactive outline, row separators
 
     friend bool operator==(const CommanderThemeColours &, const CommanderThemeColours &) = default;
 };

@@ -7,7 +7,6 @@
 #include "platform/core/receiverguard.h"
 
 #include <QCoreApplication>
-#include <QGuiApplication>
 #include <QPointer>
 #include <QThreadPool>
 #include <algorithm>
@@ -438,11 +437,9 @@ void PaneModel::metadataTick()
 
 bool PaneModel::applicationActive() const
 {
-    if (m_applicationIsActive)
-        return m_applicationIsActive();
-    if (qobject_cast<QGuiApplication *>(QCoreApplication::instance()))
-        return QGuiApplication::applicationState() == Qt::ApplicationActive;
-    return true; // no windows, nothing to be in front of
+    // The window layer supplies the desktop's answer; without one there is nothing
+    // to be in front of.
+    return m_applicationIsActive ? m_applicationIsActive() : true;
 }
 
 void PaneModel::watchDirectory()

@@ -26,7 +26,7 @@ class ReceiverGuard;
 struct PaneModelOptions {
     Preferences *preferences = nullptr;        // nullptr: Preferences::standard()
     int metadataIntervalMs = 5000;             // injectable for tests
-    std::function<bool()> applicationIsActive; // empty: QGuiApplication state / always true without a GUI
+    std::function<bool()> applicationIsActive; // empty: always active (the window supplies the real test)
 };
 
 // One pane's state: the folder shown, its listing, filter, order, cursor, tags,
