@@ -59,7 +59,7 @@ test: deps
 bench: bench-deps
 	@[ -f $(BENCH_BUILD)/build.ninja ] || cmake -S . -B $(BENCH_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Release -DQUILLORN_TESTS=OFF -DQUILLORN_BENCH=ON
 	cmake --build $(BENCH_BUILD) -j $(JOBS)
-	@set -e; for b in $(BENCH_BUILD)/bench/bench_*; do [ -x "$$b" ] || continue; echo "== $$b"; "$$b"; done
+	@set -e; for b in $(BENCH_BUILD)/bench/bench_*; do [ -f "$$b" ] && [ -x "$$b" ] || continue; echo "== $$b"; "$$b"; done
 	@set -e; for s in bench/*.sh; do [ -f "$$s" ] || continue; echo "== $$s"; BENCH_BUILD=$(BENCH_BUILD) bash "$$s"; done
 
 install: build
