@@ -59,7 +59,10 @@ printf 'beta already here\n' >"$right/beta.txt"
 printf 'zeta\n' >"$right/zeta.txt"
 log=$work/data/Quillorn/Logs/Quillorn.log
 
-env -u DBUS_SESSION_BUS_ADDRESS -u WAYLAND_DISPLAY \
+# A bus address that answers at once with "no such socket": with none at all,
+# libdbus autolaunches a bus by forking from a threaded process, which can hang
+# the child inside the sanitizer's allocator and the window with it.
+env -u WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS="unix:path=$work/no-session-bus" \
     QT_QPA_PLATFORM=xcb XDG_DATA_HOME="$work/data" XDG_CONFIG_HOME="$work/config" \
     QUILLORN_RELEASE_PREVIEW_LEFT="$left" QUILLORN_RELEASE_PREVIEW_RIGHT="$right" \
     ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=0}" \
