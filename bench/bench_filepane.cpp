@@ -6,6 +6,7 @@
 // the same folder bench_pane lists.
 #include "app/detail/panetableview.h"
 #include "app/filepane.h"
+#include "benchfolder.h"
 #include "model/panemodel.h"
 #include "platform/core/preferences.h"
 
@@ -26,44 +27,9 @@ namespace fs = std::filesystem;
 
 namespace {
 
-constexpr int fileCount = 100'000;
-
-fs::path benchRoot()
-{
-    const char *custom = std::getenv("QUILLORN_BENCH_FOLDER");
-    return custom ? fs::path(custom) : fs::path("/tmp/quillorn-bench-pane");
-}
-
-std::string nameFor(int i)
-{
-    static const char *const words[] = {"Report",  "photo", "IMG",    "notes",
-                                        "Invoice", "draft", "backup", "Übersicht"};
-    static const char *const extensions[] = {".txt", ".jpg", ".pdf", ".tar.gz", ""};
-    return std::string(words[i % 8]) + " " + std::to_string(i * 7919 % fileCount) + extensions[i % 5];
-}
-
-const fs::path &bigFolder()
-{
-    static const fs::path folder = [] {
-        const fs::path path = benchRoot() / "100k";
-        const fs::path done = benchRoot() / "100k.complete";
-        if (!fs::exists(done)) {
-            fs::remove_all(path);
-            fs::create_directories(path);
-            for (int i = 0; i < fileCount; ++i) {
-                const int fd = ::open((path / nameFor(i)).c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644);
-                if (fd < 0 || ::write(fd, "x", static_cast<size_t>(i % 3)) < 0)
-                    std::abort();
-                ::close(fd);
-            }
-            for (int i = 0; i < 50; ++i)
-                fs::create_directory(path / ("folder " + std::to_string(i)));
-            std::ofstream(done) << "ok";
-        }
-        return path;
-    }();
-    return folder;
-}
+using bench::benchRoot;
+using bench::bigFolder;
+using bench::fileCount;
 
 // One shown pane on the big folder, listed once for all benchmarks.
 struct Shown {
