@@ -293,7 +293,7 @@ void FilePane::updateLoading()
 
 void FilePane::updateFooter()
 {
-    m_itemCount->setText(tr("%1 items").arg(m_pane.visible().size()));
+    m_itemCount->setText(tr("%1 items").arg(m_pane.visibleCount()));
     m_taggedCount->setText(tr("%1 tagged").arg(m_pane.selection().size()));
 }
 

@@ -220,31 +220,24 @@ void KeyHandler::selectAll()
 {
     PaneModel &active = m_model.active();
     std::set<std::filesystem::path> all;
-    for (const FileEntry &entry : active.visible())
-        all.insert(entry.id());
+    const int count = active.visibleCount();
+    for (int row = 0; row < count; ++row)
+        all.insert(active.visibleAt(row).id());
     active.setSelection(std::move(all));
-    if (active.visible().empty())
-        active.setCursor(std::nullopt);
-    else
-        active.setCursor(active.visible().front().id());
+    active.setCursor(count == 0 ? std::nullopt : std::optional(active.visibleAt(0).id()));
 }
 
 void KeyHandler::openCurrent()
 {
     PaneModel &active = m_model.active();
-    const std::vector<FileEntry> &visible = active.visible();
     const FileEntry *chosen = nullptr;
     if (const auto &cursor = active.cursor()) {
         if (const auto index = active.visibleIndexOf(*cursor))
-            chosen = &visible[std::size_t(*index)];
+            chosen = &active.visibleAt(*index);
     }
-    if (!chosen) {
-        for (const FileEntry &entry : visible) {
-            if (active.isTagged(entry.id())) {
-                chosen = &entry;
-                break;
-            }
-        }
+    for (int row = 0; !chosen && !active.selection().empty() && row < active.visibleCount(); ++row) {
+        if (active.isTagged(active.visibleAt(row).id()))
+            chosen = &active.visibleAt(row);
     }
     if (chosen) {
         const FileEntry entry = *chosen; // open() may re-list and invalidate `visible`

@@ -28,9 +28,8 @@ void applyRowClick(PaneModel &pane, const fs::path &url, Qt::KeyboardModifiers m
         const auto target = pane.visibleIndexOf(url);
         if (anchor && target) {
             auto selection = pane.selection();
-            const auto &visible = pane.visible();
             for (int i = std::min(*anchor, *target); i <= std::max(*anchor, *target); ++i)
-                selection.insert(visible[static_cast<std::size_t>(i)].url());
+                selection.insert(pane.visibleAt(i).url());
             pane.setSelection(std::move(selection));
             pane.setCursor(url);
             return;

@@ -8,7 +8,7 @@
 namespace quillorn::detail {
 
 PaneTableModel::PaneTableModel(PaneModel &pane, QObject *parent)
-    : QAbstractTableModel(parent), m_pane(pane), m_rows(static_cast<int>(pane.visible().size())),
+    : QAbstractTableModel(parent), m_pane(pane), m_rows(pane.visibleCount()),
       m_shownCursor(pane.cursor())
 {
     connect(&m_pane, &PaneModel::visibleChanged, this, &PaneTableModel::resetRows);
@@ -31,10 +31,9 @@ int PaneTableModel::columnCount(const QModelIndex &parent) const
 
 const FileEntry *PaneTableModel::entryAt(int row) const
 {
-    const auto &visible = m_pane.visible();
-    if (row < 0 || row >= m_rows || row >= static_cast<int>(visible.size()))
+    if (row < 0 || row >= m_rows || row >= m_pane.visibleCount())
         return nullptr;
-    return &visible[static_cast<std::size_t>(row)];
+    return &m_pane.visibleAt(row);
 }
 
 std::optional<int> PaneTableModel::rowOf(const std::filesystem::path &url) const
@@ -117,7 +116,7 @@ Qt::ItemFlags PaneTableModel::flags(const QModelIndex &index) const
 void PaneTableModel::resetRows()
 {
     beginResetModel();
-    m_rows = static_cast<int>(m_pane.visible().size());
+    m_rows = m_pane.visibleCount();
     m_shownCursor = m_pane.cursor();
     endResetModel();
 }
