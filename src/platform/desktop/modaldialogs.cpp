@@ -5,13 +5,37 @@
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
+#include <QPointer>
 #include <QPushButton>
 #include <QVBoxLayout>
 
 namespace quillorn {
 
+namespace {
+
+// Gives the keyboard back to the window the dialog came from as the dialog goes,
+// also where no window manager would hand it back: otherwise the next key after
+// an alert or a prompt reaches nothing.
+class KeyboardReturn {
+public:
+    explicit KeyboardReturn(QWidget *parent) : m_window(parent ? parent->window() : nullptr) {}
+    ~KeyboardReturn()
+    {
+        if (m_window)
+            m_window->activateWindow();
+    }
+    KeyboardReturn(const KeyboardReturn &) = delete;
+    KeyboardReturn &operator=(const KeyboardReturn &) = delete;
+
+private:
+    QPointer<QWidget> m_window;
+};
+
+} // namespace
+
 int runAlert(QWidget *parent, const AlertRequest &alert)
 {
+    const KeyboardReturn keyboardReturn(parent);
     QMessageBox box(parent);
     box.setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
     box.setIcon(QMessageBox::NoIcon);
@@ -37,6 +61,7 @@ int runAlert(QWidget *parent, const AlertRequest &alert)
 
 std::optional<QString> askForText(QWidget *parent, const QString &title, const QString &value)
 {
+    const KeyboardReturn keyboardReturn(parent);
     QDialog dialog(parent);
     dialog.setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
     dialog.setWindowTitle(title);
