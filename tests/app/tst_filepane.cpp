@@ -1,385 +1,389 @@
-#include "panefixture.h"
-
 #include "app/detail/busyoverlay.h"
+#include "app/detail/paneheaderbar.h"
 #include "app/detail/paneinput.h"
 #include "app/detail/panerowdelegate.h"
+#include "app/detail/panetablemodel.h"
+#include "app/detail/panetableview.h"
+#include "app/detail/panetabstrip.h"
+#include "app/filepane.h"
 #include "model/commanderthemecolours.h"
+#include "model/panemodel.h"
 #include "platform/core/numericdate.h"
+#include "platform/core/preferences.h"
 #include "platform/desktop/bytecount.h"
 #include "platform/desktop/fileurl.h"
+#include "testtree.h"
 
 #include <QAbstractItemModelTester>
 #include <QApplication>
+#include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
+#include <QMenu>
 #include <QMimeData>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QSignalSpy>
+#include <QTest>
 #include <QToolButton>
 
+#include <memory>
+
 using namespace quillorn;
-using namespace quillorn::test;
 namespace fs = std::filesystem;
 
+namespace {
+
+// One pane on a real folder, drawn by a shown FilePane.
+struct PaneFixture {
+    PaneFixture(const fs::path &folder, Preferences &preferences)
+    {
+        PaneModelOptions options;
+        options.preferences = &preferences;
+        options.metadataIntervalMs = 3'600'000;
+        options.applicationIsActive = [] { return false; };
+        pane = std::make_unique<PaneModel>(folder, QString(), options);
+        QSignalSpy listed(pane.get(), &PaneModel::listingApplied);
+        view = std::make_unique<FilePane>(*pane);
+        view->activate = [this] { ++activations; };
+        view->open = [this](const FileEntry &entry) { opened.push_back(entry.url()); };
+        view->drop = [this](const std::vector<fs::path> &files) { dropped.push_back(files); };
+        view->resize(640, 520);
+        view->show();
+        QVERIFY(QTest::qWaitForWindowExposed(view.get()));
+        QVERIFY(!pane->loading() || listed.wait(5000));
+    }
+
+    detail::PaneTableView *list() const { return view->listView(); }
+    detail::PaneTableModel *model() const { return view->listModel(); }
+    QString text(int row, int column) const { return model()->index(row, column).data().toString(); }
+    fs::path urlAt(int row) const { return pane->visible().at(std::size_t(row)).url(); }
+    QPoint rowPoint(int row) const { return list()->visualRect(model()->index(row, 0)).center(); }
+    bool shows(int row) const { return list()->viewport()->rect().contains(rowPoint(row)); }
+    int scrolled() const { return list()->verticalScrollBar()->value(); }
+    void click(int row, Qt::KeyboardModifiers modifiers = Qt::NoModifier) const
+    {
+        QTest::mouseClick(list()->viewport(), Qt::LeftButton, modifiers, rowPoint(row));
+    }
+    template <typename T> T *child(const char *name) const { return view->findChild<T *>(name); }
+    bool relist() const
+    {
+        QSignalSpy listed(pane.get(), &PaneModel::listingApplied);
+        pane->refresh();
+        return listed.wait(5000);
+    }
+
+    std::unique_ptr<PaneModel> pane;
+    std::unique_ptr<FilePane> view;
+    int activations = 0;
+    std::vector<fs::path> opened;
+    std::vector<std::vector<fs::path>> dropped;
+};
+
+} // namespace
+
+// The pane view over real folders: listing, mouse, drag and drop, header, tabs
+// and fields. "files" lists dir, f0 ... f5 (f<n> holds 10n bytes); "many" holds
+// 200 files and one folder.
 class TestFilePane : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    void init()
+    {
+        m_tree = std::make_unique<test::TestTree>();
+        m_tree->folder("files/dir");
+        for (int i = 0; i < 6; ++i)
+            m_tree->file("files/f" + std::to_string(i), std::string(std::size_t(i * 10), 'x'));
+        for (int i = 0; i < 200; ++i)
+            m_tree->file("many/item" + std::to_string(1000 + i));
+        m_tree->folder("many/zz-sub");
+        m_preferences =
+            std::make_unique<Preferences>(QString::fromStdString((*m_tree / "prefs.ini").string()));
+    }
+
+    void cleanup()
+    {
+        m_pane.reset();
+        m_preferences.reset();
+        m_tree.reset();
+    }
+
     void itemModelPassesTesterThroughChanges()
     {
-        test::TestTree tree;
-        tree.folder("b-folder");
-        tree.file("a.txt", "hello");
-        tree.file("c.txt");
-        PaneFixture f(tree.root(), tree.root());
+        PaneFixture &f = open("files");
         QAbstractItemModelTester tester(f.model(), QAbstractItemModelTester::FailureReportingMode::QtTest);
-        QCOMPARE(f.model()->rowCount(), 3);
-        QCOMPARE(f.model()->columnCount(), 3);
-        f.pane->setFilter("txt");
-        QCOMPARE(f.model()->rowCount(), 2);
-        f.pane->setSort(FileSort::size);
-        f.pane->setAscending(false);
-        f.pane->setFilter("");
-        f.pane->setSelection({tree / "a.txt", tree / "c.txt"});
-        f.pane->setCursor(tree / "c.txt");
-        tree.file("d.txt");
-        QVERIFY(f.relist());
-        QCOMPARE(f.model()->rowCount(), 4);
-        fs::remove(tree / "a.txt");
-        QVERIFY(f.relist());
-        QCOMPARE(f.model()->rowCount(), 3);
-    }
-
-    void tagAndCursorChangesRepaintRowsWithoutReset()
-    {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
-        QSignalSpy resets(f.model(), &QAbstractItemModel::modelReset);
-        QSignalSpy changes(f.model(), &QAbstractItemModel::dataChanged);
-        f.pane->setSelection({f.urlAt(1), f.urlAt(3)});
-        QCOMPARE(changes.count(), 1);
-        QVERIFY(changes.at(0).at(0).toModelIndex().row() <= 1);
-        QVERIFY(changes.at(0).at(1).toModelIndex().row() >= 3);
-        f.pane->setCursor(f.urlAt(4));
-        QCOMPARE(changes.count(), 3); // the row it left and the row it reached
-        QCOMPARE(changes.at(2).at(0).toModelIndex().row(), 4);
-        QCOMPARE(changes.at(2).at(1).toModelIndex().row(), 4);
-        QCOMPARE(resets.count(), 0);
-        QVERIFY(f.model()->index(1, 0).data(detail::PaneTableModel::taggedRole).toBool());
-        QVERIFY(!f.model()->index(2, 0).data(detail::PaneTableModel::taggedRole).toBool());
-        QVERIFY(f.model()->index(4, 2).data(detail::PaneTableModel::cursorRole).toBool());
         f.pane->setFilter("f");
-        QCOMPARE(resets.count(), 1);
+        f.pane->setSort(FileSort::size);
+        f.pane->setSelection({f.urlAt(1), f.urlAt(2)});
+        m_tree->file("files/g");
+        fs::remove(f.urlAt(1));
+        QVERIFY(f.relist());
+        QCOMPARE(f.model()->rowCount(), 6);
     }
 
-    void rowColoursFollowTagsCursorAndParity()
+    void rowsShowDirSizeDateAndColours()
     {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
+        PaneFixture &f = open("files");
+        QCOMPARE(f.text(0, 1), "<DIR>");
+        QCOMPARE(f.text(6, 1), formattedByteCount(50));
+        QCOMPARE(f.text(1, 2), formatNumericDate(f.pane->visible().at(1).modified));
         f.view->setTheme(CommanderTheme::forest);
         const CommanderThemeColours c = colours(CommanderTheme::forest);
         auto *delegate = qobject_cast<detail::PaneRowDelegate *>(f.list()->itemDelegate());
-        QVERIFY(delegate);
-        f.pane->setSelection({f.urlAt(1), f.urlAt(2)});
+        f.pane->setSelection({f.urlAt(2)});
         f.pane->setCursor(f.urlAt(2));
-        auto background = [&](int row, int column) {
-            return delegate->rowBackground(f.model()->index(row, column));
-        };
-        QCOMPARE(background(1, 0), c.selection);
-        QCOMPARE(background(2, 2), c.selection); // tagged wins over the cursor
-        f.pane->setCursor(f.urlAt(3));
-        QColor cursor = c.selection;
-        cursor.setAlphaF(0.45f);
-        QCOMPARE(background(3, 1), cursor);
-        QCOMPARE(background(4, 0), c.row);
-        QCOMPARE(background(5, 0), c.alternateRow);
-
-        // And that is what reaches the screen: sample the tagged row's left edge.
-        const QImage image = f.list()->viewport()->grab().toImage();
-        const QRect tagged = f.list()->visualRect(f.model()->index(1, 0));
-        QCOMPARE(image.pixelColor(tagged.left() + 2, tagged.center().y()), c.selection);
-        const QRect plain = f.list()->visualRect(f.model()->index(4, 0));
-        QCOMPARE(image.pixelColor(plain.left() + 2, plain.center().y()), c.row);
+        QCOMPARE(delegate->rowBackground(f.model()->index(2, 1)), c.selection); // tagged wins over the cursor
+        QCOMPARE(delegate->rowBackground(f.model()->index(5, 1)), c.alternateRow);
+        const QImage image = f.list()->viewport()->grab().toImage(); // and that is what is drawn
+        QCOMPARE(image.pixelColor(2, f.rowPoint(2).y()), c.selection);
+        QCOMPARE(image.pixelColor(2, f.rowPoint(4).y()), c.row);
     }
 
-    void rowsShowDirSizeAndNumericDate()
+    void clicksMoveTheCursorAndTag()
     {
-        test::TestTree tree;
-        tree.folder("sub");
-        tree.file("empty");
-        tree.file("big", std::string(12'345, 'x'));
-        PaneFixture f(tree.root(), tree.root());
-        const int dir = f.rowOfName("sub");
-        QCOMPARE(dir, 0); // folders first
-        QCOMPARE(f.model()->index(dir, 1).data().toString(), "<DIR>");
-        QCOMPARE(f.model()->index(f.rowOfName("empty"), 1).data().toString(), formattedByteCount(0));
-        QCOMPARE(f.model()->index(f.rowOfName("big"), 1).data().toString(), formattedByteCount(12'345));
-        QVERIFY(formattedByteCount(12'345).contains("12"));
-        const FileEntry &big = f.pane->visible().at(std::size_t(f.rowOfName("big")));
-        QCOMPARE(f.model()->index(f.rowOfName("big"), 2).data().toString(), formatNumericDate(big.modified));
-        QCOMPARE(f.model()->index(f.rowOfName("big"), 0).data().toString(), "big");
-    }
-
-    void plainThenShiftClickTagsTheRange()
-    {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
+        PaneFixture &f = open("files");
         f.click(2);
         QVERIFY(f.pane->selection().empty());
         QCOMPARE(f.pane->cursor(), std::optional(f.urlAt(2)));
-        f.click(5, Qt::ShiftModifier);
-        const std::set<fs::path> expected{f.urlAt(2), f.urlAt(3), f.urlAt(4), f.urlAt(5)};
-        QCOMPARE(f.pane->selection(), expected);
-        QCOMPARE(f.pane->cursor(), std::optional(f.urlAt(5)));
         QVERIFY(f.activations > 0);
-        // Shift-click upwards adds, it never removes.
-        f.click(0, Qt::ShiftModifier);
-        QCOMPARE(f.pane->selection().size(), std::size_t(6));
+        f.click(4, Qt::ShiftModifier);
+        QCOMPARE(f.pane->selection(), (std::set<fs::path>{f.urlAt(2), f.urlAt(3), f.urlAt(4)}));
+        f.click(0, Qt::ShiftModifier); // upwards adds, it never removes
+        QCOMPARE(f.pane->selection().size(), std::size_t(5));
+        f.click(3, Qt::ControlModifier);
+        QVERIFY(!f.pane->selection().count(f.urlAt(3)));
+        QCOMPARE(f.pane->cursor(), std::optional(f.urlAt(3)));
+        // Tags the filter hides count in the footer, and a plain click clears them too.
+        auto *filter = f.child<QLineEdit>("filterField");
+        filter->setFocus();
+        QTest::keyClicks(filter, "f1");
+        QCOMPARE(f.child<QLabel>("footerItems")->text(), "1 items");
+        QCOMPARE(f.child<QLabel>("footerTagged")->text(), "4 tagged");
+        f.click(0);
+        QVERIFY(f.pane->selection().empty());
+        QVERIFY(!filter->hasFocus() && !f.list()->hasFocus()); // the listing never keeps the keyboard
     }
 
     void shiftClickWithoutVisibleCursorActsAsPlainClick()
     {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
-        f.pane->setSelection({f.urlAt(0)});
-        f.pane->setCursor(f.urlAt(0)); // f0, about to be hidden with its tag
+        PaneFixture &f = open("files");
+        f.pane->setSelection({f.urlAt(1)});
+        f.pane->setCursor(f.urlAt(1)); // f0, about to be hidden with its tag
         f.pane->setFilter("f4");
-        QCOMPARE(f.model()->rowCount(), 1);
         f.click(0, Qt::ShiftModifier);
         QVERIFY(f.pane->selection().empty());
-        QCOMPARE(f.pane->cursor(), std::optional(tree / "files" / "f4"));
-    }
-
-    void ctrlClickTogglesTagAndMovesCursor()
-    {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
-        f.click(1, Qt::ControlModifier);
-        f.click(3, Qt::ControlModifier);
-        QCOMPARE(f.pane->selection(), (std::set<fs::path>{f.urlAt(1), f.urlAt(3)}));
-        f.click(1, Qt::ControlModifier);
-        QCOMPARE(f.pane->selection(), (std::set<fs::path>{f.urlAt(3)}));
-        QCOMPARE(f.pane->cursor(), std::optional(f.urlAt(1)));
-    }
-
-    void plainClickClearsTagsHiddenByFilter()
-    {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
-        f.pane->setSelection({f.urlAt(0), f.urlAt(5)});
-        f.pane->setFilter("f5");
-        QCOMPARE(f.model()->rowCount(), 1);
-        f.pane->setFilter("f");
-        f.pane->setFilter("f1");
-        f.click(0);
-        QVERIFY(f.pane->selection().empty());
-        QCOMPARE(f.pane->cursor(), std::optional(tree / "files" / "f1"));
-    }
-
-    void footerCountsVisibleItemsAndAllTags()
-    {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
-        auto *items = f.child<QLabel>("footerItems");
-        auto *tagged = f.child<QLabel>("footerTagged");
-        QCOMPARE(items->text(), "6 items");
-        QCOMPARE(tagged->text(), "0 tagged");
-        f.pane->setSelection({f.urlAt(1), f.urlAt(2)});
-        f.child<QLineEdit>("filterField")->setFocus();
-        QTest::keyClicks(f.child<QLineEdit>("filterField"), "f2");
-        QCOMPARE(f.pane->filter(), "f2");
-        QCOMPARE(items->text(), "1 items");
-        QCOMPARE(tagged->text(), "2 tagged");
+        QCOMPARE(f.pane->cursor(), std::optional(*m_tree / "files/f4"));
     }
 
     void dropPassesOnlyFilesInOrder()
     {
-        test::TestTree tree;
-        const fs::path first = tree.file("first.txt");
-        const fs::path second = tree.file("second.txt");
-        PaneFixture f(tree.root(), tree.root());
-        QMimeData mime;
-        mime.setUrls({fileUrl(second), QUrl("https://example.com/page"), fileUrl(first)});
-        QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(f.view.get(), &enter);
-        QVERIFY(enter.isAccepted());
-        QDropEvent drop(QPointF(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(f.view.get(), &drop);
-        QVERIFY(drop.isAccepted());
+        PaneFixture &f = open("files");
+        const auto dropUrls = [&](const QList<QUrl> &urls) {
+            QMimeData mime;
+            mime.setUrls(urls);
+            QDragEnterEvent enter(QPoint(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(f.view.get(), &enter);
+            QDropEvent drop(QPointF(20, 20), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+            QApplication::sendEvent(f.view.get(), &drop);
+            return drop.isAccepted();
+        };
+        QVERIFY(dropUrls({fileUrl(f.urlAt(3)), QUrl("https://example.com/page"), fileUrl(f.urlAt(2))}));
         QTRY_COMPARE(f.dropped.size(), std::size_t(1));
-        QCOMPARE(f.dropped.at(0), (std::vector<fs::path>{second, first}));
-
-        QMimeData webOnly;
-        webOnly.setUrls({QUrl("https://example.com/")});
-        QDragEnterEvent enterWeb(QPoint(20, 20), Qt::CopyAction, &webOnly, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(f.view.get(), &enterWeb);
-        QDropEvent nothing(QPointF(20, 20), Qt::CopyAction, &webOnly, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(f.view.get(), &nothing);
-        QVERIFY(nothing.isAccepted());
+        QVERIFY(dropUrls({QUrl("https://example.com/")}));
         QTest::qWait(20);
-        QCOMPARE(f.dropped.size(), std::size_t(1));
+        QCOMPARE(f.dropped, (std::vector<std::vector<fs::path>>{{f.urlAt(3), f.urlAt(2)}}));
     }
 
-    void invalidUtf8NameIsDrawnAndSelectable()
+    void invalidUtf8NameIsDrawnSelectableAndDragged()
     {
-        test::TestTree tree;
-        const fs::path odd = tree.file(std::string("bad\xff\xfe name"), "x");
-        tree.file("good");
-        PaneFixture f(tree.root(), tree.root());
-        const int row = f.rowOfName(odd.filename().native());
-        QVERIFY(row >= 0);
-        const QString shown = f.model()->index(row, 0).data().toString();
-        QVERIFY(shown.contains(QChar(0xFFFD)));
-        QVERIFY(shown.startsWith("bad"));
-        f.click(row, Qt::ControlModifier);
-        QCOMPARE(f.pane->cursor(), std::optional(odd));
+        const fs::path odd = m_tree->file(std::string("odd/bad\xff\xfe name"), "x");
+        PaneFixture &f = open("odd");
+        QVERIFY(f.text(0, 0).startsWith(QStringLiteral("bad") + QChar(0xFFFD)));
+        f.click(0, Qt::ControlModifier);
         QCOMPARE(f.pane->selection(), std::set<fs::path>{odd});
-        // The bytes survive a drag out and a drop back in.
-        const auto dragged = detail::dragData(odd);
-        QCOMPARE(dragged->urls().size(), 1);
-        QVERIFY(dragged->urls().at(0).isLocalFile());
-        QCOMPARE(detail::droppedFiles(*dragged), std::vector<fs::path>{odd});
+        QCOMPARE(detail::droppedFiles(*detail::dragData(odd)), std::vector<fs::path>{odd});
     }
 
-    void errorViewShowsMessageAndRetryLists()
+    void missingFolderShowsErrorAndRetryLists()
     {
-        test::TestTree tree;
-        PaneFixture f(tree / "later", tree.root());
+        PaneFixture &f = open("later");
         auto *error = f.child<QWidget>("errorView");
-        QVERIFY(f.pane->error().has_value());
         QVERIFY(error->isVisible());
-        QCOMPARE(f.child<QLabel>("errorMessage")->text(), *f.pane->error());
-        QVERIFY(!f.child<QLabel>("errorMessage")->text().isEmpty());
-        QCOMPARE(f.model()->rowCount(), 0);
-
-        tree.file("later/inside");
+        QCOMPARE(f.child<QLabel>("errorMessage")->text(), f.pane->error().value_or(""));
+        m_tree->file("later/inside");
         QSignalSpy listed(f.pane.get(), &PaneModel::listingApplied);
         QTest::mouseClick(f.child<QPushButton>("retryButton"), Qt::LeftButton);
         QVERIFY(listed.wait(5000));
-        QVERIFY(!f.pane->error().has_value());
         QVERIFY(!error->isVisible());
         QCOMPARE(f.model()->rowCount(), 1);
     }
 
-    void loadingIndicatorCoversListWhileListing()
+    void loadingIndicatorShowsOnlyAfterItsDelay()
     {
-        test::TestTree tree;
-        tree.file("a");
-        PaneFixture f(tree.root(), tree.root());
+        PaneFixture &f = open("files");
         auto *busy = f.child<detail::BusyOverlay>("loadingIndicator");
-        QVERIFY(!busy->isVisible());
-        busy->setShowDelay(0);
         QSignalSpy listed(f.pane.get(), &PaneModel::listingApplied);
-        f.pane->refresh();
-        QVERIFY(f.pane->loading());
-        QVERIFY(busy->isVisible());
-        QCOMPARE(busy->geometry(), f.list()->viewport()->rect());
-        QVERIFY(listed.wait(5000));
-        QVERIFY(!busy->isVisible());
-
-        // A listing quicker than the delay never shows the indicator.
-        busy->setShowDelay(60'000);
-        f.pane->refresh();
-        QVERIFY(f.pane->loading());
-        QVERIFY(!busy->isVisible());
-        QVERIFY(listed.wait(5000));
-        QVERIFY(!busy->isVisible());
+        for (int delay : {60'000, 0}) {
+            busy->setShowDelay(delay);
+            f.pane->refresh();
+            QCOMPARE(busy->isVisible(), delay == 0);
+            QVERIFY(listed.wait(5000));
+            QVERIFY(!busy->isVisible());
+        }
     }
 
     void doubleClickOpensEntryAndUpButtonGoesToParent()
     {
-        test::TestTree tree;
-        tree.folder("sub/deeper");
-        PaneFixture f(tree.root(), tree.root());
-        QTest::mouseDClick(f.list()->viewport(), Qt::LeftButton, Qt::NoModifier,
-                           f.rowPoint(f.rowOfName("sub")));
-        QCOMPARE(f.opened.size(), std::size_t(1));
-        QCOMPARE(f.opened.at(0).url(), tree / "sub");
-        QVERIFY(f.opened.at(0).directory);
-
-        f.pane->navigate(tree / "sub");
+        PaneFixture &f = open("files");
+        QTest::mouseDClick(f.list()->viewport(), Qt::LeftButton, Qt::NoModifier, f.rowPoint(0));
+        QCOMPARE(f.opened, std::vector<fs::path>{*m_tree / "files/dir"});
         QTest::mouseClick(f.child<QToolButton>("upButton"), Qt::LeftButton);
-        QCOMPARE(f.pane->directory(), tree.root());
+        QCOMPARE(f.pane->directory(), m_tree->root());
     }
 
-    void clickOnRowTakesFocusFromTextField()
+    void cursorScrollsIntoViewAlsoWhenTheListingGrowsInTheSameStep()
     {
-        test::TestTree tree;
-        fillSix(tree);
-        PaneFixture f(tree / "files", tree.root());
-        auto *filter = f.child<QLineEdit>("filterField");
-        f.view->activateWindow();
-        filter->setFocus();
-        QTRY_VERIFY(filter->hasFocus());
-        f.click(1);
-        QVERIFY(!filter->hasFocus());
-        QVERIFY(!f.list()->hasFocus()); // the listing never takes the keyboard
-    }
-
-    void cursorChangeScrollsRowIntoView()
-    {
-        test::TestTree tree;
-        for (int i = 0; i < 200; ++i)
-            tree.file("many/item" + std::to_string(1000 + i));
-        PaneFixture f(tree / "many", tree.root());
-        const QModelIndex last = f.model()->index(199, 0);
-        QVERIFY(!f.list()->viewport()->rect().contains(f.list()->visualRect(last)));
+        PaneFixture &f = open("many");
+        QVERIFY(!f.shows(199));
         f.pane->setCursor(f.urlAt(199));
-        QTRY_VERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(last)));
-        f.pane->setCursor(std::nullopt);
-        QTest::qWait(10);
-        QVERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(last)));
-    }
-
-    void cursorSetWithNewVisibleListScrollsIntoView()
-    {
-        test::TestTree tree;
-        for (int i = 0; i < 200; ++i)
-            tree.file("many/item" + std::to_string(1000 + i));
-        PaneFixture f(tree / "many", tree.root());
-        f.pane->setFilter("item100");
-        QTest::qWait(10);
-        // The listing grows and the cursor moves far down in the same step.
-        f.pane->setFilter({});
-        f.pane->setCursor(f.urlAt(180));
-        const QModelIndex target = f.model()->index(180, 0);
-        QTRY_VERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(target)));
-
-        // Straight after a reset, before the view has laid the new rows out.
-        f.pane->setFilter("item100");
-        QTest::qWait(10);
-        f.pane->setFilter({});
-        f.list()->scrollToRow(150);
-        QVERIFY(f.list()->viewport()->rect().contains(f.list()->visualRect(f.model()->index(150, 0))));
+        QTRY_VERIFY(f.shows(199));
+        for (int row : {100, 150}) {
+            f.pane->setFilter("item100");
+            QTest::qWait(10);
+            f.pane->setFilter({});
+            if (row == 100) { // the listing grows and the cursor moves in the same step
+                f.pane->setCursor(f.urlAt(row));
+                QTRY_VERIFY(f.shows(row));
+            } else { // straight after a reset, before the view has laid the new rows out
+                f.list()->scrollToRow(row);
+                QVERIFY(f.shows(row));
+            }
+        }
     }
 
     void relistingKeepsScrollPositionAndNavigationStartsAtTop()
     {
-        test::TestTree tree;
-        for (int i = 0; i < 200; ++i)
-            tree.file("many/item" + std::to_string(1000 + i));
-        tree.folder("many/zz-sub");
-        PaneFixture f(tree / "many", tree.root());
-        f.pane->setCursor(f.pane->directory() / "item1150");
-        QTRY_VERIFY(f.list()->verticalScrollBar()->value() > 0);
-        const int offset = f.list()->verticalScrollBar()->value();
-
-        tree.file("many/item0999"); // sorts first: a new listing, not a new folder
-        QSignalSpy resets(f.model(), &QAbstractItemModel::modelReset);
+        PaneFixture &f = open("many");
+        f.pane->setCursor(*m_tree / "many/item1150");
+        QTRY_VERIFY(f.scrolled() > 0);
+        const int offset = f.scrolled();
+        m_tree->file("many/item0999"); // sorts first: a new listing, not a new folder
         QVERIFY(f.relist());
-        QCOMPARE(resets.count(), 1);
-        QCOMPARE(f.list()->verticalScrollBar()->value(), offset);
-
-        f.pane->navigate(tree / "many" / "zz-sub");
-        QCOMPARE(f.list()->verticalScrollBar()->value(), 0);
+        QCOMPARE(f.scrolled(), offset);
+        f.pane->navigate(*m_tree / "many/zz-sub");
+        QCOMPARE(f.scrolled(), 0);
     }
+
+    void headersToggleSortAndDirection()
+    {
+        PaneFixture &f = open("files");
+        const auto press = [&](int section) {
+            QHeaderView *header = f.list()->horizontalHeader();
+            const int x = header->sectionViewportPosition(section) + header->sectionSize(section) / 2;
+            QTest::mouseClick(header->viewport(), Qt::LeftButton, Qt::NoModifier, QPoint(x, 5));
+            QStringList texts;
+            for (int column = 0; column < 3; ++column)
+                texts << f.model()->headerData(column, Qt::Horizontal).toString();
+            return texts.join('|') + " " + QString::fromStdString(f.urlAt(1).filename().string());
+        };
+        QCOMPARE(press(1), "NAME|SIZE ↑|MODIFIED f0");
+        QCOMPARE(press(1), "NAME|SIZE ↓|MODIFIED f5");
+        QCOMPARE(press(0), "NAME ↑|SIZE|MODIFIED f0");
+    }
+
+    void tabStripAddsSelectsAndClosesTabs()
+    {
+        PaneFixture &f = open("files");
+        auto *close = f.child<QToolButton>("closeTabButton");
+        QVERIFY(!close->isEnabled());
+        QTest::mouseClick(f.child<QToolButton>("newTabButton"), Qt::LeftButton);
+        f.pane->navigate("/");
+        const auto tabs = f.view->tabStrip()->tabButtons();
+        QCOMPARE(tabs.size(), 2);
+        QCOMPARE(tabs.at(1)->text(), "/");
+        QVERIFY(close->isEnabled());
+        QTest::mouseClick(tabs.at(0), Qt::LeftButton);
+        QCOMPARE(f.child<QLabel>("directoryLabel")->text(), "files");
+        QTest::mouseClick(close, Qt::LeftButton);
+        QCOMPARE(f.pane->tabs().size(), std::size_t(1));
+        QCOMPARE(f.pane->directory(), fs::path("/"));
+    }
+
+    void pathFieldExpandsTildeNavigatesAndActivates()
+    {
+        const QByteArray oldHome = qgetenv("HOME");
+        qputenv("HOME", QByteArray::fromStdString(m_tree->root().string()));
+        PaneFixture &f = open("files");
+        auto *path = f.child<QLineEdit>("pathField");
+        path->setFocus();
+        path->selectAll();
+        QTest::keyClicks(path, "~/many");
+        QTest::keyClick(path, Qt::Key_Return);
+        qputenv("HOME", oldHome);
+        QCOMPARE(f.pane->directory(), *m_tree / "many");
+        QCOMPARE(path->text(), QString::fromStdString((*m_tree / "many").string()));
+        QVERIFY(f.activations > 0);
+        QVERIFY(!path->hasFocus());
+        QCOMPARE(detail::typedFolder("zz-sub", "/nowhere", *m_tree / "many"), *m_tree / "many/zz-sub");
+    }
+
+    void pathFieldKeepsBytesOfFolderNamesThatAreNotUtf8()
+    {
+        const fs::path odd = m_tree->folder(std::string("caf\xe9/inner")).parent_path();
+        PaneFixture &f = open(odd);
+        auto *path = f.child<QLineEdit>("pathField");
+        QVERIFY(path->text().contains(QChar(0xFFFD)));
+        path->setFocus();
+        QTest::keyClick(path, Qt::Key_Return);
+        QCOMPARE(f.pane->directory(), odd);
+        QTest::keyClicks(path, "/inner");
+        QTest::keyClick(path, Qt::Key_Return);
+        QCOMPARE(f.pane->directory(), odd / "inner");
+    }
+
+    void themeStartsFromTheParentsKey()
+    {
+        PaneFixture &f = open("files");
+        QWidget parent;
+        CommanderThemeKey::set(&parent, CommanderTheme::aubergine);
+        QCOMPARE(FilePane(*f.pane, &parent).theme(), CommanderTheme::aubergine);
+        QCOMPARE(FilePane(*f.pane).theme(), CommanderTheme::classicNavy);
+    }
+
+    void favouritesAndLocationsMenusNavigate()
+    {
+        PaneFixture &f = open("files");
+        const auto texts = [](QMenu *menu) {
+            Q_EMIT menu->aboutToShow();
+            QStringList list;
+            for (QAction *action : menu->actions())
+                list << action->text();
+            return list.join('|');
+        };
+        QMenu *favourites = f.view->headerBar()->favouritesMenu();
+        QCOMPARE(texts(favourites), "Favourite this folder");
+        favourites->actions().at(0)->trigger();
+        QMenu *locations = f.view->headerBar()->locationsMenu();
+        f.view->headerBar()->setVolumeSource([&] { return std::vector<fs::path>{"/", *m_tree / "many"}; });
+        QCOMPARE(texts(locations), "Home|Root|/|many");
+        locations->actions().at(3)->trigger();
+        QCOMPARE(texts(favourites),
+                 "Favourite this folder|" + QString::fromStdString((*m_tree / "files").string()));
+        favourites->actions().at(1)->trigger();
+        QCOMPARE(f.pane->directory(), *m_tree / "files");
+    }
+
+private:
+    PaneFixture &open(const fs::path &folder)
+    {
+        m_pane = std::make_unique<PaneFixture>(*m_tree / folder, *m_preferences);
+        return *m_pane;
+    }
+
+    std::unique_ptr<test::TestTree> m_tree;
+    std::unique_ptr<Preferences> m_preferences;
+    std::unique_ptr<PaneFixture> m_pane;
 };
 
 QTEST_MAIN(TestFilePane)

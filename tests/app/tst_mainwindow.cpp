@@ -1,12 +1,16 @@
 #include "app/commanderappdelegate.h"
 #include "app/commandertoolbar.h"
 #include "app/commanderview.h"
+#include "app/detail/panetablemodel.h"
+#include "app/detail/panetableview.h"
+#include "app/filepane.h"
 #include "app/functionkeybar.h"
-#include "app/keyhandler.h"
 #include "app/statusline.h"
 #include "model/commanderthemecolours.h"
 #include "operations/commandererror.h"
 #include "platform/core/preferences.h"
+#include "platform/desktop/fileurl.h"
+#include "quillorn/version.h"
 #include "testtree.h"
 #include "tools/queueview.h"
 #include "tools/toolhost.h"
@@ -14,10 +18,10 @@
 #include <QApplication>
 #include <QDir>
 #include <QLabel>
+#include <QMimeData>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
-#include <QSplitter>
 #include <QTest>
 #include <QToolButton>
 
@@ -26,10 +30,22 @@
 using namespace quillorn;
 namespace fs = std::filesystem;
 
-// The whole main window over two real folders: what surrounds the panes, the
-// keyboard through the real window, sheets, and the theme on every surface.
-// With QUILLORN_SCREENSHOT_DIR set, the theme test also saves a picture of the
-// window in each theme there.
+namespace {
+
+bool drawsIn(const QImage &image, const QColor &colour)
+{
+    for (int y = 0; y < image.height(); ++y)
+        for (int x = 0; x < image.width(); ++x)
+            if (image.pixelColor(x, y) == colour)
+                return true;
+    return false;
+}
+
+} // namespace
+
+// The whole main window over two real folders: mouse and keyboard through the
+// real window, sheets, the bars, the real clipboard and the theme on every surface. With
+// QUILLORN_SCREENSHOT_DIR set, the theme test also saves a picture of the window in each theme there.
 class MainWindowTest : public QObject {
     Q_OBJECT
 
@@ -44,21 +60,22 @@ private Q_SLOTS:
     void init()
     {
         m_tree = std::make_unique<test::TestTree>();
-        for (const char *folder : {"Left/Documents", "Left/Music", "Left/Projects", "Right/Archive"})
+        for (const char *folder : {"Left/Documents", "Left/Music", "Right/Archive"})
             m_tree->folder(folder);
-        m_tree->file("Left/notes.txt", std::string(1200, 'n'));
-        m_tree->file("Left/photo.jpg", std::string(48'000, 'p'));
-        m_tree->file("Left/report.pdf", std::string(230'000, 'r'));
-        m_tree->file("Right/todo.md", "- write\n");
-        m_tree->file("Right/data.csv", std::string(5000, 'd'));
+        for (const char *file : {"Left/notes.txt", "Left/photo.jpg", "Left/report.pdf", "Right/todo.md"})
+            m_tree->file(file, "some text\n");
         qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", QByteArray::fromStdString((*m_tree / "Left").string()));
         qputenv("QUILLORN_RELEASE_PREVIEW_RIGHT", QByteArray::fromStdString((*m_tree / "Right").string()));
+        m_calls.clear();
         CommanderModelOptions options;
         options.panes.preferences = &m_preferences;
         options.panes.metadataIntervalMs = 3'600'000;
         options.queuePollIntervalMs = 10;
         options.desktop.alert = [](const AlertRequest &) { return -1; };
         options.desktop.prompt = [](const QString &, const QString &) { return std::optional<QString>(); };
+        options.desktop.openFile = [this](const fs::path &file) {
+            m_calls << "open:" + QString::fromStdString(file.filename().string());
+        };
         m_view = std::make_unique<CommanderView>(std::move(options));
         for (PaneModel *pane : {&m_view->model().left(), &m_view->model().right()}) {
             QSignalSpy listed(pane, &PaneModel::listingApplied);
@@ -72,75 +89,107 @@ private Q_SLOTS:
         m_tree.reset();
     }
 
-    void surroundingsAroundThePanes()
+    void previewFoldersPersistNothing()
     {
-        m_view->show();
-        QVERIFY(QTest::qWaitForWindowExposed(m_view.get()));
-        auto *splitter = m_view->findChild<QSplitter *>("paneSplitter");
-        const auto top = [&](QWidget *widget) { return widget->mapTo(m_view.get(), QPoint(0, 0)).y(); };
-        QVERIFY(top(m_view->toolBar()) < top(splitter));
-        QVERIFY(!m_view->queueView()->isVisible()); // nothing queued
-        QVERIFY(top(splitter) < top(m_view->statusLine()));
-        QVERIFY(top(m_view->statusLine()) < top(m_view->functionKeyBar()));
-        m_view->model().queue().enqueue("File operation", [](OperationControl &) {});
-        QVERIFY(m_view->queueView()->isVisible());
-        QVERIFY(top(splitter) < top(m_view->queueView()));
-        QVERIFY(top(m_view->queueView()) < top(m_view->statusLine()));
-        QTRY_VERIFY(!m_view->model().queue().running());
-    }
-
-    void theFirstShowRegistersTheQueueAndInstallsOneMonitor()
-    {
-        CommanderAppDelegate::queue = nullptr;
-        QVERIFY(!m_view->keyMonitor());
-        m_view->show();
-        KeyHandler *monitor = m_view->keyMonitor();
-        QVERIFY(monitor);
-        QCOMPARE(CommanderAppDelegate::queue.data(), &m_view->model().queue());
-        m_view->hide();
-        m_view->show();
-        QCOMPARE(m_view->keyMonitor(), monitor);
+        QCOMPARE(m_view->windowTitle(), QStringLiteral("Quillorn v") + QString::fromLatin1(kVersion));
+        QCOMPARE(m_view->model().left().directory(), *m_tree / "Left");
+        QCOMPARE(m_view->model().right().directory(), *m_tree / "Right");
+        m_view->model().left().navigate(m_tree->root());
+        m_preferences.sync();
+        QVERIFY(!m_preferences.contains("left.lastDirectory"));
+        QVERIFY(!m_preferences.contains(".lastDirectory"));
     }
 
     void keysDriveTheWindowUntilASheetTakesThem()
     {
+        CommanderAppDelegate::queue = nullptr;
+        showActive();
+        QCOMPARE(CommanderAppDelegate::queue.data(), &m_view->model().queue());
+        m_view->hide(); // showing again must not install a second key monitor
         showActive();
         m_view->model().left().setCursor(std::nullopt);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
         QCOMPARE(m_view->model().left().cursor(), std::optional(*m_tree / "Left/Documents"));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        QVERIFY(!m_view->model().activeLeft());
         QCOMPARE(m_view->toolBar()->activePaneLabel()->text(), QStringLiteral("RIGHT PANE ACTIVE"));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        QVERIFY(m_view->model().activeLeft());
-
         // F5 opens the transfer sheet; while it is up, Tab belongs to it.
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_F5);
-        QVERIFY(m_view->model().tool());
         QDialog *sheet = m_view->toolHost()->sheet();
         QVERIFY(sheet);
         QTRY_VERIFY(QApplication::activeModalWidget() == sheet);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         QVERIFY(m_view->model().activeLeft());
         QTest::keyClick(sheet, Qt::Key_Escape);
-        QVERIFY(!m_view->model().tool());
-
         // Closing the sheet gives the keyboard back at once.
         QTRY_VERIFY(QApplication::activeModalWidget() == nullptr);
         QTest::keyClick(m_view.get(), Qt::Key_Tab);
         QVERIFY(!m_view->model().activeLeft());
     }
 
-    void functionKeyBarAndToolBarDriveTheModel()
+    void clickActivatesPaneAndDoubleClickOpens()
     {
         showActive();
-        m_view->model().left().setCursor(*m_tree / "Left/notes.txt");
-        m_view->functionKeyBar()->button(5)->click();
-        QVERIFY(m_view->toolHost()->sheet());
+        FilePane *right = m_view->rightPane();
+        QTest::mouseClick(right->findChild<QLabel *>("footerItems"), Qt::LeftButton);
+        QVERIFY(!m_view->model().activeLeft());
+        QVERIFY(right->active() && !m_view->leftPane()->active());
+        PaneModel &pane = m_view->model().right();
+        const auto doubleClick = [&](const char *name) {
+            const int row = *pane.visibleIndexOf(*m_tree / "Right" / name);
+            const QRect rect = right->listView()->visualRect(right->listModel()->index(row, 0));
+            QTest::mouseDClick(right->listView()->viewport(), Qt::LeftButton, Qt::NoModifier, rect.center());
+        };
+        doubleClick("todo.md");
+        QCOMPARE(m_calls, QStringList{"open:todo.md"});
+        QTest::mouseClick(m_view->leftPane()->findChild<QLabel *>("footerItems"), Qt::LeftButton);
+        QVERIFY(m_view->model().activeLeft());
+        doubleClick("Archive");
+        QVERIFY(!m_view->model().activeLeft());
+        QCOMPARE(pane.directory(), *m_tree / "Right/Archive");
+        QCOMPARE(m_view->model().left().directory(), *m_tree / "Left");
+    }
+
+    void dropOffersCopyIntoThatPanesFolder()
+    {
+        const fs::path source = m_tree->file("elsewhere/report.pdf", "%PDF");
+        QMimeData mime;
+        mime.setUrls({fileUrl(source), QUrl("https://example.com/")});
+        QDragEnterEvent enter(QPoint(30, 30), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_view->rightPane(), &enter);
+        QDropEvent drop(QPointF(30, 30), Qt::MoveAction, &mime, Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(m_view->rightPane(), &drop);
+        QTRY_VERIFY(m_view->model().tool().has_value());
+        const auto *transfer = m_view->model().tool()->as<ToolSheet::Transfer>();
+        QVERIFY(transfer && !transfer->move);
+        QCOMPARE(transfer->sources, std::vector<fs::path>{source});
+        QCOMPARE(transfer->destination, *m_tree / "Right");
+    }
+
+    void barsFollowTheActivePaneAndRunCommands()
+    {
+        showActive();
+        CommanderToolBar *bar = m_view->toolBar();
+        const std::vector<fs::path> items{*m_tree / "Left/notes.txt", *m_tree / "Left/photo.jpg"};
+        m_view->model().left().setSelection({items.begin(), items.end()});
+        bar->button("Open")->click();
+        QCOMPARE(m_calls, (QStringList{"open:notes.txt", "open:photo.jpg"}));
+        // Copy refs reaches the system clipboard; Paste reads it back into the active pane.
+        bar->button("Copy refs")->click();
+        QCOMPARE(m_view->statusLine()->statusText(), QStringLiteral("Copied 2 file reference(s)"));
+        m_view->model().right().setCursor(std::nullopt);
+        m_view->model().setActiveLeft(false);
+        QVERIFY(!bar->button("Open")->isEnabled());
+        bar->button("Paste")->click();
+        const auto *paste = m_view->model().tool()->as<ToolSheet::Transfer>();
+        QVERIFY(paste && !paste->move);
+        QCOMPARE(paste->sources, items);
+        QCOMPARE(paste->destination, *m_tree / "Right");
         m_view->toolHost()->sheet()->reject();
-        QVERIFY(!m_view->model().tool());
-        m_view->toolBar()->button("New tab")->click();
-        QCOMPARE(int(m_view->model().left().tabs().size()), 2);
+        m_view->model().setActiveLeft(true);
+        m_view->functionKeyBar()->button(6)->click();
+        const auto *move = m_view->model().tool()->as<ToolSheet::Transfer>();
+        QVERIFY(move && move->move);
     }
 
     void comingBackToTheApplicationRefreshesBothPanes()
@@ -160,36 +209,29 @@ private Q_SLOTS:
 
     void everySurfaceTakesTheTheme()
     {
-        m_view->resize(1180, 740);
         showActive();
-        m_view->model().left().setCursor(*m_tree / "Left/photo.jpg");
         m_view->model().left().setSelection({*m_tree / "Left/report.pdf"});
+        QVERIFY(!m_view->queueView()->isVisible()); // nothing queued
         m_view->model().queue().enqueue("Copy 2 → Archive", [](OperationControl &) {
             throw CommanderError("An item named ‘todo.md’ already exists.");
         });
+        QVERIFY(m_view->queueView()->isVisible());
         QTRY_VERIFY(!m_view->model().queue().running());
         const QString folder = qEnvironmentVariable("QUILLORN_SCREENSHOT_DIR");
         for (CommanderTheme theme : allCommanderThemes) {
             m_view->applyTheme(theme);
-            const CommanderThemeColours palette = colours(theme);
             const QImage image = m_view->grab().toImage();
-            const auto colourAt = [&](QWidget *widget, QPoint point) {
-                return image.pixelColor(widget->mapTo(m_view.get(), point));
+            const auto colourAt = [&](QWidget *widget) {
+                return image.pixelColor(widget->mapTo(m_view.get(), QPoint(4, 2)));
             };
-            QCOMPARE(colourAt(m_view->centralWidget(), QPoint(2, 2)), palette.window);
-            QCOMPARE(colourAt(m_view->queueView(), QPoint(2, 2)), palette.bar);
-            QPushButton *f1 = m_view->functionKeyBar()->button(1);
-            QCOMPARE(colourAt(f1, QPoint(4, f1->height() / 2)), palette.button);
-            // The failed job's row is drawn, its state in orange.
-            const QRect queueArea(m_view->queueView()->mapTo(m_view.get(), QPoint(0, 0)),
-                                  m_view->queueView()->size());
-            bool orange = false;
-            for (int y = queueArea.top(); y <= queueArea.bottom() && !orange; ++y)
-                for (int x = queueArea.left(); x <= queueArea.right() && !orange; ++x)
-                    orange = image.pixelColor(x, y) == QueueView::failureColour;
-            QVERIFY(orange);
-            QToolButton *search = m_view->toolBar()->button("Search");
-            QCOMPARE(colourAt(search, QPoint(4, search->height() / 2)), palette.button);
+            QCOMPARE(colourAt(m_view->centralWidget()), colours(theme).window);
+            QCOMPARE(colourAt(m_view->queueView()), colours(theme).bar);
+            QCOMPARE(colourAt(m_view->toolBar()->button("Search")), colours(theme).button);
+            // The failed job's state is drawn in orange; a key's number in the accent, its label not.
+            QVERIFY(drawsIn(m_view->queueView()->grab().toImage(), QueueView::failureColour));
+            const QList<QLabel *> f5 = m_view->functionKeyBar()->button(5)->findChildren<QLabel *>();
+            QVERIFY(drawsIn(f5[0]->grab().toImage(), colours(theme).accent));
+            QVERIFY(!drawsIn(f5[1]->grab().toImage(), colours(theme).accent));
             if (!folder.isEmpty()) {
                 QString name = rawValue(theme).toLower().replace(QRegularExpression("[^a-z]+"), "-");
                 QVERIFY(image.save(QDir(folder).filePath(name + ".png")));
@@ -211,6 +253,7 @@ private:
     Preferences m_preferences{QString::fromStdString((m_home / "prefs.ini").string())};
     std::unique_ptr<test::TestTree> m_tree;
     std::unique_ptr<CommanderView> m_view;
+    QStringList m_calls;
 };
 
 QTEST_MAIN(MainWindowTest)

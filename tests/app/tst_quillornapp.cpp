@@ -1,26 +1,27 @@
-#include "app/applicationmenu.h"
 #include "app/commanderappdelegate.h"
 #include "app/commanderview.h"
 #include "app/quillornapp.h"
 #include "app/settingswindow.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/updater.h"
-#include "quillorn/version.h"
+#include "services/transferqueue.h"
 #include "testtree.h"
 
-#include <QAction>
 #include <QApplication>
 #include <QComboBox>
 #include <QMessageBox>
-#include <QSignalSpy>
 #include <QTest>
 
+#include <atomic>
+#include <chrono>
 #include <memory>
+#include <thread>
 
 using namespace quillorn;
 namespace fs = std::filesystem;
 
-// Start-up of the application over a home folder and preferences of its own.
+// Start-up of the application, its theme setting and quit guard, over a home
+// folder and preferences of its own.
 class QuillornAppTest : public QObject {
     Q_OBJECT
 
@@ -28,7 +29,6 @@ private Q_SLOTS:
     void initTestCase()
     {
         m_tree.folder("home/Downloads");
-        m_tree.file("home/notes.txt", "n");
         m_tree.folder("elsewhere/inner");
         qputenv("HOME", QByteArray::fromStdString((m_tree / "home").string()));
         qputenv("XDG_DATA_HOME", QByteArray::fromStdString((m_tree / "data").string()));
@@ -37,36 +37,36 @@ private Q_SLOTS:
 
     void init()
     {
-        qunsetenv("QUILLORN_RELEASE_PREVIEW_LEFT");
-        qunsetenv("QUILLORN_RELEASE_PREVIEW_RIGHT");
-        qunsetenv("QUILLORN_RELEASE_PREVIEW_THEME");
-        m_preferences =
-            std::make_unique<Preferences>(QString::fromStdString((m_tree / "prefs.ini").string()));
-        m_preferences->remove("appearance.theme");
+        for (const char *name : {"LEFT", "RIGHT", "THEME"})
+            qunsetenv(QByteArray("QUILLORN_RELEASE_PREVIEW_") + name);
+        m_prefs = std::make_unique<Preferences>(QString::fromStdString((m_tree / "prefs.ini").string()));
+        m_prefs->remove("appearance.theme");
+        CommanderAppDelegate::queue = nullptr;
+        CommanderAppDelegate::unsavedEditor = false;
     }
 
-    void cleanup() { m_preferences.reset(); }
-
-    void theWindow()
+    void cleanup()
     {
-        QuillornApp app({}, m_preferences.get());
-        QCOMPARE(app.window().windowTitle(), QStringLiteral("Quillorn v") + QString::fromLatin1(kVersion));
-        QCOMPARE(app.window().size(), QSize(1180, 740));
-        QCOMPARE(app.window().model().left().directory(), m_tree / "home");
-        QCOMPARE(app.window().model().right().directory(), m_tree / "home/Downloads");
+        m_open = true;
+        m_prefs.reset();
+        m_open = false;
     }
 
-    void theUpdaterStartsOutsideReleasePreviewsOnly()
+    void startsInHomeAndDownloadsOrTheFolderGivenWithTheUpdaterOutsidePreviews()
     {
         {
-            QuillornApp app({}, m_preferences.get());
-            QVERIFY(!QuillornApp::releasePreview());
+            QuillornApp app({}, m_prefs.get());
+            QCOMPARE(app.window().model().left().directory(), m_tree / "home");
+            QCOMPARE(app.window().model().right().directory(), m_tree / "home/Downloads");
             QVERIFY(app.updater().started());
             QVERIFY(app.menu().checkForUpdates()->isEnabled());
         }
+        {
+            QuillornApp app({"--", (m_tree / "elsewhere").string()}, m_prefs.get());
+            QCOMPARE(app.window().model().left().directory(), m_tree / "elsewhere");
+        }
         qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", ""); // present though empty
-        QuillornApp app({}, m_preferences.get());
-        QVERIFY(QuillornApp::releasePreview());
+        QuillornApp app({}, m_prefs.get());
         QVERIFY(!app.updater().started());
         QVERIFY(!app.menu().checkForUpdates()->isEnabled());
     }
@@ -75,11 +75,10 @@ private Q_SLOTS:
     {
         QTest::addColumn<QByteArray>("argument");
         QTest::addColumn<QByteArray>("expected"); // empty: none
-        const QByteArray cwd = QByteArray::fromStdString(fs::current_path().string());
-        QTest::newRow("absolute") << QByteArray("/srv/data") << QByteArray("/srv/data");
         QTest::newRow("trailing slash") << QByteArray("/srv/data/") << QByteArray("/srv/data");
         QTest::newRow("dots") << QByteArray("/srv/./x/../data") << QByteArray("/srv/data");
-        QTest::newRow("relative") << QByteArray("sub") << cwd + "/sub";
+        QTest::newRow("relative") << QByteArray("sub")
+                                  << QByteArray::fromStdString((fs::current_path() / "sub").string());
         QTest::newRow("file URL") << QByteArray("file:///srv/My%20Files") << QByteArray("/srv/My Files");
         QTest::newRow("not UTF-8") << QByteArray("/srv/caf\xe9") << QByteArray("/srv/caf\xe9");
         QTest::newRow("an option") << QByteArray("--verbose") << QByteArray();
@@ -94,87 +93,85 @@ private Q_SLOTS:
         QCOMPARE(folder ? QByteArray::fromStdString(folder->string()) : QByteArray(), expected);
     }
 
-    void aFolderArgumentOpensInTheLeftPane()
-    {
-        const fs::path folder = m_tree / "elsewhere";
-        QuillornApp app({"--", folder.string()}, m_preferences.get());
-        QCOMPARE(app.window().model().left().directory(), folder);
-        QVERIFY(app.window().model().activeLeft());
-    }
-
     void choosingAThemeRecoloursTheWindowUnlessTheEnvironmentNamesOne()
     {
         {
-            QuillornApp app({}, m_preferences.get());
+            QuillornApp app({}, m_prefs.get());
             QCOMPARE(app.window().theme(), CommanderTheme::classicNavy);
             app.showSettings().themePicker()->setCurrentText("Midnight");
             QCOMPARE(app.window().theme(), CommanderTheme::midnight);
-            QCOMPARE(m_preferences->text("appearance.theme"), QStringLiteral("Midnight"));
+            m_prefs->sync();
+            QCOMPARE(Preferences(m_prefs->fileName()).text("appearance.theme"), QStringLiteral("Midnight"));
         }
         qputenv("QUILLORN_RELEASE_PREVIEW_THEME", "Forest");
-        QuillornApp app({}, m_preferences.get());
+        QuillornApp app({}, m_prefs.get());
         QCOMPARE(app.window().theme(), CommanderTheme::forest);
         app.showSettings().themePicker()->setCurrentText("Arctic Night");
-        QCOMPARE(app.window().theme(), CommanderTheme::forest);
+        QCOMPARE(app.window().theme(), CommanderTheme::forest); // the environment wins
+        m_prefs->setText("appearance.theme", "garbage");
+        QCOMPARE(SettingsWindow(*m_prefs, app.updater()).themePicker()->currentIndex(), 0);
     }
 
-    void closingTheWindowPassesTheQuitGuard()
+    void quittingWaitsForTheQueueWithoutCancellingIt()
     {
-        QuillornApp app({}, m_preferences.get());
-        app.window().show();
-        CommanderAppDelegate::queue = &app.window().model().queue();
-        std::atomic<bool> open{false};
-        app.window().model().queue().enqueue("Copy 1 → Photos", [&open](OperationControl &control) {
-            while (!open) {
-                control.check();
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            }
-        });
-        QVERIFY(!app.window().close());
-        QVERIFY(app.window().isVisible());
-        open = true;
-        QTRY_VERIFY(!app.window().model().queue().hasWork());
-        QVERIFY(app.window().close());
-    }
-
-    void ctrlWClosesATabOrElseTheWindow()
-    {
-        QuillornApp app({}, m_preferences.get());
-        app.window().show();
-        QApplication::setActiveWindow(&app.window());
-        QVERIFY(QTest::qWaitForWindowActive(&app.window()));
-        app.window().model().left().newTab();
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_W, Qt::ControlModifier);
-        QCOMPARE(int(app.window().model().left().tabs().size()), 1);
-        QVERIFY(app.window().isVisible());
-        QTest::keyClick(QApplication::focusWidget(), Qt::Key_W, Qt::ControlModifier);
-        QVERIFY(!app.window().isVisible());
-    }
-
-    void askingTheApplicationToQuitPassesTheQuitGuard()
-    {
-        QuillornApp app({}, m_preferences.get());
-        app.window().show();
-        std::atomic<bool> open{false};
-        app.window().model().queue().enqueue("Copy 1 → Photos", [&open](OperationControl &control) {
-            while (!open) {
-                control.check();
-                std::this_thread::sleep_for(std::chrono::milliseconds(2));
-            }
-        });
+        QuillornApp app({}, m_prefs.get());
+        CommanderView &window = app.window();
+        window.show();
+        window.model().queue().enqueue("Copy 1 → Photos", untilOpen());
         // What QCoreApplication::quit() sends, which first asks every window to close.
         QEvent quit(QEvent::Quit);
         QCoreApplication::sendEvent(qApp, &quit);
-        QVERIFY(app.window().isVisible());
-        QVERIFY(!quit.isAccepted());
-        QTRY_VERIFY(QApplication::activeModalWidget() || app.window().findChild<QMessageBox *>("quitAlert"));
-        open = true;
-        QTRY_VERIFY(!app.window().model().queue().hasWork());
+        QVERIFY(!quit.isAccepted() && window.isVisible());
+        auto *alert = window.findChild<QMessageBox *>("quitAlert");
+        QVERIFY(alert && alert->isVisible());
+        QCOMPARE(alert->text() + "|" + alert->informativeText(),
+                 "File operations are still queued or running|Finish or cancel operations before quitting. "
+                 "Completed items will remain in place.");
+        QVERIFY(window.model().queue().running()); // the guard neither cancels nor waits
+        m_open = true;
+        QTRY_VERIFY(!window.model().queue().hasWork());
+        QApplication::setActiveWindow(&window);
+        QVERIFY(QTest::qWaitForWindowActive(&window));
+        QTest::keyClick(&window, Qt::Key_W, Qt::ControlModifier); // with one tab, Ctrl+W closes the window
+        QVERIFY(!window.isVisible());
+    }
+
+    void unsavedEditsWinOverTheQueueAndAQueueThatIsGoneHasNoWork()
+    {
+        auto queue = std::make_unique<TransferQueue>(nullptr, 10);
+        CommanderAppDelegate::queue = queue.get();
+        queue->enqueue(QStringLiteral("Copy"), untilOpen());
+        CommanderAppDelegate::unsavedEditor = true;
+        QStringList shown;
+        const auto show = [&](const AlertRequest &alert) {
+            shown << alert.message + "|" + alert.informativeText;
+        };
+        using Reply = CommanderAppDelegate::TerminateReply;
+        QCOMPARE(CommanderAppDelegate::applicationShouldTerminate(show), Reply::terminateCancel);
+        QCOMPARE(shown,
+                 QStringList{"The editor has unsaved changes|Save or discard your edits before quitting."});
+        CommanderAppDelegate::unsavedEditor = false;
+        QCOMPARE(CommanderAppDelegate::applicationShouldTerminate(show), Reply::terminateCancel);
+        m_open = true;
+        queue.reset();
+        QCOMPARE(CommanderAppDelegate::applicationShouldTerminate(show), Reply::terminateNow);
     }
 
 private:
+    // A job that runs until the test lets it finish.
+    QueueItem::Work untilOpen()
+    {
+        return [this](OperationControl &control) {
+            while (!m_open) {
+                control.check();
+                std::this_thread::sleep_for(std::chrono::milliseconds(2));
+            }
+        };
+    }
+
     test::TestTree m_tree;
-    std::unique_ptr<Preferences> m_preferences;
+    std::atomic<bool> m_open{false};
+    std::unique_ptr<Preferences> m_prefs;
 };
 
 QTEST_MAIN(QuillornAppTest)
