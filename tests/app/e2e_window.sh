@@ -9,30 +9,19 @@ binary=${1:?usage: e2e_window.sh <quillorn binary>}
 for tool in Xvfb xdotool; do
     command -v "$tool" >/dev/null || { echo "SKIP: $tool is not installed (Debian packages xvfb and xdotool)"; exit 77; }
 done
-
 work=$(mktemp -d /tmp/quillorn-e2e-XXXXXX)
 xvfb_pid="" app_pid=""
-cleanup() {
-    [ -n "$app_pid" ] && kill "$app_pid" 2>/dev/null
-    [ -n "$xvfb_pid" ] && kill "$xvfb_pid" 2>/dev/null
-    wait 2>/dev/null
-    rm -rf "$work"
-}
-trap cleanup EXIT
+trap '[ -n "$app_pid" ] && kill $app_pid; [ -n "$xvfb_pid" ] && kill $xvfb_pid; wait; rm -rf "$work"' EXIT
 failures=0
-fail() { echo "FAIL: $*"; failures=$((failures + 1)); }
-check() { local what=$1; shift; if "$@"; then echo "ok: $what"; else fail "$what"; fi; }
+check() { local what=$1; shift; "$@" && { echo "ok: $what"; return; }; echo "FAIL: $what"; failures=$((failures + 1)); return 1; }
 # Waits up to $1 tenths of a second for the command after it to succeed.
-wait_for() {
-    local tenths=$1; shift
-    for ((i = 0; i < tenths; i++)); do "$@" && return 0; sleep 0.1; done
-    return 1
-}
+wait_for() { local tenths=$1; shift; for ((i = 0; i < tenths; i++)); do "$@" && return 0; sleep 0.1; done; return 1; }
+harness() { echo "HARNESS: $1"; cat "$2"; exit 1; }
 
 # Xvfb picks a free display number itself, so runs side by side never share a server.
 Xvfb -displayfd 3 -screen 0 1280x800x24 -nolisten tcp 3>"$work/display" >"$work/xvfb.log" 2>&1 &
 xvfb_pid=$!
-wait_for 100 test -s "$work/display" || { echo "HARNESS: Xvfb did not start"; cat "$work/xvfb.log"; exit 1; }
+wait_for 100 test -s "$work/display" || harness "Xvfb did not start" "$work/xvfb.log"
 export DISPLAY=":$(head -n1 "$work/display")"
 
 left=$work/Left right=$work/Right log=$work/data/Quillorn/Logs/Quillorn.log
@@ -41,7 +30,6 @@ printf 'alpha\n' >"$left/alpha.txt"
 printf 'beta from the left\n' >"$left/beta.txt"
 printf 'gamma\n' >"$left/gamma.txt"
 printf 'beta already here\n' >"$right/beta.txt"
-
 # A bus address that refuses at once: with none, libdbus forks a bus launcher
 # from a threaded, sanitized process, which can hang the window.
 env -u WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS="unix:path=$work/no-session-bus" \
@@ -51,11 +39,9 @@ env -u WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS="unix:path=$work/no-session-bus"
 app_pid=$!
 
 windows() { xdotool search --onlyvisible --pid "$app_pid" 2>/dev/null | wc -l; }
-window=""
 find_window() { window=$(xdotool search --onlyvisible --pid "$app_pid" --name '^Quillorn v' 2>/dev/null | head -n1); [ -n "$window" ]; }
-wait_for 300 find_window || { echo "HARNESS: the main window did not appear"; cat "$work/app.log"; exit 1; }
+wait_for 300 find_window || harness "the main window did not appear" "$work/app.log"
 sleep 1
-
 keys() { xdotool key --delay 60 "$@"; }
 # Xvfb runs no window manager, so nothing gives the main window the keyboard
 # back after an alert closes: each step waits for the dialogs to go and focuses it.
@@ -64,18 +50,10 @@ refocus() {
     xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window"
     sleep 0.3
 }
-# The listing is folders first, then by name: twenty times Up lands on the first row.
-cursor_to_row() {
-    refocus
-    keys $(printf 'Up %.0s' {1..20})
-    for ((i = 0; i < $1; i++)); do keys Down; done
-}
+# Folders come first, then names in order: twenty times Up lands on the first row.
+cursor_to_row() { refocus; keys $(printf 'Up %.0s' {1..20}); for ((i = 0; i < $1; i++)); do keys Down; done; }
 # Presses a key, then waits for the sheet or alert it opens to take the keyboard.
-open_dialog() {
-    keys "$1"
-    wait_for 150 test "$(windows)" -ge 2 || echo "note: no sheet or alert appeared"
-    sleep 0.3
-}
+open_dialog() { keys "$1"; wait_for 150 test "$(windows)" -ge 2 || echo "note: no sheet or alert appeared"; sleep 0.3; }
 log_has() { [ -f "$log" ] && grep -qF -- "$1" "$log"; }
 
 # 1. Copy alpha.txt to the right pane: F5, then Return on "Add to queue".
@@ -86,36 +64,29 @@ for line in "QUEUE START title=Copy 1 → Right" "TRANSFER ITEM COMPLETE phase=c
     "QUEUE COMPLETE title=Copy 1 → Right"; do
     check "log line: $line" wait_for 50 log_has "$line"
 done
-
 # 2. Rename alpha.txt with F2: select the proposed name, type the new one.
 sleep 0.5; cursor_to_row 0; open_dialog F2; keys ctrl+a
 xdotool type --delay 40 "renamed.txt"; keys Return
 check "F2 renamed alpha.txt" wait_for 100 test -f "$left/renamed.txt"
 check "alpha.txt is gone after the rename" test ! -e "$left/alpha.txt"
-
 # 3. New folder with F7, accepting the proposed "New Folder".
 sleep 0.5; refocus; open_dialog F7; keys Return
 check "F7 made New Folder" wait_for 100 test -d "$left/New Folder"
-
 # 4. Trash gamma.txt with F8 and Return on "Continue". Rows: New Folder, beta.txt, gamma.txt, renamed.txt.
 sleep 1; cursor_to_row 2; open_dialog F8; keys Return
 check "F8 removed gamma.txt" wait_for 100 test ! -e "$left/gamma.txt"
 check "gamma.txt is in the Trash" wait_for 30 test -f "$work/data/Trash/files/gamma.txt"
 check "gamma.txt has its .trashinfo" test -f "$work/data/Trash/info/gamma.txt.trashinfo"
-
 # 5. Move beta.txt onto the right pane's beta.txt with the preselected Stop: refused.
 sleep 0.5; cursor_to_row 1; open_dialog F6; keys Return
 check "F6 onto an existing name failed" wait_for 100 log_has "QUEUE FAILED title=Move 1 → Right"
 check "the refused move left the source" grep -q 'from the left' "$left/beta.txt"
 check "the refused move left the existing item" grep -q 'already here' "$right/beta.txt"
-
-# 6. Quit with F10: the queue is idle, so the application ends at once.
+# 6. Quit with F10: the queue is idle, so the application ends at once, with status 0.
 sleep 0.5; refocus; keys F10
-if wait_for 100 bash -c "! kill -0 $app_pid 2>/dev/null"; then
+if check "F10 quit" wait_for 100 bash -c "! kill -0 $app_pid 2>/dev/null"; then
     wait "$app_pid"; status=$?; app_pid=""
-    check "F10 quit with status 0 (was $status)" test "$status" -eq 0
-else
-    fail "F10 did not quit"
+    check "quillorn exited with status 0 (was $status)" test "$status" -eq 0
 fi
 
 if [ "$failures" -ne 0 ]; then

@@ -227,16 +227,6 @@ private Q_SLOTS:
         QVERIFY(!left.cursor());
     }
 
-    void keysActOnTheActivePane()
-    {
-        m_model->left().setCursor(std::nullopt);
-        m_model->right().setCursor(std::nullopt);
-        m_model->setActiveLeft(false);
-        QTest::keyClick(m_probe, Qt::Key_Down);
-        QCOMPARE(m_model->right().cursor(), std::optional(*m_tree / "Right/r.txt"));
-        QVERIFY(!m_model->left().cursor());
-    }
-
     void typingInATextFieldEditsTheField()
     {
         m_field->setFocus();
@@ -248,8 +238,12 @@ private Q_SLOTS:
         QVERIFY(m_model->left().selection().empty());
     }
 
-    void keysOfAnotherWindowAreLeftAlone()
+    void keysActOnTheActivePaneOfTheActiveWindowOnly()
     {
+        m_model->right().setCursor(std::nullopt);
+        m_model->setActiveLeft(false);
+        QTest::keyClick(m_probe, Qt::Key_Down);
+        QCOMPARE(m_model->right().cursor(), std::optional(*m_tree / "Right/r.txt"));
         QWidget other;
         auto *probe = new Probe;
         (new QVBoxLayout(&other))->addWidget(probe);
@@ -258,7 +252,7 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(&other));
         QTest::keyClick(probe, Qt::Key_Tab);
         QCOMPARE(probe->keys, QList<int>{Qt::Key_Tab});
-        QVERIFY(m_model->activeLeft());
+        QVERIFY(!m_model->activeLeft());
     }
 
 private:

@@ -9,7 +9,6 @@
 #include "model/commanderthemecolours.h"
 #include "operations/commandererror.h"
 #include "platform/core/preferences.h"
-#include "platform/desktop/fileurl.h"
 #include "quillorn/version.h"
 #include "testtree.h"
 #include "tools/queueview.h"
@@ -18,7 +17,6 @@
 #include <QApplication>
 #include <QDir>
 #include <QLabel>
-#include <QMimeData>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
@@ -132,38 +130,15 @@ private Q_SLOTS:
         showActive();
         FilePane *right = m_view->rightPane();
         QTest::mouseClick(right->findChild<QLabel *>("footerItems"), Qt::LeftButton);
-        QVERIFY(!m_view->model().activeLeft());
-        QVERIFY(right->active() && !m_view->leftPane()->active());
-        PaneModel &pane = m_view->model().right();
-        const auto doubleClick = [&](const char *name) {
-            const int row = *pane.visibleIndexOf(*m_tree / "Right" / name);
+        QVERIFY(!m_view->model().activeLeft() && right->active() && !m_view->leftPane()->active());
+        const auto doubleClick = [&](int row) {
             const QRect rect = right->listView()->visualRect(right->listModel()->index(row, 0));
             QTest::mouseDClick(right->listView()->viewport(), Qt::LeftButton, Qt::NoModifier, rect.center());
         };
-        doubleClick("todo.md");
+        doubleClick(1);
         QCOMPARE(m_calls, QStringList{"open:todo.md"});
-        QTest::mouseClick(m_view->leftPane()->findChild<QLabel *>("footerItems"), Qt::LeftButton);
-        QVERIFY(m_view->model().activeLeft());
-        doubleClick("Archive");
-        QVERIFY(!m_view->model().activeLeft());
-        QCOMPARE(pane.directory(), *m_tree / "Right/Archive");
-        QCOMPARE(m_view->model().left().directory(), *m_tree / "Left");
-    }
-
-    void dropOffersCopyIntoThatPanesFolder()
-    {
-        const fs::path source = m_tree->file("elsewhere/report.pdf", "%PDF");
-        QMimeData mime;
-        mime.setUrls({fileUrl(source), QUrl("https://example.com/")});
-        QDragEnterEvent enter(QPoint(30, 30), Qt::CopyAction, &mime, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(m_view->rightPane(), &enter);
-        QDropEvent drop(QPointF(30, 30), Qt::MoveAction, &mime, Qt::LeftButton, Qt::NoModifier);
-        QApplication::sendEvent(m_view->rightPane(), &drop);
-        QTRY_VERIFY(m_view->model().tool().has_value());
-        const auto *transfer = m_view->model().tool()->as<ToolSheet::Transfer>();
-        QVERIFY(transfer && !transfer->move);
-        QCOMPARE(transfer->sources, std::vector<fs::path>{source});
-        QCOMPARE(transfer->destination, *m_tree / "Right");
+        doubleClick(0);
+        QCOMPARE(m_view->model().right().directory(), *m_tree / "Right/Archive");
     }
 
     void barsFollowTheActivePaneAndRunCommands()
