@@ -9,14 +9,17 @@
 #include "model/commanderthemecolours.h"
 #include "operations/commandererror.h"
 #include "platform/core/preferences.h"
-#include "quillorn/version.h"
+#include "platform/desktop/fileclipboard.h"
 #include "testtree.h"
 #include "tools/queueview.h"
 #include "tools/toolhost.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QDir>
+#include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
 #include <QSignalSpy>
@@ -30,6 +33,22 @@ namespace fs = std::filesystem;
 
 namespace {
 
+// Records the keys that reach a widget, that is the keys nobody consumed before it.
+struct KeyRecorder : QObject {
+    QList<int> keys;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::KeyPress)
+            keys << static_cast<QKeyEvent *>(event)->key();
+        return false;
+    }
+};
+
+QString name(const fs::path &path)
+{
+    return QString::fromStdString(path.filename().string());
+}
+
 bool drawsIn(const QImage &image, const QColor &colour)
 {
     for (int y = 0; y < image.height(); ++y)
@@ -39,11 +58,66 @@ bool drawsIn(const QImage &image, const QColor &colour)
     return false;
 }
 
+struct KeyRow {
+    const char *name;
+    int key;
+    int modifiers;
+    int cursorBefore;                                          // row of the left listing, -1: none
+    const char *tagsBefore, *cursorAfter, *tagsAfter, *effect; // "goes on": the focused widget got it
+};
+
+constexpr int none = Qt::NoModifier, ctrl = Qt::ControlModifier, shift = Qt::ShiftModifier,
+              alt = Qt::AltModifier;
+// Left rows: alpha, b.txt, c.txt, d.txt (folders first, hidden items hidden).
+// After a "dir:" effect the cursor and tags are not checked.
+const KeyRow keyRows[] = {
+    {"F1 help", Qt::Key_F1, none, 1, "", "b.txt", "", "alert:Keyboard help"},
+    {"F2 rename", Qt::Key_F2, none, 1, "", "b.txt", "", "prompt:Rename"},
+    {"F2 with two tagged does nothing", Qt::Key_F2, none, 1, "b.txt,c.txt", "b.txt", "b.txt,c.txt", ""},
+    {"F3 view", Qt::Key_F3, none, 2, "", "c.txt", "", "preview:c.txt"},
+    {"F4 edit", Qt::Key_F4, none, 3, "", "d.txt", "", "tool:editor"},
+    {"F5 copy", Qt::Key_F5, none, 1, "", "b.txt", "", "tool:transfer:copy"},
+    {"F5 with nothing to copy", Qt::Key_F5, none, -1, "", "", "", ""},
+    {"F6 move", Qt::Key_F6, none, 1, "", "b.txt", "", "tool:transfer:move"},
+    {"F7 new folder", Qt::Key_F7, none, -1, "", "", "", "prompt:New folder"},
+    {"F8 trash", Qt::Key_F8, none, 2, "", "c.txt", "", "alert:Delete selected items?"},
+    {"F9 refresh", Qt::Key_F9, none, 1, "", "b.txt", "", "refresh"},
+    {"F10 quit", Qt::Key_F10, ctrl, 1, "", "b.txt", "", "quit"},
+    {"Ctrl+C copies references", Qt::Key_C, ctrl, 1, "c.txt,d.txt", "b.txt", "c.txt,d.txt", "clipboard:2"},
+    {"Ctrl+V offers a paste", Qt::Key_V, ctrl, 1, "", "b.txt", "", "tool:transfer:copy"},
+    {"Ctrl+T new tab", Qt::Key_T, ctrl, 1, "", "b.txt", "", "tabs:2"},
+    {"Ctrl+W with one tab goes on", Qt::Key_W, ctrl, 1, "", "b.txt", "", "goes on"},
+    {"Ctrl+F search", Qt::Key_F, ctrl, 1, "", "b.txt", "", "tool:search:Left"},
+    {"Ctrl+I info", Qt::Key_I, ctrl, 2, "", "c.txt", "", "tool:info:c.txt"},
+    {"Ctrl+R refresh", Qt::Key_R, ctrl, 1, "", "b.txt", "", "refresh"},
+    {"Ctrl+A select all", Qt::Key_A, ctrl, 3, "", "alpha", "alpha,b.txt,c.txt,d.txt", ""},
+    {"Ctrl+Shift+. shows hidden", Qt::Key_Period, ctrl | shift, 1, "", "b.txt", "", "hidden"},
+    {"Ctrl+Shift+. as > on a US layout", Qt::Key_Greater, ctrl | shift, 1, "", "b.txt", "", "hidden"},
+    {"Ctrl+. without Shift goes on", Qt::Key_Period, ctrl, 1, "", "b.txt", "", "goes on"},
+    {"Ctrl+Down is not a cursor key", Qt::Key_Down, ctrl, 1, "", "b.txt", "", "goes on"},
+    {"Return opens the cursor folder, not the tags", Qt::Key_Return, none, 0, "c.txt", "", "", "dir:alpha"},
+    {"Return without cursor opens the first tagged", Qt::Key_Return, none, -1, "d.txt,alpha", "", "",
+     "dir:alpha"},
+    {"Return with nothing to open", Qt::Key_Return, none, -1, "", "", "", ""},
+    {"Tab switches pane", Qt::Key_Tab, none, 1, "", "b.txt", "", "pane:right"},
+    {"Shift+Tab switches pane", Qt::Key_Backtab, shift, 1, "", "b.txt", "", "pane:right"},
+    {"Space tags and advances", Qt::Key_Space, none, 1, "", "c.txt", "b.txt", ""},
+    {"Backspace goes to the parent", Qt::Key_Backspace, none, 1, "", "", "", "dir:parent"},
+    {"Down from no cursor lands on the first", Qt::Key_Down, none, -1, "", "alpha", "", ""},
+    {"Shift+Down extends the tags", Qt::Key_Down, shift, 1, "", "c.txt", "c.txt", ""},
+    {"Shift+Up extends the tags", Qt::Key_Up, shift, 2, "d.txt", "b.txt", "b.txt,d.txt", ""},
+    {"Alt+Up still moves", Qt::Key_Up, alt, 2, "", "b.txt", "", ""},
+    {"a plain letter goes on", Qt::Key_X, none, 1, "", "b.txt", "", "goes on"},
+};
+
 } // namespace
 
-// The whole main window over two real folders: mouse and keyboard through the
-// real window, sheets, the bars, the real clipboard and the theme on every surface. With
-// QUILLORN_SCREENSHOT_DIR set, the theme test also saves a picture of the window in each theme there.
+// The main window over two real folders, its desktop services recording their
+// calls: keys replayed through the real window (cursor, tags, the command run
+// and whether the key went on to the focused widget), sheets, mouse, the bars,
+// the system clipboard and the theme on every surface. With
+// QUILLORN_SCREENSHOT_DIR set, the theme test also saves a picture of the
+// window in each theme there.
 class MainWindowTest : public QObject {
     Q_OBJECT
 
@@ -58,27 +132,39 @@ private Q_SLOTS:
     void init()
     {
         m_tree = std::make_unique<test::TestTree>();
-        for (const char *folder : {"Left/Documents", "Left/Music", "Right/Archive"})
+        for (const char *folder : {"Left/alpha", "Right/Archive"})
             m_tree->folder(folder);
-        for (const char *file : {"Left/notes.txt", "Left/photo.jpg", "Left/report.pdf", "Right/todo.md"})
-            m_tree->file(file, "some text\n");
+        for (const char *file : {"Left/b.txt", "Left/c.txt", "Left/d.txt", "Left/.hidden", "Right/r.txt"})
+            m_tree->file(file, "x");
         qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", QByteArray::fromStdString((*m_tree / "Left").string()));
         qputenv("QUILLORN_RELEASE_PREVIEW_RIGHT", QByteArray::fromStdString((*m_tree / "Right").string()));
+        QApplication::clipboard()->setMimeData(FileClipboard::mimeData({*m_tree / "Right/r.txt"}).release());
         m_calls.clear();
         CommanderModelOptions options;
         options.panes.preferences = &m_preferences;
         options.panes.metadataIntervalMs = 3'600'000;
         options.queuePollIntervalMs = 10;
-        options.desktop.alert = [](const AlertRequest &) { return -1; };
-        options.desktop.prompt = [](const QString &, const QString &) { return std::optional<QString>(); };
-        options.desktop.openFile = [this](const fs::path &file) {
-            m_calls << "open:" + QString::fromStdString(file.filename().string());
+        DesktopServices &desktop = options.desktop;
+        desktop.alert = [this](const AlertRequest &alert) {
+            m_calls << "alert:" + alert.message;
+            return -1;
         };
+        desktop.prompt = [this](const QString &title, const QString &) -> std::optional<QString> {
+            m_calls << "prompt:" + title;
+            return std::nullopt;
+        };
+        desktop.preview = [this](const fs::path &item, auto) { m_calls << "preview:" + name(item); };
+        desktop.openFile = [this](const fs::path &file) { m_calls << "open:" + name(file); };
+        desktop.requestQuit = [this] { m_calls << "quit"; };
+        CommanderAppDelegate::queue = nullptr;
         m_view = std::make_unique<CommanderView>(std::move(options));
         for (PaneModel *pane : {&m_view->model().left(), &m_view->model().right()}) {
             QSignalSpy listed(pane, &PaneModel::listingApplied);
             QVERIFY(!pane->loading() || listed.wait());
         }
+        showActive();
+        m_view->centralWidget()->installEventFilter(&m_recorder);
+        m_recorder.keys.clear();
     }
 
     void cleanup()
@@ -87,27 +173,117 @@ private Q_SLOTS:
         m_tree.reset();
     }
 
-    void previewFoldersPersistNothing()
+    void keyTable_data()
     {
-        QCOMPARE(m_view->windowTitle(), QStringLiteral("Quillorn v") + QString::fromLatin1(kVersion));
+        QTest::addColumn<int>("index");
+        for (int i = 0; i < int(std::size(keyRows)); ++i)
+            QTest::newRow(keyRows[i].name) << i;
+    }
+
+    void keyTable()
+    {
+        QFETCH(int, index);
+        const KeyRow &row = keyRows[index];
+        PaneModel &left = m_view->model().left();
+        QCOMPARE(int(left.visible().size()), 4);
+        left.setCursor(row.cursorBefore < 0
+                           ? std::nullopt
+                           : std::optional(left.visible()[std::size_t(row.cursorBefore)].url()));
+        left.setSelection(leftItems(row.tagsBefore));
+        const fs::path before = left.directory();
+        const QString effect = row.effect;
+        QSignalSpy leftListed(&left, &PaneModel::listingApplied);
+        QSignalSpy rightListed(&m_view->model().right(), &PaneModel::listingApplied);
+
+        QTest::keyClick(m_view->centralWidget(), Qt::Key(row.key), Qt::KeyboardModifiers(row.modifiers));
+
+        QStringList effects = m_calls;
+        if (m_recorder.keys.contains(row.key))
+            effects << "goes on";
+        if (effect == "refresh") {
+            QVERIFY(leftListed.count() > 0 || leftListed.wait());
+            QVERIFY(rightListed.count() > 0 || rightListed.wait());
+            effects << "refresh";
+        }
+        if (const auto copied = FileClipboard::read();
+            copied != std::vector<fs::path>{*m_tree / "Right/r.txt"})
+            effects << "clipboard:" + QString::number(copied.size());
+        if (const auto &tool = m_view->model().tool()) {
+            QString text = "tool:" + tool->id();
+            if (const auto *transfer = tool->as<ToolSheet::Transfer>())
+                text += transfer->move ? ":move" : ":copy";
+            if (const auto *search = tool->as<ToolSheet::Search>())
+                text += ":" + name(search->root);
+            if (const auto *info = tool->as<ToolSheet::Info>())
+                text += ":" + name(info->item);
+            effects << text;
+        }
+        if (!m_view->model().activeLeft())
+            effects << "pane:right";
+        if (left.showHidden())
+            effects << "hidden";
+        if (left.tabs().size() != 1)
+            effects << "tabs:" + QString::number(left.tabs().size());
+        if (left.directory() != before)
+            effects << (left.directory() == before.parent_path() ? "dir:parent"
+                                                                 : "dir:" + name(left.directory()));
+        QCOMPARE(effects.join(' '), effect);
+        if (!effect.startsWith("dir:")) {
+            QCOMPARE(left.cursor() ? name(*left.cursor()) : QString(), QString(row.cursorAfter));
+            QCOMPARE(left.selection(), leftItems(row.tagsAfter));
+        }
+    }
+
+    void ctrlAOnAnEmptyFolderEmptiesSelectionAndCursor()
+    {
+        PaneModel &left = m_view->model().left();
+        QSignalSpy listed(&left, &PaneModel::listingApplied);
+        left.navigate(m_tree->folder("Empty"));
+        QVERIFY(listed.wait());
+        left.setSelection({*m_tree / "Left/b.txt"});
+        QTest::keyClick(m_view->centralWidget(), Qt::Key_A, Qt::ControlModifier);
+        QVERIFY(left.selection().empty());
+        QVERIFY(!left.cursor());
+    }
+
+    void keysActOnTheActivePaneOfTheActiveWindowOnly()
+    {
+        m_view->model().right().setCursor(std::nullopt);
+        m_view->model().setActiveLeft(false);
+        QTest::keyClick(m_view->centralWidget(), Qt::Key_Down);
+        QCOMPARE(m_view->model().right().cursor(), std::optional(*m_tree / "Right/Archive"));
+        QWidget other;
+        KeyRecorder recorder;
+        other.setFocusPolicy(Qt::StrongFocus);
+        other.installEventFilter(&recorder);
+        other.show();
+        QApplication::setActiveWindow(&other);
+        QVERIFY(QTest::qWaitForWindowActive(&other));
+        QTest::keyClick(&other, Qt::Key_Tab);
+        QCOMPARE(recorder.keys, QList<int>{Qt::Key_Tab});
+        QVERIFY(!m_view->model().activeLeft());
+    }
+
+    void typingInATextFieldEditsTheField()
+    {
+        auto *field = m_view->leftPane()->findChild<QLineEdit *>("filterField");
+        field->setFocus();
+        QTest::keyClicks(field, "abc");
+        QTest::keyClick(field, Qt::Key_Backspace);
+        QTest::keyClick(field, Qt::Key_Space);
+        QCOMPARE(field->text(), QStringLiteral("ab "));
         QCOMPARE(m_view->model().left().directory(), *m_tree / "Left");
-        QCOMPARE(m_view->model().right().directory(), *m_tree / "Right");
-        m_view->model().left().navigate(m_tree->root());
-        m_preferences.sync();
-        QVERIFY(!m_preferences.contains("left.lastDirectory"));
-        QVERIFY(!m_preferences.contains(".lastDirectory"));
+        QVERIFY(m_view->model().left().selection().empty());
     }
 
     void keysDriveTheWindowUntilASheetTakesThem()
     {
-        CommanderAppDelegate::queue = nullptr;
-        showActive();
         QCOMPARE(CommanderAppDelegate::queue.data(), &m_view->model().queue());
         m_view->hide(); // showing again must not install a second key monitor
         showActive();
         m_view->model().left().setCursor(std::nullopt);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
-        QCOMPARE(m_view->model().left().cursor(), std::optional(*m_tree / "Left/Documents"));
+        QCOMPARE(m_view->model().left().cursor(), std::optional(*m_tree / "Left/alpha"));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         QCOMPARE(m_view->toolBar()->activePaneLabel()->text(), QStringLiteral("RIGHT PANE ACTIVE"));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
@@ -127,7 +303,6 @@ private Q_SLOTS:
 
     void clickActivatesPaneAndDoubleClickOpens()
     {
-        showActive();
         FilePane *right = m_view->rightPane();
         QTest::mouseClick(right->findChild<QLabel *>("footerItems"), Qt::LeftButton);
         QVERIFY(!m_view->model().activeLeft() && right->active() && !m_view->leftPane()->active());
@@ -136,19 +311,18 @@ private Q_SLOTS:
             QTest::mouseDClick(right->listView()->viewport(), Qt::LeftButton, Qt::NoModifier, rect.center());
         };
         doubleClick(1);
-        QCOMPARE(m_calls, QStringList{"open:todo.md"});
+        QCOMPARE(m_calls, QStringList{"open:r.txt"});
         doubleClick(0);
         QCOMPARE(m_view->model().right().directory(), *m_tree / "Right/Archive");
     }
 
     void barsFollowTheActivePaneAndRunCommands()
     {
-        showActive();
         CommanderToolBar *bar = m_view->toolBar();
-        const std::vector<fs::path> items{*m_tree / "Left/notes.txt", *m_tree / "Left/photo.jpg"};
+        const std::vector<fs::path> items{*m_tree / "Left/b.txt", *m_tree / "Left/c.txt"};
         m_view->model().left().setSelection({items.begin(), items.end()});
         bar->button("Open")->click();
-        QCOMPARE(m_calls, (QStringList{"open:notes.txt", "open:photo.jpg"}));
+        QCOMPARE(m_calls, (QStringList{"open:b.txt", "open:c.txt"}));
         // Copy refs reaches the system clipboard; Paste reads it back into the active pane.
         bar->button("Copy refs")->click();
         QCOMPARE(m_view->statusLine()->statusText(), QStringLiteral("Copied 2 file reference(s)"));
@@ -169,7 +343,6 @@ private Q_SLOTS:
 
     void comingBackToTheApplicationRefreshesBothPanes()
     {
-        showActive();
         QSignalSpy left(&m_view->model().left(), &PaneModel::listingApplied);
         QSignalSpy right(&m_view->model().right(), &PaneModel::listingApplied);
         // The offscreen platform has no other applications to switch to, so the
@@ -184,11 +357,10 @@ private Q_SLOTS:
 
     void everySurfaceTakesTheTheme()
     {
-        showActive();
-        m_view->model().left().setSelection({*m_tree / "Left/report.pdf"});
+        m_view->model().left().setSelection({*m_tree / "Left/c.txt"});
         QVERIFY(!m_view->queueView()->isVisible()); // nothing queued
         m_view->model().queue().enqueue("Copy 2 → Archive", [](OperationControl &) {
-            throw CommanderError("An item named ‘todo.md’ already exists.");
+            throw CommanderError("An item named ‘r.txt’ already exists.");
         });
         QVERIFY(m_view->queueView()->isVisible());
         QTRY_VERIFY(!m_view->model().queue().running());
@@ -220,14 +392,22 @@ private:
         m_view->show();
         QApplication::setActiveWindow(m_view.get());
         QVERIFY(QTest::qWaitForWindowActive(m_view.get()));
-        if (!QApplication::focusWidget())
-            m_view->centralWidget()->setFocus();
+        m_view->centralWidget()->setFocus();
+    }
+
+    std::set<fs::path> leftItems(const char *names) const
+    {
+        std::set<fs::path> items;
+        for (const QString &item : QString(names).split(',', Qt::SkipEmptyParts))
+            items.insert(*m_tree / "Left" / item.toStdString());
+        return items;
     }
 
     test::TestTree m_home;
     Preferences m_preferences{QString::fromStdString((m_home / "prefs.ini").string())};
     std::unique_ptr<test::TestTree> m_tree;
     std::unique_ptr<CommanderView> m_view;
+    KeyRecorder m_recorder;
     QStringList m_calls;
 };
 
