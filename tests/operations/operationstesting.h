@@ -1,51 +1,40 @@
 #pragma once
 
+// What the engine's tests share: a private log and Trash, the log lines of one
+// step, and the comparisons they repeat. Included by test files only.
+
+#include "scopedmount.h"
+#include "testtree.h"
+
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
+#include "operations/fileoperations.h"
+#include "platform/posix/posixerror.h"
 
-#include <algorithm>
-#include <cstdlib>
-#include <filesystem>
+#include <gmock/gmock.h>
+
 #include <fstream>
-#include <sstream>
-#include <string>
-#include <system_error>
-#include <vector>
+#include <map>
 
-#include <unistd.h>
+namespace fs = std::filesystem;
 
 namespace quillorn::test {
 
-// Shared by the engine's tests: a private log and Trash, the log lines of one
-// step, and the comparisons the tests repeat.
+// XDG_DATA_HOME (log and home Trash) in a fresh folder, set before main so that
+// the shared log, made on first use, lands there.
+inline const TestTree dataTree;
+inline const fs::path dataHome = [] {
+    ::setenv("XDG_DATA_HOME", dataTree.root().c_str(), 1);
+    return dataTree.root();
+}();
 
-// Points XDG_DATA_HOME (log and home Trash) at a fresh temporary folder. Must run
-// before the shared log is first used; test files call it from a static initialiser.
-inline const std::filesystem::path &temporaryDataHome()
-{
-    static const std::filesystem::path folder = [] {
-        std::string pattern = (std::filesystem::temp_directory_path() / "quillorn-data-XXXXXX").string();
-        if (!::mkdtemp(pattern.data()))
-            std::abort();
-        ::setenv("XDG_DATA_HOME", pattern.c_str(), 1);
-        std::atexit([] {
-            std::error_code ignored;
-            std::filesystem::remove_all(std::getenv("XDG_DATA_HOME"), ignored);
-        });
-        return std::filesystem::path(pattern);
-    }();
-    return folder;
-}
-
-// The messages the shared log received after this object was made, one per
+// The messages the shared log receives after this object is made, one per
 // physical line, timestamps removed.
 class LogMark {
 public:
-    LogMark() : m_offset(size()) {}
-
     std::vector<std::string> lines() const
     {
-        std::ifstream in(AppDiagnostics::shared().fileURL(), std::ios::binary);
+        std::ifstream in(m_log, std::ios::binary);
         in.seekg(static_cast<std::streamoff>(m_offset));
         std::vector<std::string> result;
         for (std::string line; std::getline(in, line);)
@@ -53,23 +42,9 @@ public:
         return result;
     }
 
-    std::string text() const
-    {
-        std::string joined;
-        for (const std::string &line : lines())
-            joined += line + "\n";
-        return joined;
-    }
-
 private:
-    static std::uintmax_t size()
-    {
-        std::error_code error;
-        const std::uintmax_t bytes = std::filesystem::file_size(AppDiagnostics::shared().fileURL(), error);
-        return error ? 0 : bytes;
-    }
-
-    std::uintmax_t m_offset;
+    const fs::path m_log = AppDiagnostics::shared().fileURL();
+    std::uintmax_t m_offset = fs::exists(m_log) ? fs::file_size(m_log) : 0;
 };
 
 // The message of the CommanderError that body throws, or "" when it throws none.
@@ -91,31 +66,36 @@ inline std::string wrapped(const std::string &phase, const std::string &reason,
            AppDiagnostics::shared().fileURL().string();
 }
 
-// The names in a folder, sorted.
-inline std::vector<std::string> names(const std::filesystem::path &folder)
+// Name -> bytes of the items in a folder, hidden ones included ("/" for a folder).
+inline std::map<std::string, std::string> contents(const fs::path &folder)
 {
-    std::vector<std::string> result;
-    for (const auto &entry : std::filesystem::directory_iterator(folder))
-        result.push_back(entry.path().filename().string());
-    std::sort(result.begin(), result.end());
+    std::map<std::string, std::string> result;
+    std::error_code error;
+    for (auto it = fs::directory_iterator(folder, error); !error && it != fs::directory_iterator(); ++it)
+        result[it->path().filename()] = it->is_directory() ? "/" : TestTree::read(it->path());
     return result;
-}
-
-inline bool hasStaging(const std::filesystem::path &folder)
-{
-    for (const std::string &name : names(folder))
-        if (name.rfind(".quillorn-", 0) == 0)
-            return true;
-    return false;
 }
 
 // Contents that differ from chunk to chunk, so a misplaced chunk shows.
 inline std::string pattern(std::size_t bytes)
 {
-    std::string contents(bytes, '\0');
+    std::string result(bytes, '\0');
     for (std::size_t i = 0; i < bytes; ++i)
-        contents[i] = static_cast<char>('A' + i % 23);
-    return contents;
+        result[i] = static_cast<char>('A' + i % 23);
+    return result;
+}
+
+// A copy (or move) with the default services and no permanent removal.
+inline std::vector<fs::path> transfer(const std::vector<fs::path> &sources, const fs::path &destination,
+                                      bool move = false, ConflictPolicy policy = ConflictPolicy::stop,
+                                      const FileOperations &operations = FileOperations())
+{
+    return operations.transfer(sources, destination, move, policy, false);
 }
 
 } // namespace quillorn::test
+
+using namespace quillorn;
+using namespace quillorn::test;
+using namespace testing;
+using enum quillorn::ConflictPolicy;

@@ -1,161 +1,92 @@
 #include "operationstesting.h"
-#include "testtree.h"
 
-#include "operations/commandererror.h"
-#include "operations/fileoperations.h"
-#include "platform/posix/posixerror.h"
 #include "platform/posix/trash.h"
 
-#include <gmock/gmock.h>
-#include <gtest/gtest.h>
-
-namespace fs = std::filesystem;
-using quillorn::CommanderError;
-using quillorn::FileOperations;
-using quillorn::test::failure;
-using quillorn::test::LogMark;
-using quillorn::test::TestTree;
-using testing::ElementsAre;
+using namespace std::string_literals;
 
 namespace {
 
-const fs::path &dataHome = quillorn::test::temporaryDataHome();
-
-// Services that count their calls; trash and remove fail unless told otherwise.
+// Stand-in services: the Trash always fails, removal fails unless removeWorks.
 struct Services {
-    int trashCalls = 0, removeCalls = 0, localityCalls = 0;
-    bool volumeIsLocal = true;
-    bool removeWorks = false;
-    std::function<void(const fs::path &)> beforeTrashFails = [](const fs::path &) {};
-    std::function<void(const fs::path &)> beforeRemoveFails = [](const fs::path &) {};
+    bool local = true, removeWorks = false;
+    int trashCalls = 0, removeCalls = 0;
+    std::function<void(const fs::path &)> onTrash = [](const fs::path &) {}, onRemove = onTrash,
+                                          onLocality = onTrash;
 
     FileOperations operations()
     {
         return FileOperations(
             [this](const fs::path &item) {
                 ++trashCalls;
-                beforeTrashFails(item);
-                throw quillorn::NoTrashError();
+                onTrash(item);
+                throw NoTrashError();
             },
             [this](const fs::path &item) {
                 ++removeCalls;
-                if (removeWorks)
-                    return fs::remove_all(item), void();
-                beforeRemoveFails(item);
-                quillorn::throwPosixError(item, EACCES);
+                onRemove(item);
+                if (!removeWorks)
+                    throwPosixError(item, EACCES);
+                fs::remove_all(item);
             },
-            [this](const fs::path &) {
-                ++localityCalls;
-                return volumeIsLocal;
-            });
+            [this](const fs::path &item) { return onLocality(item), local; });
     }
 };
 
-class Discard : public testing::Test {
-protected:
-    std::string couldNotMove() const
-    {
-        return "Could not move \u2018a.txt\u2019 to Trash. The item still exists at " + m_item.string() +
-               ". no Trash on this volume";
-    }
-    std::string trashFailedLine() const
-    {
-        return "TRASH FAILED path=" + m_item.string() +
-               " error=Quillorn.NoTrashError code=1: no Trash on this volume";
-    }
-
-    TestTree m_tree;
-    fs::path m_item = m_tree.file("a.txt", "A");
-    Services m_services;
-};
-
-TEST_F(Discard, aMissingItemFailsBeforeAnyTrashAttempt)
+TEST(Discard, removesForGoodOnlyOnAShareWithPermission)
 {
-    fs::remove(m_item);
-    EXPECT_EQ(failure([&] { m_services.operations().discard(m_item, true); }),
-              "The item no longer exists: " + m_item.string());
-    EXPECT_EQ(m_services.trashCalls, 0);
-}
-
-TEST_F(Discard, aLocalVolumeIsNeverRemovedPermanentlyEvenWithPermission)
-{
-    const LogMark mark;
-    EXPECT_EQ(failure([&] { m_services.operations().discard(m_item, true); }), couldNotMove());
-    EXPECT_EQ(m_services.removeCalls, 0);
-    EXPECT_TRUE(fs::exists(m_item));
-    EXPECT_THAT(mark.lines(), ElementsAre(trashFailedLine()));
-}
-
-TEST_F(Discard, aShareWithoutPermissionKeepsTheItem)
-{
-    m_services.volumeIsLocal = false;
-    EXPECT_EQ(failure([&] { m_services.operations().discard(m_item, false); }), couldNotMove());
-    EXPECT_EQ(m_services.removeCalls, 0);
-    EXPECT_TRUE(fs::exists(m_item));
-}
-
-TEST_F(Discard, aShareWithPermissionRemovesTheItemForGood)
-{
-    m_services.volumeIsLocal = false;
-    m_services.removeWorks = true;
-    const LogMark mark;
-    m_services.operations().discard(m_item, true);
-    EXPECT_FALSE(fs::exists(m_item));
-    EXPECT_EQ(m_services.removeCalls, 1);
-    EXPECT_THAT(mark.lines(), ElementsAre(trashFailedLine()));
-}
-
-TEST_F(Discard, aFailedRemovalNamesTheShareAndTheReason)
-{
-    m_services.volumeIsLocal = false;
-    const LogMark mark;
-    EXPECT_EQ(
-        failure([&] { m_services.operations().discard(m_item, true); }),
-        "Could not permanently remove \u2018a.txt\u2019 from the network share. The item still exists at " +
-            m_item.string() + ". Permission denied");
-    EXPECT_THAT(mark.lines(),
-                ElementsAre(trashFailedLine(),
-                            "REMOVE FAILED path=" + m_item.string() +
-                                " error=POSIX code=13: Permission denied path=" + m_item.string()));
-}
-
-TEST_F(Discard, anItemThatVanishedDuringAFailureCountsAsDiscarded)
-{
-    m_services.beforeTrashFails = [](const fs::path &item) { fs::remove(item); };
-    EXPECT_NO_THROW(m_services.operations().discard(m_item, false));
-    EXPECT_EQ(m_services.localityCalls, 0);
-
-    m_item = m_tree.file("a.txt", "again");
-    m_services.beforeTrashFails = [](const fs::path &) {};
-    m_services.beforeRemoveFails = [](const fs::path &item) { fs::remove(item); };
-    m_services.volumeIsLocal = false;
-    EXPECT_NO_THROW(m_services.operations().discard(m_item, true));
-}
-
-TEST_F(Discard, aLocalityErrorIsTheResultUnchanged)
-{
-    const FileOperations operations(
-        [](const fs::path &) { throw quillorn::NoTrashError(); },
-        [](const fs::path &) { FAIL() << "never removed"; },
-        [](const fs::path &item) -> bool { quillorn::throwPosixError(item, ENOENT); });
-    try {
-        operations.discard(m_item, true);
-        ADD_FAILURE() << "discard succeeded";
-    } catch (const quillorn::PosixError &error) {
-        EXPECT_EQ(error.code().value(), ENOENT);
+    const std::string noTrash = "Could not move \u2018a.txt\u2019 to Trash. ",
+                      noRemoval = "Could not permanently remove \u2018a.txt\u2019 from the network share. ";
+    for (const auto &[local, permission, removeWorks, outcome] : {std::tuple{true, true, true, noTrash},
+                                                                  {false, false, true, noTrash},
+                                                                  {false, true, true, ""s},
+                                                                  {false, true, false, noRemoval}}) {
+        TestTree tree;
+        const fs::path item = tree.file("a.txt", "A");
+        Services services{.local = local, .removeWorks = removeWorks};
+        const LogMark mark;
+        std::vector<std::string> lines{"TRASH FAILED path=" + item.string() +
+                                       " error=Quillorn.NoTrashError code=1: no Trash on this volume"};
+        if (!removeWorks)
+            lines.push_back("REMOVE FAILED path=" + item.string() +
+                            " error=POSIX code=13: Permission denied path=" + item.string());
+        EXPECT_EQ(failure([&] { services.operations().discard(item, permission); }),
+                  outcome.empty() ? ""
+                                  : outcome + "The item still exists at " + item.string() + ". " +
+                                        (removeWorks ? "no Trash on this volume" : "Permission denied"));
+        EXPECT_EQ(fs::exists(item), !outcome.empty()) << outcome;
+        EXPECT_EQ(services.removeCalls, !local && permission) << outcome;
+        EXPECT_EQ(mark.lines(), lines) << outcome;
     }
 }
 
-TEST(DiscardToTrash, aDanglingLinkGoesToTheTrashNotItsTarget)
+TEST(Discard, aMissingOrVanishingItemIsNotAnErrorButALocalityErrorIs)
 {
     TestTree tree;
-    const fs::path link = tree.symlink("dangling", tree / "nowhere");
-    const fs::path linkToFile = tree.symlink("pointer", tree.file("kept.txt", "kept"));
-    const FileOperations operations;
-    operations.discard(link, false);
-    operations.discard(linkToFile, false);
-    EXPECT_FALSE(fs::exists(fs::symlink_status(link)));
-    EXPECT_EQ(TestTree::read(tree / "kept.txt"), "kept");
+    Services services{.local = false};
+    EXPECT_EQ(failure([&] { services.operations().discard(tree / "missing", true); }),
+              "The item no longer exists: " + (tree / "missing").string());
+    EXPECT_EQ(services.trashCalls, 0);
+
+    services.onTrash = [](const fs::path &item) { fs::remove(item); };
+    services.onLocality = [](const fs::path &) { ADD_FAILURE() << "a vanished item needs no locality"; };
+    EXPECT_NO_THROW(services.operations().discard(tree.file("a.txt"), false));
+
+    services.onTrash = services.onLocality = [](const fs::path &) {};
+    services.onRemove = [](const fs::path &item) { fs::remove(item); };
+    EXPECT_NO_THROW(services.operations().discard(tree.file("a.txt"), true));
+
+    services.onLocality = [](const fs::path &item) { throwPosixError(item, ENOENT); };
+    EXPECT_THROW(services.operations().discard(tree.file("a.txt"), true), PosixError);
+    EXPECT_EQ(services.removeCalls, 1);
+}
+
+TEST(DiscardToTrash, aLinkGoesToTheTrashNotItsTarget)
+{
+    TestTree tree;
+    const fs::path dangling = tree.symlink("dangling", tree / "nowhere");
+    FileOperations().discard(dangling, false);
+    FileOperations().discard(tree.symlink("pointer", tree.file("kept.txt", "kept")), false);
+    EXPECT_THAT(contents(tree.root()), ElementsAre(Pair("kept.txt", "kept")));
     int links = 0;
     for (const auto &entry : fs::directory_iterator(dataHome / "Trash/files"))
         links += entry.is_symlink();

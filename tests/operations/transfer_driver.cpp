@@ -1,8 +1,7 @@
-// Runs one transfer from the command line so that fault tests can run it under
-// strace (failing or killing it at an exact system call) or as another user:
+// One transfer from the command line, so that fault tests can run it under strace
+// (failing or killing it at one system call) or as another user:
 //   transfer_driver copy|move <policy raw value> <destination> <source>...
-// Prints each published path; exit 1 with the message on stderr when the
-// transfer fails, 2 when it was cancelled, 3 for any other error.
+// Exit 1 with the message on stderr when the transfer fails, 2 when cancelled, 3 otherwise.
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
 #include "operations/fileoperations.h"
@@ -21,11 +20,9 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "usage: %s copy|move POLICY DESTINATION SOURCE...\n", argv[0]);
         return 64;
     }
-    const std::vector<std::filesystem::path> sources(argv + 4, argv + argc);
     try {
-        for (const auto &published :
-             FileOperations().transfer(sources, argv[3], mode == "move", *policy, true))
-            std::printf("%s\n", published.c_str());
+        const std::vector<std::filesystem::path> sources(argv + 4, argv + argc);
+        FileOperations().transfer(sources, argv[3], mode == "move", *policy, true);
         return 0;
     } catch (const CommanderError &error) {
         std::fprintf(stderr, "%s\n", error.what());
