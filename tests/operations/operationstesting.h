@@ -28,24 +28,20 @@ inline const fs::path dataHome = [] {
     return dataTree.root();
 }();
 
-// The messages the shared log receives after this object is made, one per
-// physical line, timestamps removed.
-class LogMark {
-public:
-    std::vector<std::string> lines() const
-    {
-        std::ifstream in(m_log, std::ios::binary);
-        in.seekg(static_cast<std::streamoff>(m_offset));
+// A function giving the messages the shared log received after this call, one
+// per physical line, timestamps removed.
+inline auto logMark()
+{
+    const fs::path log = AppDiagnostics::shared().fileURL();
+    return [log, offset = fs::exists(log) ? fs::file_size(log) : 0] {
+        std::ifstream in(log, std::ios::binary);
+        in.seekg(static_cast<std::streamoff>(offset));
         std::vector<std::string> result;
         for (std::string line; std::getline(in, line);)
             result.push_back(line.size() > 21 ? line.substr(21) : line);
         return result;
-    }
-
-private:
-    const fs::path m_log = AppDiagnostics::shared().fileURL();
-    std::uintmax_t m_offset = fs::exists(m_log) ? fs::file_size(m_log) : 0;
-};
+    };
+}
 
 // The message of the CommanderError that body throws, or "" when it throws none.
 template <typename Body> std::string failure(Body &&body)

@@ -85,7 +85,7 @@ TEST(TransferCopy, cancellingWithinAChunkOrBetweenItemsKeepsOnlyFinishedItems)
         OperationControl control;
         const fs::path dst = tree.folder("dst"), source = tree.file("src/a.bin", pattern(3 * 1024 * 1024));
         const auto cancel = [&] { control.cancel(); };
-        const LogMark mark;
+        const auto logged = logMark();
         EXPECT_THROW(hooked(
                          [&](auto &, auto &) {
                              if (!withinChunk)
@@ -99,7 +99,7 @@ TEST(TransferCopy, cancellingWithinAChunkOrBetweenItemsKeepsOnlyFinishedItems)
                      CancellationError);
         EXPECT_THAT(contents(dst), SizeIs(withinChunk ? 0 : 1));
         EXPECT_EQ(control.progress().completed, withinChunk ? 1024 * 1024 : 3 * 1024 * 1024);
-        EXPECT_THAT(mark.lines().back(),
+        EXPECT_THAT(logged().back(),
                     StartsWith(withinChunk
                                    ? "TRANSFER FAILED phase=Copying \u2018a.bin\u2019 source=" +
                                          source.string() + " destination=" + (dst / "a.bin").string() +
@@ -139,46 +139,32 @@ TEST(TransferCopy, copyingOntoAHardLinkOfItselfKeepsItsBytes)
     EXPECT_FALSE(fs::equivalent(source, tree / "dst/a.txt")); // a fresh copy; the old link went to the Trash
 }
 
-TEST(TransferMove, withinOneVolumeIsOneRenameOfTheItemItself)
+TEST(TransferMove, withinOneVolumeIsOneRenameWhoseFailureLeavesBothSidesAlone)
 {
     TestTree tree;
+    const fs::path box = tree.folder("src/box"), dst = tree.folder("dst");
     tree.file("src/box/a.txt", "abc");
     std::vector<std::pair<fs::path, fs::path>> renames;
-    OperationControl control;
-    const LogMark mark;
-    hooked([&](const fs::path &from, const fs::path &to) {
+    bool refuse = true;
+    const FileOperations operations = hooked([&](const fs::path &from, const fs::path &to) {
         renames.emplace_back(from, to);
-    }).transfer({tree / "src/box"}, tree.folder("dst"), true, stop, control, false);
-    EXPECT_THAT(renames, ElementsAre(std::pair(tree / "src/box", tree / "dst/box")));
+        if (refuse)
+            throwPosixError(from, EACCES);
+    });
+    const auto logged = logMark();
+    EXPECT_EQ(failure([&] { transfer({box}, dst, true, stop, operations); }),
+              wrapped("Moving \u2018box\u2019 on the same volume", "Permission denied", "POSIX 13"));
+    EXPECT_THAT(contents(box), SizeIs(1));
+    EXPECT_TRUE(fs::is_empty(dst));
+    EXPECT_EQ(logged().at(1), "TRANSFER FAILED phase=Moving \u2018box\u2019 on the same volume source=" +
+                                  box.string() + " destination=" + (dst / "box").string() +
+                                  " error=POSIX code=13: Permission denied path=" + box.string());
+    refuse = false;
+    OperationControl control;
+    operations.transfer({box}, dst, true, stop, control, false);
+    EXPECT_THAT(renames, ElementsAre(std::pair(box, dst / "box"), std::pair(box, dst / "box")));
     EXPECT_EQ(control.progress().completed, 3);
-    EXPECT_EQ(mark.lines().at(1),
-              "TRANSFER ITEM COMPLETE phase=rename target=" + (tree / "dst/box").string());
-}
-
-TEST(TransferMove, failedRenameOnOneVolumeLeavesBothSidesAlone)
-{
-    TestTree tree;
-    const fs::path source = tree.file("src/a.txt", "A");
-    const LogMark mark;
-    EXPECT_EQ(failure([&] {
-                  transfer(
-                      {source}, tree.folder("dst"), true, stop,
-                      hooked([](const fs::path &from, const fs::path &) { throwPosixError(from, EACCES); }));
-              }),
-              wrapped("Moving \u2018a.txt\u2019 on the same volume", "Permission denied", "POSIX 13"));
-    EXPECT_EQ(TestTree::read(source), "A");
-    EXPECT_TRUE(fs::is_empty(tree / "dst"));
-    EXPECT_EQ(mark.lines().at(1),
-              "TRANSFER FAILED phase=Moving \u2018a.txt\u2019 on the same volume source=" + source.string() +
-                  " destination=" + (tree / "dst/a.txt").string() +
-                  " error=POSIX code=13: Permission denied path=" + source.string());
-}
-
-TEST(TransferMove, keepBothInItsOwnFolderRenamesBesideIt)
-{
-    TestTree tree;
-    transfer({tree.file("a.txt", "A")}, tree.root(), true, keepBoth);
-    EXPECT_THAT(contents(tree.root()), ElementsAre(Pair("a (2).txt", "A")));
+    EXPECT_THAT(logged(), Contains("TRANSFER ITEM COMPLETE phase=rename target=" + (dst / "box").string()));
 }
 
 TEST(TransferMove, replacingASourceFolderThatChangesWhileCopiedPreservesBothSides)

@@ -8,21 +8,16 @@
 
 #include <cstdio>
 #include <string>
-#include <vector>
 
 int main(int argc, char **argv)
 {
     using namespace quillorn;
-    const std::optional<ConflictPolicy> policy =
-        argc >= 5 ? conflictPolicyFromRawValue(argv[2]) : std::nullopt;
-    const std::string mode = argc >= 2 ? argv[1] : "";
-    if (!policy || (mode != "copy" && mode != "move")) {
-        std::fprintf(stderr, "usage: %s copy|move POLICY DESTINATION SOURCE...\n", argv[0]);
-        return 64;
-    }
     try {
-        const std::vector<std::filesystem::path> sources(argv + 4, argv + argc);
-        FileOperations().transfer(sources, argv[3], mode == "move", *policy, true);
+        if (argc < 5)
+            throw std::invalid_argument("usage: transfer_driver copy|move POLICY DESTINATION SOURCE...");
+        FileOperations().transfer(std::vector<std::filesystem::path>(argv + 4, argv + argc), argv[3],
+                                  argv[1] == std::string("move"), conflictPolicyFromRawValue(argv[2]).value(),
+                                  true);
         return 0;
     } catch (const CommanderError &error) {
         std::fprintf(stderr, "%s\n", error.what());
