@@ -1,8 +1,6 @@
 #pragma once
 
-// What the engine's tests share: a private log and Trash, the log lines of one
-// step, and the comparisons they repeat. Included by test files only.
-
+// What the engine's tests share; included by test files only.
 #include "scopedmount.h"
 #include "testtree.h"
 
@@ -23,10 +21,7 @@ namespace quillorn::test {
 // XDG_DATA_HOME (log and home Trash) in a fresh folder, set before main so that
 // the shared log, made on first use, lands there.
 inline const TestTree dataTree;
-inline const fs::path dataHome = [] {
-    ::setenv("XDG_DATA_HOME", dataTree.root().c_str(), 1);
-    return dataTree.root();
-}();
+inline const fs::path dataHome = (::setenv("XDG_DATA_HOME", dataTree.root().c_str(), 1), dataTree.root());
 
 // A function giving the messages the shared log received after this call, one
 // per physical line, timestamps removed.

@@ -83,19 +83,17 @@ protected:
         if (std::system("strace -V >/dev/null 2>&1") != 0)
             GTEST_SKIP() << "strace is not installed";
     }
-    // The driver copying source into the destination, as a shell command.
-    std::string copy(const fs::path &source, const std::string &policy = "Stop") const
-    {
-        return std::string(QUILLORN_TRANSFER_DRIVER) + " copy " + shellQuote(policy) + " " +
-               shellQuote(m_dst) + " " + shellQuote(source);
-    }
-    // Exit status and standard error of a command. strace exits with the driver's
-    // status, or dies of the signal that killed it.
-    static std::pair<int, std::string> run(const std::string &command)
+    // Exit status and standard error of prefix + the driver copying source into the destination.
+    // strace exits with the driver's status, or dies of the signal that killed it.
+    std::pair<int, std::string> run(const std::string &prefix, const fs::path &source,
+                                    const std::string &policy = "Stop") const
     {
         int status = -1;
         std::string errors =
-            runCommand("ASAN_OPTIONS=detect_leaks=0 " + command + " 2>&1 >/dev/null; exit $?", &status);
+            runCommand("ASAN_OPTIONS=detect_leaks=0 " + prefix + " " QUILLORN_TRANSFER_DRIVER " copy " +
+                           shellQuote(policy) + " " + shellQuote(m_dst) + " " + shellQuote(source) +
+                           " 2>&1 >/dev/null; exit $?",
+                       &status);
         return {status, errors};
     }
 
@@ -110,9 +108,9 @@ TEST_F(InjectedFault, anInputOutputErrorAtTheFlushOrThePublishingRenamePublishes
     for (const std::string phase :
          {"Copying \u2018a.txt\u2019", "Publishing \u2018a.txt\u2019 at the destination"}) {
         const auto logged = logMark();
-        EXPECT_EQ(run(m_inject + (phase.starts_with("Copying") ? "fsync" : "renameat2") + ":error=EIO " +
-                      copy(m_source)),
-                  std::pair(1, wrapped(phase, "Input/output error", "POSIX 5") + "\n"));
+        EXPECT_EQ(
+            run(m_inject + (phase.starts_with("Copying") ? "fsync" : "renameat2") + ":error=EIO", m_source),
+            std::pair(1, wrapped(phase, "Input/output error", "POSIX 5") + "\n"));
         EXPECT_TRUE(fs::is_empty(m_dst)) << phase;
         EXPECT_THAT(logged().back(),
                     MatchesRegex("TRANSFER FAILED phase=" + phase + " source=" + m_source.string() +
@@ -132,9 +130,8 @@ TEST_F(InjectedFault, killedAnywhereLeavesNoShortFileAndTheOldBytes)
         fs::create_directory(m_dst);
         if (*old)
             m_tree.file("dst/a.txt", old);
-        EXPECT_EQ(
-            run(m_inject + call + " " + copy(m_source, *old ? "Replace (old item to Trash)" : "Stop")).first,
-            128 + SIGKILL)
+        EXPECT_EQ(run(m_inject + call, m_source, *old ? "Replace (old item to Trash)" : "Stop").first,
+                  128 + SIGKILL)
             << call;
         // The final name holds the old bytes or nothing; at most one staging item is left behind.
         const std::map<std::string, std::string> left = contents(m_dst);
@@ -151,7 +148,7 @@ TEST_F(InjectedFault, asAnOrdinaryUserRefusalsAndFailuresLeaveNothingBehind)
     for (const fs::path &item : {m_tree.root(), m_source.parent_path(), m_dst})
         fs::permissions(item, fs::perms(0755));
     fs::permissions(m_source, fs::perms(0644));
-    const auto [status, errors] = run(m_asNobody + copy(m_source));
+    const auto [status, errors] = run(m_asNobody, m_source);
     if (errors.starts_with("setpriv:"))
         GTEST_SKIP() << "cannot switch to the user nobody: " << errors;
     EXPECT_EQ(status, 1);
@@ -163,7 +160,7 @@ TEST_F(InjectedFault, asAnOrdinaryUserRefusalsAndFailuresLeaveNothingBehind)
     fs::permissions(m_dst, fs::perms::all);
     for (const char *folder : {"src/box/sub", "src/box"})
         fs::permissions(m_tree / folder, fs::perms(0555));
-    EXPECT_EQ(run(m_inject + "syncfs:error=EIO" + m_asNobody + copy(m_tree / "src/box")),
+    EXPECT_EQ(run(m_inject + "syncfs:error=EIO" + m_asNobody, m_tree / "src/box"),
               std::pair(1, wrapped("Copying \u2018box\u2019", "Input/output error", "POSIX 5") + "\n"));
     EXPECT_TRUE(fs::is_empty(m_dst));
 }

@@ -1,7 +1,6 @@
-// One transfer from the command line, so that fault tests can run it under strace
-// (failing or killing it at one system call) or as another user:
-//   transfer_driver copy|move <policy raw value> <destination> <source>...
-// Exit 1 with the message on stderr when the transfer fails, 2 when cancelled, 3 otherwise.
+// One copy or move from the command line, so that fault tests can run it under strace
+// or as another user: transfer_driver copy|move <policy raw value> <destination> <source>...
+// Exit 1 with the message on stderr when the transfer fails, 3 on any other error.
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
 #include "operations/fileoperations.h"
@@ -22,8 +21,6 @@ int main(int argc, char **argv)
     } catch (const CommanderError &error) {
         std::fprintf(stderr, "%s\n", error.what());
         return 1;
-    } catch (const CancellationError &) {
-        return 2;
     } catch (const std::exception &error) {
         std::fprintf(stderr, "%s\n", AppDiagnostics::describe(error).c_str());
         return 3;
