@@ -1,6 +1,6 @@
 #pragma once
 
-// What the engine's tests share; included by test files only.
+// Shared by the engine's tests: a private log and Trash, and the checks they repeat.
 #include "scopedmount.h"
 #include "testtree.h"
 

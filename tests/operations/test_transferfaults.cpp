@@ -1,10 +1,6 @@
 // ctest-labels: root
 #include "operationstesting.h"
 
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/xattr.h>
-
 #include <csignal>
 #include <optional>
 
@@ -21,10 +17,7 @@ namespace {
         GTEST_SKIP() << "this machine refuses the mount: " << error.what();                                  \
     }
 
-std::size_t trashCount()
-{
-    return contents(dataHome / "Trash/files").size();
-}
+const auto trashCount = [] { return contents(dataHome / "Trash/files").size(); };
 
 TEST(CrossVolume, moveCopiesTrashesTheSourceAndWarnsOfAttributesTheVolumeLacks)
 {
@@ -35,7 +28,7 @@ TEST(CrossVolume, moveCopiesTrashesTheSourceAndWarnsOfAttributesTheVolumeLacks)
     const auto logged = logMark();
     for (const fs::path &destination : {volume->path(), bound->path()}) {
         const fs::path data = tree.file("src/box/data.bin", pattern(3 * 1024 * 1024 + 1));
-        ASSERT_EQ(::lsetxattr(data.c_str(), "user.colour", "blue", 4, 0), 0);
+        runCommand("setfattr -n user.colour -v blue " + shellQuote(data));
         const std::size_t trashedBefore = trashCount();
         transfer({tree / "src/box"}, destination, true);
         EXPECT_FALSE(fs::exists(tree / "src/box"));
