@@ -6,18 +6,16 @@ using namespace std::string_literals;
 
 namespace {
 
-// Stand-in services that run a hook first: the Trash always fails, removal unless removeWorks
+// Stand-in services: the Trash always fails (after onTrash), removal unless removeWorks
 // (the rows that must not remove let it work, so a wrong removal shows).
 struct Services {
     bool local = true, removeWorks = false;
-    std::function<void(const fs::path &)> onTrash = [](const fs::path &) {}, onRemove = onTrash,
-                                          onLocality = onTrash;
+    std::function<void(const fs::path &)> onTrash = [](const fs::path &) {}, onLocality = onTrash;
 
     FileOperations operations()
     {
         return FileOperations([this](const fs::path &item) { onTrash(item), throw NoTrashError(); },
                               [this](const fs::path &item) {
-                                  onRemove(item);
                                   if (!removeWorks)
                                       throwPosixError(item, EACCES);
                                   fs::remove_all(item);

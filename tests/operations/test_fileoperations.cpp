@@ -29,12 +29,8 @@ TEST(TransferPlan, refusalsComeBeforeAnyChange)
     const std::string same = "Source and destination are the same item.",
                       itself = "Cannot transfer a folder into itself.",
                       parent = "Select either a folder or its children, not both.";
-    const struct {
-        std::vector<fs::path> sources;
-        fs::path destination;
-        ConflictPolicy policy;
-        std::string message;
-    } rows[] = {
+    using Row = std::tuple<std::vector<fs::path>, fs::path, ConflictPolicy, std::string>;
+    const Row rows[] = {
         {{"relative/a.txt"}, at("dst"), stop, "Only mounted filesystem URLs are supported."},
         {{at("x")}, at("x/docs"), stop, itself},
         {{at("x/docs")}, at("x/doc/../docs/./"), stop, itself},
@@ -48,10 +44,10 @@ TEST(TransferPlan, refusalsComeBeforeAnyChange)
         {{at("x/docs/a.txt"), at("x/docs")}, at("dst"), skip, parent},
         {{at("x/docs/a.txt")}, at("alias"), replace, same}, // once lost the source
     };
-    for (const auto &row : rows)
+    for (const auto &[sources, destination, policy, message] : rows)
         for (const bool move : {false, true})
-            EXPECT_EQ(failure([&] { transfer(row.sources, row.destination, move, row.policy); }), row.message)
-                << row.sources.front() << " into " << row.destination << " move " << move;
+            EXPECT_EQ(failure([&] { transfer(sources, destination, move, policy); }), message)
+                << sources.front() << " into " << destination << " move " << move;
     transfer({at("x/doc")}, at("x/docs")); // a name that merely starts like the source's
     transfer({at("x/docs/a.txt")}, at("x/docs"), true, keepBoth);
     EXPECT_THAT(contents(tree / "x/docs"), ElementsAre(Pair("a (2).txt", "A"), Pair("doc", "/")));
@@ -60,41 +56,34 @@ TEST(TransferPlan, refusalsComeBeforeAnyChange)
 
 TEST(TransferPolicies, decideEachClashInPathOrder)
 {
-    const struct {
-        ConflictPolicy policy;
-        std::vector<std::string> published;
-        std::map<std::string, std::string> after;
-    } rows[] = {
+    using Row = std::tuple<ConflictPolicy, std::vector<std::string>, std::map<std::string, std::string>>;
+    const Row rows[] = {
         {keepBoth,
          {"a.txt", "a (2).txt", "b.tar (2).gz"},
          {{"a (2).txt", "second!"}, {"a.txt", "first"}, {"b.tar (2).gz", "bee"}, {"b.tar.gz", "old"}}},
         {skip, {"a.txt"}, {{"a.txt", "first"}, {"b.tar.gz", "old"}}},
         {replace, {"a.txt", "a.txt", "b.tar.gz"}, {{"a.txt", "second!"}, {"b.tar.gz", "bee"}}},
     };
-    for (const auto &row : rows) {
+    for (const auto &[policy, expected, after] : rows) {
         TestTree tree;
         const fs::path dst = tree.folder("dst");
         tree.file("dst/b.tar.gz", "old");
-        const fs::path one = tree.file("one/a.txt", "first");
         OperationControl control;
         std::vector<std::string> published;
         // The same source twice goes once.
         for (const fs::path &item :
-             FileOperations().transfer({tree.file("two/a.txt", "second!"), one,
+             FileOperations().transfer({tree.file("two/a.txt", "second!"), tree.file("one/a.txt", "first"),
                                         tree.file("two/b.tar.gz", "bee"), tree / "one/./a.txt"},
-                                       dst, false, row.policy, control, false))
+                                       dst, false, policy, control, false))
             published.push_back(item.lexically_relative(dst));
-        EXPECT_EQ(published, row.published);
-        EXPECT_EQ(contents(dst), row.after) << rawValue(row.policy);
+        EXPECT_EQ(published, expected);
+        EXPECT_EQ(contents(dst), after) << rawValue(policy);
         // Skipped items count as done, so the bar still reaches its end.
         EXPECT_EQ(
             std::tuple(control.progress().expected, control.progress().completed, control.progress().detail),
             std::tuple(15, 15, "Complete"));
     }
-    std::vector<std::string> trashed;
-    for (const auto &entry : fs::directory_iterator(dataHome / "Trash/files"))
-        trashed.push_back(TestTree::read(entry.path()));
-    EXPECT_THAT(trashed, IsSupersetOf({"old", "first"}));
+    EXPECT_THAT(contents(dataHome / "Trash/files"), IsSupersetOf({Pair(_, "old"), Pair(_, "first")}));
 }
 
 TEST(TransferLog, linesNameEveryStepExactlyAndEscapeOddNames)
