@@ -1,53 +1,24 @@
-#include "app/commanderappdelegate.h"
+#include "windowfixture.h"
+
 #include "app/commandertoolbar.h"
-#include "app/commanderview.h"
-#include "app/detail/panetablemodel.h"
-#include "app/detail/panetableview.h"
-#include "app/filepane.h"
 #include "app/functionkeybar.h"
 #include "app/statusline.h"
 #include "model/commanderthemecolours.h"
 #include "operations/commandererror.h"
-#include "platform/core/preferences.h"
-#include "platform/desktop/fileclipboard.h"
-#include "testtree.h"
 #include "tools/queueview.h"
 #include "tools/toolhost.h"
 
-#include <QApplication>
-#include <QClipboard>
 #include <QDir>
-#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QPushButton>
 #include <QRegularExpression>
-#include <QSignalSpy>
-#include <QTest>
 #include <QToolButton>
 
-#include <memory>
-
 using namespace quillorn;
-namespace fs = std::filesystem;
+using namespace quillorn::test;
 
 namespace {
-
-// Records the keys that reach a widget, that is the keys nobody consumed before it.
-struct KeyRecorder : QObject {
-    QList<int> keys;
-    bool eventFilter(QObject *, QEvent *event) override
-    {
-        if (event->type() == QEvent::KeyPress)
-            keys << static_cast<QKeyEvent *>(event)->key();
-        return false;
-    }
-};
-
-QString name(const fs::path &path)
-{
-    return QString::fromStdString(path.filename().string());
-}
 
 bool drawsIn(const QImage &image, const QColor &colour)
 {
@@ -112,66 +83,17 @@ const KeyRow keyRows[] = {
 
 } // namespace
 
-// The main window over two real folders, its desktop services recording their
-// calls: keys replayed through the real window (cursor, tags, the command run
-// and whether the key went on to the focused widget), sheets, mouse, the bars,
-// the system clipboard and the theme on every surface. With
+// Keys replayed through the real main window (cursor, tags, the command run and
+// whether the key went on to the focused widget), sheets, the bars, the system
+// clipboard and the theme on every surface. With
 // QUILLORN_SCREENSHOT_DIR set, the theme test also saves a picture of the
 // window in each theme there.
 class MainWindowTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
-    void initTestCase()
-    {
-        qputenv("XDG_DATA_HOME", QByteArray::fromStdString((m_home / "data").string()));
-        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((m_home / "config").string()));
-        qunsetenv("QUILLORN_RELEASE_PREVIEW_THEME");
-    }
-
-    void init()
-    {
-        m_tree = std::make_unique<test::TestTree>();
-        for (const char *folder : {"Left/alpha", "Right/Archive"})
-            m_tree->folder(folder);
-        for (const char *file : {"Left/b.txt", "Left/c.txt", "Left/d.txt", "Left/.hidden", "Right/r.txt"})
-            m_tree->file(file, "x");
-        qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", QByteArray::fromStdString((*m_tree / "Left").string()));
-        qputenv("QUILLORN_RELEASE_PREVIEW_RIGHT", QByteArray::fromStdString((*m_tree / "Right").string()));
-        QApplication::clipboard()->setMimeData(FileClipboard::mimeData({*m_tree / "Right/r.txt"}).release());
-        m_calls.clear();
-        CommanderModelOptions options;
-        options.panes.preferences = &m_preferences;
-        options.panes.metadataIntervalMs = 3'600'000;
-        options.queuePollIntervalMs = 10;
-        DesktopServices &desktop = options.desktop;
-        desktop.alert = [this](const AlertRequest &alert) {
-            m_calls << "alert:" + alert.message;
-            return -1;
-        };
-        desktop.prompt = [this](const QString &title, const QString &) -> std::optional<QString> {
-            m_calls << "prompt:" + title;
-            return std::nullopt;
-        };
-        desktop.preview = [this](const fs::path &item, auto) { m_calls << "preview:" + name(item); };
-        desktop.openFile = [this](const fs::path &file) { m_calls << "open:" + name(file); };
-        desktop.requestQuit = [this] { m_calls << "quit"; };
-        CommanderAppDelegate::queue = nullptr;
-        m_view = std::make_unique<CommanderView>(std::move(options));
-        for (PaneModel *pane : {&m_view->model().left(), &m_view->model().right()}) {
-            QSignalSpy listed(pane, &PaneModel::listingApplied);
-            QVERIFY(!pane->loading() || listed.wait());
-        }
-        showActive();
-        m_view->centralWidget()->installEventFilter(&m_recorder);
-        m_recorder.keys.clear();
-    }
-
-    void cleanup()
-    {
-        m_view.reset();
-        m_tree.reset();
-    }
+    void init() { m_f.setUp(); }
+    void cleanup() { m_f.tearDown(); }
 
     void keyTable_data()
     {
@@ -184,7 +106,7 @@ private Q_SLOTS:
     {
         QFETCH(int, index);
         const KeyRow &row = keyRows[index];
-        PaneModel &left = m_view->model().left();
+        PaneModel &left = m_f.left();
         QCOMPARE(int(left.visible().size()), 4);
         left.setCursor(row.cursorBefore < 0
                            ? std::nullopt
@@ -193,12 +115,12 @@ private Q_SLOTS:
         const fs::path before = left.directory();
         const QString effect = row.effect;
         QSignalSpy leftListed(&left, &PaneModel::listingApplied);
-        QSignalSpy rightListed(&m_view->model().right(), &PaneModel::listingApplied);
+        QSignalSpy rightListed(&m_f.view->model().right(), &PaneModel::listingApplied);
 
-        QTest::keyClick(m_view->centralWidget(), Qt::Key(row.key), Qt::KeyboardModifiers(row.modifiers));
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key(row.key), Qt::KeyboardModifiers(row.modifiers));
 
-        QStringList effects = m_calls;
-        if (m_recorder.keys.contains(row.key))
+        QStringList effects = m_f.calls;
+        if (m_f.recorder.keys.contains(row.key))
             effects << "goes on";
         if (effect == "refresh") {
             QVERIFY(leftListed.count() > 0 || leftListed.wait());
@@ -206,9 +128,9 @@ private Q_SLOTS:
             effects << "refresh";
         }
         if (const auto copied = FileClipboard::read();
-            copied != std::vector<fs::path>{*m_tree / "Right/r.txt"})
+            copied != std::vector<fs::path>{*m_f.tree / "Right/r.txt"})
             effects << "clipboard:" + QString::number(copied.size());
-        if (const auto &tool = m_view->model().tool()) {
+        if (const auto &tool = m_f.view->model().tool()) {
             QString text = "tool:" + tool->id();
             if (const auto *transfer = tool->as<ToolSheet::Transfer>())
                 text += transfer->move ? ":move" : ":copy";
@@ -218,7 +140,7 @@ private Q_SLOTS:
                 text += ":" + name(info->item);
             effects << text;
         }
-        if (!m_view->model().activeLeft())
+        if (!m_f.view->model().activeLeft())
             effects << "pane:right";
         if (left.showHidden())
             effects << "hidden";
@@ -236,22 +158,22 @@ private Q_SLOTS:
 
     void ctrlAOnAnEmptyFolderEmptiesSelectionAndCursor()
     {
-        PaneModel &left = m_view->model().left();
+        PaneModel &left = m_f.left();
         QSignalSpy listed(&left, &PaneModel::listingApplied);
-        left.navigate(m_tree->folder("Empty"));
+        left.navigate(m_f.tree->folder("Empty"));
         QVERIFY(listed.wait());
-        left.setSelection({*m_tree / "Left/b.txt"});
-        QTest::keyClick(m_view->centralWidget(), Qt::Key_A, Qt::ControlModifier);
+        left.setSelection({*m_f.tree / "Left/b.txt"});
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_A, Qt::ControlModifier);
         QVERIFY(left.selection().empty());
         QVERIFY(!left.cursor());
     }
 
     void keysActOnTheActivePaneOfTheActiveWindowOnly()
     {
-        m_view->model().right().setCursor(std::nullopt);
-        m_view->model().setActiveLeft(false);
-        QTest::keyClick(m_view->centralWidget(), Qt::Key_Down);
-        QCOMPARE(m_view->model().right().cursor(), std::optional(*m_tree / "Right/Archive"));
+        m_f.view->model().right().setCursor(std::nullopt);
+        m_f.view->model().setActiveLeft(false);
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_Down);
+        QCOMPARE(m_f.view->model().right().cursor(), std::optional(*m_f.tree / "Right/Archive"));
         QWidget other;
         KeyRecorder recorder;
         other.setFocusPolicy(Qt::StrongFocus);
@@ -261,90 +183,75 @@ private Q_SLOTS:
         QVERIFY(QTest::qWaitForWindowActive(&other));
         QTest::keyClick(&other, Qt::Key_Tab);
         QCOMPARE(recorder.keys, QList<int>{Qt::Key_Tab});
-        QVERIFY(!m_view->model().activeLeft());
+        QVERIFY(!m_f.view->model().activeLeft());
     }
 
     void typingInATextFieldEditsTheField()
     {
-        auto *field = m_view->leftPane()->findChild<QLineEdit *>("filterField");
+        auto *field = m_f.view->leftPane()->findChild<QLineEdit *>("filterField");
         field->setFocus();
         QTest::keyClicks(field, "abc");
         QTest::keyClick(field, Qt::Key_Backspace);
         QTest::keyClick(field, Qt::Key_Space);
         QCOMPARE(field->text(), QStringLiteral("ab "));
-        QCOMPARE(m_view->model().left().directory(), *m_tree / "Left");
-        QVERIFY(m_view->model().left().selection().empty());
+        QCOMPARE(m_f.left().directory(), *m_f.tree / "Left");
+        QVERIFY(m_f.left().selection().empty());
     }
 
     void keysDriveTheWindowUntilASheetTakesThem()
     {
-        QCOMPARE(CommanderAppDelegate::queue.data(), &m_view->model().queue());
-        m_view->hide(); // showing again must not install a second key monitor
-        showActive();
-        m_view->model().left().setCursor(std::nullopt);
+        QCOMPARE(CommanderAppDelegate::queue.data(), &m_f.view->model().queue());
+        m_f.view->hide(); // showing again must not install a second key monitor
+        m_f.showActive();
+        m_f.left().setCursor(std::nullopt);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
-        QCOMPARE(m_view->model().left().cursor(), std::optional(*m_tree / "Left/alpha"));
+        QCOMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "Left/alpha"));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        QCOMPARE(m_view->toolBar()->activePaneLabel()->text(), QStringLiteral("RIGHT PANE ACTIVE"));
+        QCOMPARE(m_f.view->toolBar()->activePaneLabel()->text(), QStringLiteral("RIGHT PANE ACTIVE"));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         // F5 opens the transfer sheet; while it is up, Tab belongs to it.
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_F5);
-        QDialog *sheet = m_view->toolHost()->sheet();
+        QDialog *sheet = m_f.view->toolHost()->sheet();
         QVERIFY(sheet);
         QTRY_VERIFY(QApplication::activeModalWidget() == sheet);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
-        QVERIFY(m_view->model().activeLeft());
+        QVERIFY(m_f.view->model().activeLeft());
         QTest::keyClick(sheet, Qt::Key_Escape);
         // Closing the sheet gives the keyboard back at once.
         QTRY_VERIFY(QApplication::activeModalWidget() == nullptr);
-        QTest::keyClick(m_view.get(), Qt::Key_Tab);
-        QVERIFY(!m_view->model().activeLeft());
-    }
-
-    void clickActivatesPaneAndDoubleClickOpens()
-    {
-        FilePane *right = m_view->rightPane();
-        QTest::mouseClick(right->findChild<QLabel *>("footerItems"), Qt::LeftButton);
-        QVERIFY(!m_view->model().activeLeft() && right->active() && !m_view->leftPane()->active());
-        const auto doubleClick = [&](int row) {
-            const QRect rect = right->listView()->visualRect(right->listModel()->index(row, 0));
-            QTest::mouseDClick(right->listView()->viewport(), Qt::LeftButton, Qt::NoModifier, rect.center());
-        };
-        doubleClick(1);
-        QCOMPARE(m_calls, QStringList{"open:r.txt"});
-        doubleClick(0);
-        QCOMPARE(m_view->model().right().directory(), *m_tree / "Right/Archive");
+        QTest::keyClick(m_f.view.get(), Qt::Key_Tab);
+        QVERIFY(!m_f.view->model().activeLeft());
     }
 
     void barsFollowTheActivePaneAndRunCommands()
     {
-        CommanderToolBar *bar = m_view->toolBar();
-        const std::vector<fs::path> items{*m_tree / "Left/b.txt", *m_tree / "Left/c.txt"};
-        m_view->model().left().setSelection({items.begin(), items.end()});
+        CommanderToolBar *bar = m_f.view->toolBar();
+        const std::vector<fs::path> items{*m_f.tree / "Left/b.txt", *m_f.tree / "Left/c.txt"};
+        m_f.left().setSelection({items.begin(), items.end()});
         bar->button("Open")->click();
-        QCOMPARE(m_calls, (QStringList{"open:b.txt", "open:c.txt"}));
+        QCOMPARE(m_f.calls, (QStringList{"open:b.txt", "open:c.txt"}));
         // Copy refs reaches the system clipboard; Paste reads it back into the active pane.
         bar->button("Copy refs")->click();
-        QCOMPARE(m_view->statusLine()->statusText(), QStringLiteral("Copied 2 file reference(s)"));
-        m_view->model().right().setCursor(std::nullopt);
-        m_view->model().setActiveLeft(false);
+        QCOMPARE(m_f.view->statusLine()->statusText(), QStringLiteral("Copied 2 file reference(s)"));
+        m_f.view->model().right().setCursor(std::nullopt);
+        m_f.view->model().setActiveLeft(false);
         QVERIFY(!bar->button("Open")->isEnabled());
         bar->button("Paste")->click();
-        const auto *paste = m_view->model().tool()->as<ToolSheet::Transfer>();
+        const auto *paste = m_f.view->model().tool()->as<ToolSheet::Transfer>();
         QVERIFY(paste && !paste->move);
         QCOMPARE(paste->sources, items);
-        QCOMPARE(paste->destination, *m_tree / "Right");
-        m_view->toolHost()->sheet()->reject();
-        m_view->model().setActiveLeft(true);
-        m_view->functionKeyBar()->button(6)->click();
-        const auto *move = m_view->model().tool()->as<ToolSheet::Transfer>();
+        QCOMPARE(paste->destination, *m_f.tree / "Right");
+        m_f.view->toolHost()->sheet()->reject();
+        m_f.view->model().setActiveLeft(true);
+        m_f.view->functionKeyBar()->button(6)->click();
+        const auto *move = m_f.view->model().tool()->as<ToolSheet::Transfer>();
         QVERIFY(move && move->move);
     }
 
     void comingBackToTheApplicationRefreshesBothPanes()
     {
-        QSignalSpy left(&m_view->model().left(), &PaneModel::listingApplied);
-        QSignalSpy right(&m_view->model().right(), &PaneModel::listingApplied);
+        QSignalSpy left(&m_f.left(), &PaneModel::listingApplied);
+        QSignalSpy right(&m_f.view->model().right(), &PaneModel::listingApplied);
         // The offscreen platform has no other applications to switch to, so the
         // platform's notifications are played here.
         Q_EMIT qApp->applicationStateChanged(Qt::ApplicationInactive);
@@ -357,26 +264,26 @@ private Q_SLOTS:
 
     void everySurfaceTakesTheTheme()
     {
-        m_view->model().left().setSelection({*m_tree / "Left/c.txt"});
-        QVERIFY(!m_view->queueView()->isVisible()); // nothing queued
-        m_view->model().queue().enqueue("Copy 2 → Archive", [](OperationControl &) {
+        m_f.left().setSelection({*m_f.tree / "Left/c.txt"});
+        QVERIFY(!m_f.view->queueView()->isVisible()); // nothing queued
+        m_f.view->model().queue().enqueue("Copy 2 → Archive", [](OperationControl &) {
             throw CommanderError("An item named ‘r.txt’ already exists.");
         });
-        QVERIFY(m_view->queueView()->isVisible());
-        QTRY_VERIFY(!m_view->model().queue().running());
+        QVERIFY(m_f.view->queueView()->isVisible());
+        QTRY_VERIFY(!m_f.view->model().queue().running());
         const QString folder = qEnvironmentVariable("QUILLORN_SCREENSHOT_DIR");
         for (CommanderTheme theme : allCommanderThemes) {
-            m_view->applyTheme(theme);
-            const QImage image = m_view->grab().toImage();
+            m_f.view->applyTheme(theme);
+            const QImage image = m_f.view->grab().toImage();
             const auto colourAt = [&](QWidget *widget) {
-                return image.pixelColor(widget->mapTo(m_view.get(), QPoint(4, 2)));
+                return image.pixelColor(widget->mapTo(m_f.view.get(), QPoint(4, 2)));
             };
-            QCOMPARE(colourAt(m_view->centralWidget()), colours(theme).window);
-            QCOMPARE(colourAt(m_view->queueView()), colours(theme).bar);
-            QCOMPARE(colourAt(m_view->toolBar()->button("Search")), colours(theme).button);
+            QCOMPARE(colourAt(m_f.view->centralWidget()), colours(theme).window);
+            QCOMPARE(colourAt(m_f.view->queueView()), colours(theme).bar);
+            QCOMPARE(colourAt(m_f.view->toolBar()->button("Search")), colours(theme).button);
             // The failed job's state is drawn in orange; a key's number in the accent, its label not.
-            QVERIFY(drawsIn(m_view->queueView()->grab().toImage(), QueueView::failureColour));
-            const QList<QLabel *> f5 = m_view->functionKeyBar()->button(5)->findChildren<QLabel *>();
+            QVERIFY(drawsIn(m_f.view->queueView()->grab().toImage(), QueueView::failureColour));
+            const QList<QLabel *> f5 = m_f.view->functionKeyBar()->button(5)->findChildren<QLabel *>();
             QVERIFY(drawsIn(f5[0]->grab().toImage(), colours(theme).accent));
             QVERIFY(!drawsIn(f5[1]->grab().toImage(), colours(theme).accent));
             if (!folder.isEmpty()) {
@@ -387,28 +294,15 @@ private Q_SLOTS:
     }
 
 private:
-    void showActive()
-    {
-        m_view->show();
-        QApplication::setActiveWindow(m_view.get());
-        QVERIFY(QTest::qWaitForWindowActive(m_view.get()));
-        m_view->centralWidget()->setFocus();
-    }
-
     std::set<fs::path> leftItems(const char *names) const
     {
         std::set<fs::path> items;
         for (const QString &item : QString(names).split(',', Qt::SkipEmptyParts))
-            items.insert(*m_tree / "Left" / item.toStdString());
+            items.insert(*m_f.tree / "Left" / item.toStdString());
         return items;
     }
 
-    test::TestTree m_home;
-    Preferences m_preferences{QString::fromStdString((m_home / "prefs.ini").string())};
-    std::unique_ptr<test::TestTree> m_tree;
-    std::unique_ptr<CommanderView> m_view;
-    KeyRecorder m_recorder;
-    QStringList m_calls;
+    WindowFixture m_f;
 };
 
 QTEST_MAIN(MainWindowTest)

@@ -1,0 +1,112 @@
+#pragma once
+
+#include "app/commanderappdelegate.h"
+#include "app/commanderview.h"
+#include "app/detail/panetablemodel.h"
+#include "app/detail/panetableview.h"
+#include "app/filepane.h"
+#include "platform/core/preferences.h"
+#include "platform/desktop/fileclipboard.h"
+#include "testtree.h"
+
+#include <QApplication>
+#include <QClipboard>
+#include <QKeyEvent>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <memory>
+
+namespace quillorn::test {
+
+namespace fs = std::filesystem;
+
+// Records the keys that reach a widget, that is the keys nobody consumed before it.
+struct KeyRecorder : QObject {
+    QList<int> keys;
+    bool eventFilter(QObject *, QEvent *event) override
+    {
+        if (event->type() == QEvent::KeyPress)
+            keys << static_cast<QKeyEvent *>(event)->key();
+        return false;
+    }
+};
+
+inline QString name(const fs::path &path)
+{
+    return QString::fromStdString(path.filename().string());
+}
+
+// The main window, shown and active, over the folders Left (alpha/, b.txt,
+// c.txt, d.txt, .hidden) and Right (Archive/, r.txt). Its desktop services
+// record their calls in `calls`, except the clipboard, which is the system
+// one and starts out holding Right/r.txt.
+struct WindowFixture {
+    void setUp()
+    {
+        qputenv("XDG_DATA_HOME", QByteArray::fromStdString((home / "data").string()));
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((home / "config").string()));
+        qunsetenv("QUILLORN_RELEASE_PREVIEW_THEME");
+        tree = std::make_unique<TestTree>();
+        for (const char *folder : {"Left/alpha", "Right/Archive"})
+            tree->folder(folder);
+        for (const char *file : {"Left/b.txt", "Left/c.txt", "Left/d.txt", "Left/.hidden", "Right/r.txt"})
+            tree->file(file, "x");
+        qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", QByteArray::fromStdString((*tree / "Left").string()));
+        qputenv("QUILLORN_RELEASE_PREVIEW_RIGHT", QByteArray::fromStdString((*tree / "Right").string()));
+        QApplication::clipboard()->setMimeData(FileClipboard::mimeData({*tree / "Right/r.txt"}).release());
+        calls.clear();
+        CommanderModelOptions options;
+        options.panes.preferences = &preferences;
+        options.panes.metadataIntervalMs = 3'600'000;
+        options.queuePollIntervalMs = 10;
+        DesktopServices &desktop = options.desktop;
+        desktop.alert = [this](const AlertRequest &alert) { return record("alert:" + alert.message), -1; };
+        desktop.prompt = [this](const QString &title, const QString &) {
+            record("prompt:" + title);
+            return std::optional<QString>();
+        };
+        desktop.preview = [this](const fs::path &item, auto) { record("preview:" + name(item)); };
+        desktop.openFile = [this](const fs::path &file) { record("open:" + name(file)); };
+        desktop.requestQuit = [this] { record("quit"); };
+        CommanderAppDelegate::queue = nullptr;
+        view = std::make_unique<CommanderView>(std::move(options));
+        for (PaneModel *pane : {&view->model().left(), &view->model().right()})
+            waitListed(*pane);
+        showActive();
+        view->centralWidget()->installEventFilter(&recorder);
+        recorder.keys.clear();
+    }
+
+    void tearDown()
+    {
+        view.reset();
+        tree.reset();
+    }
+
+    void showActive()
+    {
+        view->show();
+        QApplication::setActiveWindow(view.get());
+        QVERIFY(QTest::qWaitForWindowActive(view.get()));
+        view->centralWidget()->setFocus();
+    }
+
+    static void waitListed(PaneModel &pane)
+    {
+        QSignalSpy listed(&pane, &PaneModel::listingApplied);
+        QVERIFY(!pane.loading() || listed.wait());
+    }
+
+    void record(const QString &call) { calls << call; }
+    PaneModel &left() const { return view->model().left(); }
+
+    TestTree home;
+    Preferences preferences{QString::fromStdString((home / "prefs.ini").string())};
+    std::unique_ptr<TestTree> tree;
+    std::unique_ptr<CommanderView> view;
+    KeyRecorder recorder;
+    QStringList calls;
+};
+
+} // namespace quillorn::test
