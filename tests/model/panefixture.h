@@ -9,26 +9,6 @@
 
 namespace quillorn::test {
 
-// A preferences file of its own and a helper to build panes on it, with the
-// metadata timer out of the way unless a test asks for it.
-class PaneFixture {
-public:
-    PaneFixture() : preferences(QString::fromStdString((store / "Quillorn.conf").string())) {}
-
-    std::unique_ptr<PaneModel> pane(const std::filesystem::path &start, const QString &key = {},
-                                    int metadataIntervalMs = 3'600'000, std::function<bool()> active = {})
-    {
-        PaneModelOptions options;
-        options.preferences = &preferences;
-        options.metadataIntervalMs = metadataIntervalMs;
-        options.applicationIsActive = active ? std::move(active) : [] { return true; };
-        return std::make_unique<PaneModel>(start, key, std::move(options));
-    }
-
-    TestTree store;
-    Preferences preferences;
-};
-
 // Waits until the pane's listing is applied and, for a folder that can be
 // watched, the reload the watcher asks for when it starts has been applied too.
 inline bool settled(PaneModel &pane, bool watchable = true)
@@ -36,12 +16,43 @@ inline bool settled(PaneModel &pane, bool watchable = true)
     return QTest::qWaitFor([&] { return !pane.loading() && (!watchable || pane.isWatching()); }, 10'000);
 }
 
+// A folder to list and a preferences file of its own, with the metadata timer
+// out of the way unless a test asks for it.
+struct PaneFixture {
+    TestTree tree, store;
+    Preferences preferences{QString::fromStdString((store / "Quillorn.conf").string())};
+
+    std::unique_ptr<PaneModel> pane(const std::filesystem::path &start, const QString &key = {},
+                                    int metadataIntervalMs = 3'600'000, std::function<bool()> active = {})
+    {
+        return std::make_unique<PaneModel>(
+            start, key, PaneModelOptions{&preferences, metadataIntervalMs, std::move(active)});
+    }
+    // On the fixture's folder, listed; null if it never settled.
+    std::unique_ptr<PaneModel> listed(const QString &key = {})
+    {
+        auto made = pane(tree.root(), key);
+        return settled(*made) ? std::move(made) : nullptr;
+    }
+    Preferences reread() const { return Preferences(preferences.fileName()); }
+};
+
 inline QStringList namesOf(const std::vector<FileEntry> &entries)
 {
     QStringList names;
     for (const FileEntry &entry : entries)
         names.append(QString::fromStdString(entry.name().native()));
     return names;
+}
+
+inline QString text(const std::filesystem::path &path)
+{
+    return QString::fromStdString(path.string());
+}
+
+inline void age(const std::filesystem::path &path, std::chrono::seconds by)
+{
+    std::filesystem::last_write_time(path, std::filesystem::file_time_type::clock::now() - by);
 }
 
 } // namespace quillorn::test

@@ -1,319 +1,299 @@
 #include "panefixture.h"
-#include "platform/core/displaytext.h"
 
 #include <QSignalSpy>
 #include <QTest>
 #include <fstream>
-#include <sys/stat.h>
 
 using namespace quillorn;
 using namespace quillorn::test;
 namespace fs = std::filesystem;
+using Cursor = std::optional<fs::path>;
+using Folders = std::vector<fs::path>;
 
+// Order, filter, cursor and tags over listed folders; tabs, favourites and what
+// a pane keeps in its preferences.
 class PaneModelTest : public QObject {
     Q_OBJECT
 
-private:
-    static void touch(const fs::path &path, std::chrono::seconds age)
-    {
-        fs::last_write_time(path, fs::file_time_type::clock::now() - age);
-    }
-
 private Q_SLOTS:
-    // ---- order
-
-    void foldersComeFirstAndNumbersCompareByValue()
+    void order_data()
     {
-        TestTree tree;
-        tree.folder("b");
-        tree.folder("A");
-        tree.file("a10");
-        tree.file("a9");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        QCOMPARE(namesOf(pane->entries()), (QStringList{"A", "b", "a9", "a10"}));
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"A", "b", "a9", "a10"}));
-        QSignalSpy visibleSpy(pane.get(), &PaneModel::visibleChanged);
-        pane->setAscending(false);
-        QCOMPARE(visibleSpy.count(), 1);
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"b", "A", "a10", "a9"}));
-        QCOMPARE(namesOf(pane->entries()), (QStringList{"A", "b", "a9", "a10"}));
-        QVERIFY(pane->entries()[0].directory);
+        QTest::addColumn<int>("sort");
+        QTest::addColumn<bool>("ascending");
+        QTest::addColumn<QStringList>("expected");
+        const int name = int(FileSort::name), size = int(FileSort::size), modified = int(FileSort::modified);
+        QTest::newRow("name") << name << true << QStringList{"A", "b", "a9", "a10", "big", "small"};
+        QTest::newRow("name down") << name << false << QStringList{"b", "A", "small", "big", "a10", "a9"};
+        QTest::newRow("size") << size << true << QStringList{"A", "b", "small", "a9", "a10", "big"};
+        QTest::newRow("size down") << size << false << QStringList{"b", "A", "big", "a10", "a9", "small"};
+        QTest::newRow("modified") << modified << true << QStringList{"A", "b", "a10", "small", "big", "a9"};
+        QTest::newRow("modified down")
+            << modified << false << QStringList{"b", "A", "a9", "big", "small", "a10"};
     }
-
-    void sizeOrderBreaksTiesByNameInTheSameDirection()
+    void order()
     {
-        TestTree tree;
-        tree.file("b-same", "12345");
-        tree.file("a-same", "12345");
-        tree.file("big", std::string(100, 'x'));
-        tree.file("small", "1");
-        tree.folder("folder");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        pane->setSort(FileSort::size);
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"folder", "small", "a-same", "b-same", "big"}));
-        pane->setAscending(false);
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"folder", "big", "b-same", "a-same", "small"}));
-        QCOMPARE(pane->entries()[0].size, 0);
-    }
-
-    void modifiedOrderUsesTheDate()
-    {
-        TestTree tree;
-        touch(tree.file("new"), std::chrono::seconds(10));
-        touch(tree.file("old"), std::chrono::seconds(5000));
-        touch(tree.file("middle"), std::chrono::seconds(100));
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        pane->setSort(FileSort::modified);
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"old", "middle", "new"}));
-        pane->setAscending(false);
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"new", "middle", "old"}));
+        QFETCH(int, sort);
+        QFETCH(bool, ascending);
+        QFETCH(QStringList, expected);
+        struct Item {
+            const char *name;
+            int size; // -1: a folder
+            int ageSeconds;
+        };
+        PaneFixture f;
+        for (const Item &item : {Item{"A", -1, 50}, Item{"b", -1, 20}, Item{"a9", 5, 10},
+                                 Item{"a10", 5, 5000}, Item{"big", 100, 100}, Item{"small", 1, 1000}})
+            age(item.size < 0 ? f.tree.folder(item.name)
+                              : f.tree.file(item.name, std::string(item.size, 'x')),
+                std::chrono::seconds(item.ageSeconds));
+        auto pane = f.listed();
+        QVERIFY(pane);
+        pane->setSort(FileSort(sort));
+        pane->setAscending(ascending);
+        QCOMPARE(namesOf(pane->visible()), expected);
+        QCOMPARE(namesOf(pane->entries()), (QStringList{"A", "b", "a9", "a10", "big", "small"}));
+        for (int row = 0; row < pane->visibleCount(); ++row)
+            QCOMPARE(pane->visibleIndexOf(pane->visibleAt(row).url()), std::optional(row));
     }
 
     void aLargeFolderIsOrderedAsASmallOneIs()
     {
         // Large listings are examined in two parts that are merged afterwards.
-        TestTree tree;
-        QStringList expectedFolders, expectedFiles;
+        PaneFixture f;
+        QStringList folders, files;
         for (int i = 0; i < 5000; ++i) {
-            const std::string name = std::to_string((i * 7919) % 5000);
-            if (i % 500 == 0)
-                tree.folder("d" + name);
+            const int n = (i * 7919) % 5000; // created out of name order
+            if (n % 500 == 0)
+                f.tree.folder("d" + std::to_string(n));
             else
-                tree.file("F" + name, std::string(static_cast<std::size_t>(i % 3), 'x'));
+                f.tree.file("F" + std::to_string(n));
         }
-        for (int n = 0; n < 5000; ++n) {
-            if (fs::is_directory(tree / ("d" + std::to_string(n))))
-                expectedFolders.append(QString("d%1").arg(n));
-            else if (fs::exists(tree / ("F" + std::to_string(n))))
-                expectedFiles.append(QString("F%1").arg(n));
-        }
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        QCOMPARE(namesOf(pane->entries()), expectedFolders + expectedFiles);
-        pane->setSort(FileSort::size);
-        const std::vector<FileEntry> &visible = pane->visible();
-        QVERIFY(std::is_sorted(visible.begin() + 10, visible.end(),
-                               [](const FileEntry &a, const FileEntry &b) { return a.size < b.size; }));
+        for (int n = 0; n < 5000; ++n)
+            (n % 500 == 0 ? folders : files).append(QString(n % 500 == 0 ? "d%1" : "F%1").arg(n));
+        auto pane = f.listed();
+        QVERIFY(pane);
+        QCOMPARE(namesOf(pane->entries()), folders + files);
     }
 
     void namesEqualButForCaseKeepTheirListingOrder()
     {
-        TestTree tree;
-        tree.file("readme");
-        tree.file("README");
-        tree.file("Readme");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        const QStringList listed = namesOf(pane->entries());
+        PaneFixture f;
+        for (const char *name : {"readme", "README", "Readme"})
+            f.tree.file(name);
+        auto pane = f.listed();
+        QVERIFY(pane);
         pane->setAscending(false);
-        QCOMPARE(namesOf(pane->visible()), listed); // all equal: the stable sort keeps them
+        QCOMPARE(namesOf(pane->visible()), namesOf(pane->entries())); // a stable sort keeps equal names
     }
 
-    // ---- filter and selected
-
-    void filterMatchesTheNameIgnoringCase()
+    void filter_data()
     {
-        TestTree root;
-        const fs::path tree =
-            root.folder("documents-here"); // the path holds "doc", names must not match by it
-        root.file("documents-here/readme.docx");
-        root.folder("documents-here/Docs");
-        root.file("documents-here/notes.txt");
-        root.file("documents-here/has space");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree);
+        QTest::addColumn<QString>("filter");
+        QTest::addColumn<QStringList>("expected");
+        const auto u = [](const char *bytes) { return QString::fromUtf8(bytes); };
+        QTest::newRow("ignores case, not the path") << "DOC" << QStringList{"Docs", "readme.docx"};
+        QTest::newRow("folds beyond ASCII") << u("école") << QStringList{u("ÉCOLE.txt")};
+        QTest::newRow("ASCII inside a wider name") << "cole" << QStringList{u("ÉCOLE.txt")};
+        QTest::newRow("containment, not collation") << "STRASSE" << QStringList{};
+        QTest::newRow("capital sharp s") << u("STRAẞE") << QStringList{u("straße")};
+        QTest::newRow("Kelvin sign") << "KEL" << QStringList{u("\u212Aelvin")};
+        QTest::newRow("not UTF-8") << "KIL" << QStringList{u("\xffkiln")};
+    }
+    void filter()
+    {
+        QFETCH(QString, filter);
+        QFETCH(QStringList, expected);
+        PaneFixture f;
+        const fs::path folder = f.tree.folder("documents-here/Docs").parent_path();
+        for (const char *name :
+             {"readme.docx", "notes.txt", "ÉCOLE.txt", "straße", "\u212Aelvin", "\xffkiln"})
+            f.tree.file(folder / name);
+        auto pane = f.pane(folder);
         QVERIFY(settled(*pane));
-        QSignalSpy visibleSpy(pane.get(), &PaneModel::visibleChanged);
-        pane->setFilter("DOC");
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"Docs", "readme.docx"}));
-        pane->setFilter(" ");
-        QCOMPARE(namesOf(pane->visible()), QStringList{"has space"});
-        pane->setFilter(" ");
-        QCOMPARE(visibleSpy.count(), 2); // setting the same text again changes nothing
-        pane->setFilter(QString::fromUtf8("É"));
-        QVERIFY(pane->visible().empty());
-        pane->setFilter({});
-        QCOMPARE(pane->visible().size(), std::size_t(4));
+        pane->setFilter(filter);
+        QCOMPARE(namesOf(pane->visible()), expected);
     }
 
-    void filterFoldsCaseBeyondAscii()
+    void tagsAndCursorFollowTheVisibleList()
     {
-        TestTree tree;
-        tree.file("ÉCOLE.txt");
-        tree.file("straße");
-        tree.file("plain");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        pane->setFilter(QString::fromUtf8("école"));
-        QCOMPARE(namesOf(pane->visible()), QStringList{"ÉCOLE.txt"});
-        pane->setFilter(QString::fromUtf8("STRASSE"));
-        QCOMPARE(namesOf(pane->visible()), QStringList{}); // containment, not collation equivalence
-        pane->setFilter(QString::fromUtf8("STRAẞE"));
-        QCOMPARE(namesOf(pane->visible()), QStringList{"straße"});
-        pane->setFilter("cole");
-        QCOMPARE(namesOf(pane->visible()), QStringList{"ÉCOLE.txt"});
-    }
-
-    void filterSeesCharactersThatFoldIntoAscii()
-    {
-        TestTree tree;
-        tree.file("\u212Aelvin");           // KELVIN SIGN
-        tree.file("\u017Ftar");             // LONG S
-        tree.file(std::string("\xffkiln")); // not UTF-8
-        tree.file("other");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        pane->setFilter("KEL");
-        QCOMPARE(pane->visible().size(), std::size_t(1));
-        QCOMPARE(pane->visible()[0].name().native(), std::string("\u212Aelvin"));
-        pane->setFilter("st");
-        QCOMPARE(pane->visible().size(), std::size_t(1));
-        pane->setFilter("KIL");
-        QCOMPARE(pane->visible().size(), std::size_t(1));
-        QCOMPARE(pane->visible()[0].name().native(), std::string("\xffkiln"));
-    }
-
-    void selectedActsOnVisibleTaggedItemsInVisibleOrder()
-    {
-        TestTree tree;
-        const fs::path a = tree.file("alpha"), b = tree.file("beta"), g = tree.file("gamma");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        pane->setSelection({g, a});
-        QCOMPARE(pane->selected(), (std::vector<fs::path>{a, g}));
+        PaneFixture f;
+        const fs::path x1 = f.tree.file("x1"), x2 = f.tree.file("x2"), x3 = f.tree.file("x3"),
+                       y = f.tree.file("y");
+        auto pane = f.listed();
+        QVERIFY(pane);
+        pane->setSelection({y, x1});
         pane->setAscending(false);
-        QCOMPARE(pane->selected(), (std::vector<fs::path>{g, a}));
-        pane->setFilter("gam");
-        QCOMPARE(pane->selected(), std::vector<fs::path>{g});
-        QVERIFY(pane->isTagged(a)); // hidden by the filter, still tagged
-        pane->setSelection({});
-        pane->setCursor(b);
-        QVERIFY(pane->selected().empty()); // the cursor's item is filtered out
-        pane->setFilter({});
-        QCOMPARE(pane->selected(), std::vector<fs::path>{b});
-    }
-
-    void rowAccessAgreesWithTheVisibleList()
-    {
-        TestTree tree;
-        tree.folder("dir");
-        for (const char *name : {"b1", "a2", "c10", "c9", "x"})
-            tree.file(name, name);
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        const auto agree = [&] {
-            const std::vector<FileEntry> &visible = pane->visible();
-            if (static_cast<int>(visible.size()) != pane->visibleCount())
-                return false;
-            for (int row = 0; row < pane->visibleCount(); ++row)
-                if (!(pane->visibleAt(row) == visible[static_cast<std::size_t>(row)]) ||
-                    pane->visibleIndexOf(visible[static_cast<std::size_t>(row)].url()) != row)
-                    return false;
-            return true;
-        };
-        QVERIFY(agree());
-        pane->setFilter("c");
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"c9", "c10"}));
-        QVERIFY(agree());
-        QCOMPARE(pane->visibleIndexOf(tree / "b1"), std::optional<int>());
-        pane->setSort(FileSort::size);
-        pane->setAscending(false);
-        QVERIFY(agree());
-        pane->setFilter({});
-        QCOMPARE(namesOf(pane->visible()), (QStringList{"dir", "c10", "c9", "b1", "a2", "x"}));
-        QVERIFY(agree());
-    }
-
-    // ---- cursor and tags
-
-    void cursorOnAFilteredOutItem()
-    {
-        TestTree tree;
-        const fs::path x1 = tree.file("x1"), x2 = tree.file("x2"), x3 = tree.file("x3"),
-                       hidden = tree.file("y");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
+        QCOMPARE(pane->selected(), (Folders{y, x1}));
+        pane->setAscending(true);
         pane->setFilter("x");
-        pane->setCursor(hidden);
+        QCOMPARE(pane->selected(), Folders{x1});
+        QVERIFY(pane->isTagged(y)); // hidden by the filter, still tagged
+        pane->setSelection({});
+        pane->setCursor(y);
+        QVERIFY(pane->selected().empty()); // the cursor's item is filtered out
         pane->toggleTagAndAdvance();
         QCOMPARE(pane->selection(), std::set<fs::path>{x1});
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(x2));
-
-        pane->setCursor(hidden);
-        pane->moveCursor(1);
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(x1));
-        pane->setCursor(hidden);
-        pane->moveCursor(-1);
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(x3));
-        pane->setCursor(std::nullopt);
-        pane->moveCursor(-1);
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(x3));
+        QCOMPARE(pane->cursor(), Cursor(x2));
+        using Step = std::tuple<Cursor, int, fs::path>; // from, step, to
+        for (auto [from, step, to] : {Step{y, 1, x1}, Step{y, -1, x3}, Step{std::nullopt, -1, x3}}) {
+            pane->setCursor(from);
+            pane->moveCursor(step);
+            QCOMPARE(pane->cursor(), Cursor(to));
+        }
+        pane->setFilter("none of them"); // nothing visible: nothing to move to or tag
+        pane->moveCursor(1, true);
+        pane->toggleTagAndAdvance();
+        QCOMPARE(pane->selection(), std::set<fs::path>{x1});
     }
 
     void cursorStopsAtTheEndsAndExtendingTagsOnlyTheItemReached()
     {
-        TestTree tree;
-        std::vector<fs::path> files;
-        for (const char *name : {"f1", "f2", "f3", "f4", "f5"})
-            files.push_back(tree.file(name));
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(files[0]));
-        pane->moveCursor(2);
+        PaneFixture f;
+        const fs::path first = f.tree.file("f1"), last = f.tree.file("f5");
+        f.tree.file("f2");
+        auto pane = f.listed();
+        QVERIFY(pane);
         pane->moveCursor(-10);
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(files[0]));
-        QSignalSpy selectionSpy(pane.get(), &PaneModel::selectionChanged);
+        QCOMPARE(pane->cursor(), Cursor(first));
         pane->moveCursor(10, true);
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(files[4]));
-        QCOMPARE(pane->selection(), std::set<fs::path>{files[4]});
-        pane->moveCursor(1, true); // already tagged: nothing changes
-        QCOMPARE(selectionSpy.count(), 1);
-        QCOMPARE(pane->visibleIndexOf(files[3]), std::optional<int>(3));
-        QCOMPARE(pane->visibleIndexOf(tree / "absent"), std::optional<int>());
-    }
-
-    void tagAndAdvanceOnTheLastItemStaysThere()
-    {
-        TestTree tree;
-        tree.file("first");
-        const fs::path last = tree.file("last");
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        pane->setCursor(last);
-        pane->toggleTagAndAdvance();
+        QCOMPARE(pane->cursor(), Cursor(last));
         QCOMPARE(pane->selection(), std::set<fs::path>{last});
-        QCOMPARE(pane->cursor(), std::optional<fs::path>(last));
-        pane->toggleTagAndAdvance();
+        pane->toggleTagAndAdvance(); // on the last item: no further to go
         QVERIFY(pane->selection().empty());
+        QCOMPARE(pane->cursor(), Cursor(last));
     }
 
-    void emptyFolderLeavesCursorAndTagsAlone()
+    void theRestoredTab_data()
     {
-        TestTree tree;
-        PaneFixture fixture;
-        auto pane = fixture.pane(tree.root());
-        QVERIFY(settled(*pane));
-        QVERIFY(!pane->cursor());
-        pane->moveCursor(1, true);
+        QTest::addColumn<QString>("lastDirectory"); // the tabs are a, b and c
+        QTest::addColumn<QString>("tabIndex");
+        QTest::addColumn<int>("expected");
+        QTest::newRow("last folder over the index") << "b"
+                                                    << "0" << 1;
+        QTest::newRow("7 of three") << "elsewhere"
+                                    << "7" << 2;
+        QTest::newRow("-2") << "elsewhere"
+                            << "-2" << 0;
+        QTest::newRow("garbage") << "elsewhere"
+                                 << "seven" << 0;
+    }
+    void theRestoredTab()
+    {
+        QFETCH(QString, lastDirectory);
+        QFETCH(QString, tabIndex);
+        QFETCH(int, expected);
+        PaneFixture f;
+        const Folders tabs{f.tree.folder("a"), f.tree.folder("b"), f.tree.folder("c")};
+        f.preferences.setStringList("left.tabs", {text(tabs[0]), text(tabs[1]), text(tabs[2])});
+        f.preferences.setText("left.lastDirectory", text(f.tree / lastDirectory.toStdString()));
+        f.preferences.setText("left.tabIndex", tabIndex);
+        auto pane = f.pane(f.tree.root(), "left");
+        QCOMPARE(pane->tabIndex(), expected);
+        QCOMPARE(pane->directory(), tabs[std::size_t(expected)]);
+    }
+
+    void aGarbagePreferencesFileGivesTheDefaults()
+    {
+        PaneFixture f;
+        std::ofstream(f.preferences.fileName().toStdString(), std::ios::binary)
+            << "[General]\nleft.tabs=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x3)\nleft.tabIndex=@Rect(1 2 3 4)\n"
+               "left.sort=size\nleft.ascending=no\nleft.hidden=yes\nleft.favourites=relative, also relative\n"
+               "\xff\xfe\x01garbage[[\n";
+        Preferences garbage(f.preferences.fileName());
+        PaneModel pane(f.tree.root(), "left", PaneModelOptions{&garbage, 3'600'000, {}});
+        QCOMPARE(pane.tabs(), Folders{f.tree.root()});
+        QCOMPARE(pane.tabIndex(), 0);
+        QCOMPARE(pane.sort(), FileSort::name);
+        QVERIFY(pane.ascending() && !pane.showHidden() && pane.favourites().empty());
+        QVERIFY(settled(pane));
+        QVERIFY(!pane.error());
+    }
+
+    void everyChangeIsPersistedAndRestoredButOnlyUnderAKey()
+    {
+        PaneFixture f;
+        const fs::path a = f.tree.folder("a"), b = f.tree.folder("b");
+        for (const QString key : {"", "left"}) {
+            auto pane = f.pane(a, key);
+            pane->toggleFavourite();
+            pane->newTab();
+            pane->navigate(b);
+            pane->setSort(FileSort::size);
+            pane->setAscending(false);
+            pane->setShowHidden(true);
+            pane->setFilter("not persisted");
+            QVERIFY(settled(*pane));
+            if (key.isEmpty())
+                QVERIFY(f.reread().stringList(".tabs").isEmpty() &&
+                        f.reread().stringList("left.tabs").isEmpty());
+        }
+        QCOMPARE(f.reread().text("left.sort"), QString("Size"));
+        auto again = f.pane(f.tree.root(), "left");
+        QCOMPARE(again->tabs(), (Folders{a, b}));
+        QCOMPARE(again->directory(), b);
+        QCOMPARE(again->sort(), FileSort::size);
+        QVERIFY(!again->ascending() && again->showHidden() && again->filter().isEmpty());
+        QCOMPARE(again->favourites(), Folders{a});
+    }
+
+    void tabsOpenOnTheSameListingCloseToTheNeighbourAndRelistWhenChosen()
+    {
+        PaneFixture f;
+        const fs::path item = f.tree.file("item"), b = f.tree.folder("b"), c = f.tree.folder("c");
+        auto pane = f.listed("left");
+        QVERIFY(pane);
+        pane->setFilter("it");
         pane->toggleTagAndAdvance();
-        QVERIFY(!pane->cursor());
-        QVERIFY(pane->selection().empty());
-        QVERIFY(pane->selected().empty());
+        pane->newTab(); // shows the same listing as it was, filter and tags included
+        QCOMPARE(pane->tabIndex(), 1);
+        QVERIFY(!pane->loading() && pane->filter() == "it" && pane->isTagged(item));
+        pane->selectTab(5);
+        pane->selectTab(-1);
+        QCOMPARE(pane->tabIndex(), 1);
+        pane->selectTab(1);
+        QVERIFY(pane->filter().isEmpty() && pane->selection().empty() && !pane->cursor() && pane->loading());
+        QVERIFY(settled(*pane));
+        QCOMPARE(pane->cursor(), Cursor(b)); // the first entry
+        pane->navigate(b);
+        pane->newTab();
+        pane->navigate(c);
+        QCOMPARE(pane->tabs(), (Folders{f.tree.root(), b, c}));
+        pane->selectTab(1);
+        pane->closeTab(); // the middle one: the following tab becomes active
+        QCOMPARE(pane->tabs(), (Folders{f.tree.root(), c}));
+        QCOMPARE(pane->directory(), c);
+        pane->closeTab(); // the last one: the new last becomes active
+        pane->closeTab(); // the only one stays
+        QCOMPARE(pane->tabs(), Folders{f.tree.root()});
+        QCOMPARE(f.reread().stringList("left.tabs"), QStringList{text(f.tree.root())});
+        QCOMPARE(f.reread().text("left.lastDirectory"), text(f.tree.root()));
+    }
+
+    void favouritesAreOrderedByNameAndToggle()
+    {
+        PaneFixture f;
+        const fs::path zeta = f.tree.folder("Zeta"), alpha = f.tree.folder("x/alpha"),
+                       beta = f.tree.folder("Beta");
+        auto pane = f.pane(zeta, "left");
+        for (const fs::path &folder : {zeta, alpha, beta}) {
+            pane->navigate(folder);
+            pane->toggleFavourite();
+        }
+        QCOMPARE(pane->favourites(), (Folders{alpha, beta, zeta}));
+        pane->toggleFavourite();
+        QCOMPARE(f.reread().stringList("left.favourites"), (QStringList{text(alpha), text(zeta)}));
+        f.preferences.setStringList("right.favourites", {text(zeta), text(beta), text(alpha)});
+        QCOMPARE(f.pane(f.tree.root(), "right")->favourites(), (Folders{alpha, beta, zeta}));
+    }
+
+    void aRememberedFolderThatIsGoneShowsAnError()
+    {
+        PaneFixture f;
+        f.preferences.setStringList("left.tabs", {text(f.tree / "deleted")});
+        auto pane = f.pane(f.tree.root(), "left");
+        QCOMPARE(pane->directory(), f.tree / "deleted");
+        QVERIFY(settled(*pane, false));
+        QVERIFY(pane->error());
     }
 };
 
