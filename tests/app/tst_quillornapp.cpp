@@ -1,3 +1,4 @@
+#include "app/applicationmenu.h"
 #include "app/commanderappdelegate.h"
 #include "app/commanderview.h"
 #include "app/quillornapp.h"
@@ -7,6 +8,8 @@
 #include "services/transferqueue.h"
 #include "testtree.h"
 
+#include <QAbstractButton>
+#include <QAction>
 #include <QApplication>
 #include <QComboBox>
 #include <QMessageBox>
@@ -43,15 +46,8 @@ private Q_SLOTS:
         m_prefs->remove("appearance.theme");
         CommanderAppDelegate::queue = nullptr;
         CommanderAppDelegate::unsavedEditor = false;
-    }
-
-    void cleanup()
-    {
-        m_open = true;
-        m_prefs.reset();
         m_open = false;
     }
-
     void startsInHomeAndDownloadsOrTheFolderGivenWithTheUpdaterOutsidePreviews()
     {
         {
@@ -60,6 +56,11 @@ private Q_SLOTS:
             QCOMPARE(app.window().model().right().directory(), m_tree / "home/Downloads");
             QVERIFY(app.updater().started());
             QVERIFY(app.menu().checkForUpdates()->isEnabled());
+            app.window().show();
+            QApplication::setActiveWindow(&app.window());
+            QVERIFY(QTest::qWaitForWindowActive(&app.window()));
+            QTest::keyClick(&app.window(), Qt::Key_W, Qt::ControlModifier); // one tab: closes the window
+            QVERIFY(!app.window().isVisible());
         }
         {
             QuillornApp app({"--", (m_tree / "elsewhere").string()}, m_prefs.get());
@@ -71,26 +72,17 @@ private Q_SLOTS:
         QVERIFY(!app.menu().checkForUpdates()->isEnabled());
     }
 
-    void folderArguments_data()
+    void folderArgumentsAreNormalisedOrRefused()
     {
-        QTest::addColumn<QByteArray>("argument");
-        QTest::addColumn<QByteArray>("expected"); // empty: none
-        QTest::newRow("trailing slash") << QByteArray("/srv/data/") << QByteArray("/srv/data");
-        QTest::newRow("dots") << QByteArray("/srv/./x/../data") << QByteArray("/srv/data");
-        QTest::newRow("relative") << QByteArray("sub")
-                                  << QByteArray::fromStdString((fs::current_path() / "sub").string());
-        QTest::newRow("file URL") << QByteArray("file:///srv/My%20Files") << QByteArray("/srv/My Files");
-        QTest::newRow("not UTF-8") << QByteArray("/srv/caf\xe9") << QByteArray("/srv/caf\xe9");
-        QTest::newRow("an option") << QByteArray("--verbose") << QByteArray();
-        QTest::newRow("remote URL") << QByteArray("file://elsewhere.example/srv") << QByteArray();
-    }
-
-    void folderArguments()
-    {
-        QFETCH(QByteArray, argument);
-        QFETCH(QByteArray, expected);
-        const auto folder = QuillornApp::folderArgument({argument.toStdString()});
-        QCOMPARE(folder ? QByteArray::fromStdString(folder->string()) : QByteArray(), expected);
+        const std::pair<std::string, std::string> cases[] = {{"/srv/./x/../data/", "/srv/data"},
+                                                             {"sub", (fs::current_path() / "sub").string()},
+                                                             {"file:///srv/My%20Files", "/srv/My Files"},
+                                                             {"/srv/caf\xe9", "/srv/caf\xe9"}, // not UTF-8
+                                                             {"--verbose", ""},
+                                                             {"file://elsewhere.example/srv", ""}};
+        for (const auto &[argument, expected] : cases)
+            QCOMPARE(QByteArray::fromStdString(QuillornApp::folderArgument({argument}).value_or("").string()),
+                     QByteArray::fromStdString(expected));
     }
 
     void choosingAThemeRecoloursTheWindowUnlessTheEnvironmentNamesOne()
@@ -128,12 +120,10 @@ private Q_SLOTS:
                  "File operations are still queued or running|Finish or cancel operations before quitting. "
                  "Completed items will remain in place.");
         QVERIFY(window.model().queue().running()); // the guard neither cancels nor waits
+        alert->buttons().first()->click();         // "Keep running"
         m_open = true;
         QTRY_VERIFY(!window.model().queue().hasWork());
-        QApplication::setActiveWindow(&window);
-        QVERIFY(QTest::qWaitForWindowActive(&window));
-        QTest::keyClick(&window, Qt::Key_W, Qt::ControlModifier); // with one tab, Ctrl+W closes the window
-        QVERIFY(!window.isVisible());
+        QVERIFY(window.close());
     }
 
     void unsavedEditsWinOverTheQueueAndAQueueThatIsGoneHasNoWork()
@@ -142,19 +132,17 @@ private Q_SLOTS:
         CommanderAppDelegate::queue = queue.get();
         queue->enqueue(QStringLiteral("Copy"), untilOpen());
         CommanderAppDelegate::unsavedEditor = true;
-        QStringList shown;
-        const auto show = [&](const AlertRequest &alert) {
-            shown << alert.message + "|" + alert.informativeText;
+        QString shown;
+        const auto decide = [&] {
+            return CommanderAppDelegate::applicationShouldTerminate(
+                [&](const AlertRequest &alert) { shown = alert.message + "|" + alert.informativeText; });
         };
-        using Reply = CommanderAppDelegate::TerminateReply;
-        QCOMPARE(CommanderAppDelegate::applicationShouldTerminate(show), Reply::terminateCancel);
-        QCOMPARE(shown,
-                 QStringList{"The editor has unsaved changes|Save or discard your edits before quitting."});
-        CommanderAppDelegate::unsavedEditor = false;
-        QCOMPARE(CommanderAppDelegate::applicationShouldTerminate(show), Reply::terminateCancel);
+        QCOMPARE(decide(), CommanderAppDelegate::TerminateReply::terminateCancel);
+        QCOMPARE(shown, "The editor has unsaved changes|Save or discard your edits before quitting.");
         m_open = true;
-        queue.reset();
-        QCOMPARE(CommanderAppDelegate::applicationShouldTerminate(show), Reply::terminateNow);
+        queue.reset(); // held weakly: a queue that is gone has no work
+        CommanderAppDelegate::unsavedEditor = false;
+        QCOMPARE(decide(), CommanderAppDelegate::TerminateReply::terminateNow);
     }
 
 private:

@@ -46,7 +46,6 @@ struct WindowFixture {
     {
         qputenv("XDG_DATA_HOME", QByteArray::fromStdString((home / "data").string()));
         qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((home / "config").string()));
-        qunsetenv("QUILLORN_RELEASE_PREVIEW_THEME");
         tree = std::make_unique<TestTree>();
         for (const char *folder : {"Left/alpha", "Right/Archive"})
             tree->folder(folder);
@@ -61,14 +60,13 @@ struct WindowFixture {
         options.panes.metadataIntervalMs = 3'600'000;
         options.queuePollIntervalMs = 10;
         DesktopServices &desktop = options.desktop;
-        desktop.alert = [this](const AlertRequest &alert) { return record("alert:" + alert.message), -1; };
+        desktop.alert = [this](const AlertRequest &alert) { return calls << "alert:" + alert.message, -1; };
         desktop.prompt = [this](const QString &title, const QString &) {
-            record("prompt:" + title);
-            return std::optional<QString>();
+            return calls << "prompt:" + title, std::optional<QString>();
         };
-        desktop.preview = [this](const fs::path &item, auto) { record("preview:" + name(item)); };
-        desktop.openFile = [this](const fs::path &file) { record("open:" + name(file)); };
-        desktop.requestQuit = [this] { record("quit"); };
+        desktop.preview = [this](const fs::path &item, auto) { calls << "preview:" + name(item); };
+        desktop.openFile = [this](const fs::path &file) { calls << "open:" + name(file); };
+        desktop.requestQuit = [this] { calls << "quit"; };
         CommanderAppDelegate::queue = nullptr;
         view = std::make_unique<CommanderView>(std::move(options));
         for (PaneModel *pane : {&view->model().left(), &view->model().right()})
@@ -98,7 +96,6 @@ struct WindowFixture {
         QVERIFY(!pane.loading() || listed.wait());
     }
 
-    void record(const QString &call) { calls << call; }
     PaneModel &left() const { return view->model().left(); }
 
     TestTree home;
