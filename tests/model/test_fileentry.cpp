@@ -1,5 +1,4 @@
 #include "model/detail/folderlisting.h"
-#include "model/detail/urlindex.h"
 #include "model/fileentry.h"
 #include "testtree.h"
 
@@ -30,15 +29,6 @@ TEST(FileEntry, givesBackItsUrlAndComparesTheWholePathAndTheFacts)
     for (const FileEntry &other : {fileAt("/tmp/a/bc", 4), fileAt("/tmp/x/bc", 3),
                                    FileEntry("/tmp/a/bc", true, 3, FileEntry::distantPast())})
         EXPECT_NE(entry, other) << other.url();
-}
-
-TEST(UrlIndex, findsEntriesOfTheSameNameInDifferentFolders)
-{
-    const std::vector<FileEntry> entries = {fileAt("/x/a"), fileAt("/y/a"), fileAt("/a")};
-    const UrlIndex index(entries);
-    for (int i = 0; i < 3; ++i)
-        EXPECT_EQ(index.find(entries, entries[std::size_t(i)].url()), i);
-    EXPECT_EQ(index.find(entries, "/z/a"), std::nullopt);
 }
 
 // A pane that moves to another folder hands over the listing it shows; equal

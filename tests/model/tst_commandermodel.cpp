@@ -10,7 +10,7 @@ using namespace quillorn;
 namespace fs = std::filesystem;
 using Paths = std::vector<fs::path>;
 
-enum Command { F2Rename = 2, F3View, F4Edit, F6Move = 6, F7NewFolder, F8Trash, F10Quit = 10 };
+enum Command { F2Rename = 2, F3View, F4Edit, F6Move = 6, F8Trash = 8, F10Quit = 10 };
 
 // Commands against real folders in a home of the test's own; the desktop's
 // stand-ins log what the model asked and answer as told.
@@ -98,7 +98,6 @@ private Q_SLOTS:
     {
         QCOMPARE(m_model->left().directory(), m_home);
         QCOMPARE(m_model->right().directory(), m_home / "Downloads");
-        QCOMPARE(m_model->right().persistenceKey(), QString("right"));
         qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", "no/such/preview"); // relative, and not checked
         QVERIFY(remake());
         QCOMPARE(m_model->left().directory(), m_home); // one alone is ignored
@@ -106,7 +105,6 @@ private Q_SLOTS:
         QVERIFY(remake());
         QCOMPARE(m_model->left().directory(), fs::current_path() / "no/such/preview");
         QVERIFY(m_model->left().error());
-        QCOMPARE(m_model->right().directory(), m_home / "Photos");
         QCOMPARE(m_model->left().persistenceKey(), QString());
     }
 
@@ -135,15 +133,6 @@ private Q_SLOTS:
         QTRY_COMPARE_WITH_TIMEOUT(stateOfLast(), "Failed: An item named ‘" + shown + "’ already exists.",
                                   5000);
         QVERIFY(fs::exists(odd) && !fs::exists(m_home / shown.toStdString()));
-    }
-
-    void newFolderGoesIntoTheActivePanesFolder()
-    {
-        m_model->setActiveLeft(false);
-        m_answers = {QString("New Folder")};
-        m_model->perform(F7NewFolder);
-        QTRY_COMPARE_WITH_TIMEOUT(stateOfLast(), QString("Complete"), 5000);
-        QVERIFY(fs::is_directory(m_home / "Downloads/New Folder"));
     }
 
     void trashAsksFirstAndStopsAtTheFirstFailure()
@@ -206,7 +195,6 @@ private Q_SLOTS:
         QTest::newRow("a folder") << QString("Photos") << "navigate";
         QTest::newRow("Archive.ZIP") << QString("Archive.ZIP") << "archive";
         QTest::newRow("notes.zip.txt") << QString("notes.zip.txt") << "open";
-        QTest::newRow("hidden .zip") << QString(".zip") << "open";
     }
     void openEntries()
     {

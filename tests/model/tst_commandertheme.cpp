@@ -1,8 +1,5 @@
-#include "model/commandertheme.h"
 #include "model/commanderthemecolours.h"
 #include "model/themechoice.h"
-#include "platform/core/preferences.h"
-#include "testtree.h"
 
 #include <QTest>
 
@@ -28,44 +25,12 @@ private Q_SLOTS:
         }
     }
 
-    void themeKeyDefaultsAndInherits()
+    void theEnvironmentWinsOnlyWithAnExactName()
     {
-        QObject root;
-        QObject child(&root);
-        QObject grandchild(&child);
-        QCOMPARE(CommanderThemeKey::value(&grandchild), CommanderTheme::classicNavy);
-        CommanderThemeKey::set(&root, CommanderTheme::forest);
-        CommanderThemeKey::set(&child, CommanderTheme::midnight);
-        QCOMPARE(CommanderThemeKey::value(&grandchild), CommanderTheme::midnight);
-        QCOMPARE(CommanderThemeKey::value(&root), CommanderTheme::forest);
-    }
-
-    void choice_data()
-    {
-        QTest::addColumn<QByteArray>("environment"); // null: unset
-        QTest::addColumn<QString>("stored");         // null: none
-        QTest::addColumn<CommanderTheme>("expected");
-        const CommanderTheme navy = CommanderTheme::classicNavy;
-        QTest::newRow("stored") << QByteArray() << QString("Slate & Rose") << CommanderTheme::slateRose;
-        QTest::newRow("bad environment")
-            << QByteArray("Solarized") << QString("Forest") << CommanderTheme::forest;
-        QTest::newRow("case name") << QByteArray("forest") << QString("classicNavy") << navy;
-        QTest::newRow("trailing space") << QByteArray() << QString("Midnight ") << navy;
-    }
-    void choice()
-    {
-        QFETCH(QByteArray, environment);
-        QFETCH(QString, stored);
-        QFETCH(CommanderTheme, expected);
-        test::TestTree tree;
-        Preferences preferences(QString::fromStdString((tree / "prefs.ini").string()));
-        if (!stored.isNull())
-            preferences.setText(kThemePreferenceKey, stored);
-        if (!environment.isNull())
-            qputenv(kPreviewThemeVariable, environment);
-        const CommanderTheme chosen = chooseCommanderTheme(preferences);
-        qunsetenv(kPreviewThemeVariable);
-        QCOMPARE(chosen, expected);
+        QCOMPARE(chooseCommanderTheme(QString("Midnight"), QString("Forest")), CommanderTheme::midnight);
+        for (const char *inexact : {"midnight", "Midnight ", "Solarized", "classicNavy", ""})
+            QCOMPARE(chooseCommanderTheme(QString(inexact), QString("Forest")), CommanderTheme::forest);
+        QCOMPARE(chooseCommanderTheme(std::nullopt, QString("forest")), CommanderTheme::classicNavy);
     }
 };
 
