@@ -43,11 +43,11 @@ find_window() { window=$(xdotool search --onlyvisible --pid "$app_pid" --name '^
 wait_for 300 find_window || harness "the main window did not appear" "$work/app.log"
 sleep 1
 keys() { xdotool key --delay 60 "$@"; }
-# Xvfb runs no window manager, so nothing gives the main window the keyboard
-# back after an alert closes: each step waits for the dialogs to go and focuses it.
+# Xvfb runs no window manager: the window is given the keyboard once here, and
+# after that every sheet, alert and prompt must hand it back by itself.
+xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window"
 refocus() {
     wait_for 150 test "$(windows)" -le 1
-    xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window"
     sleep 0.3
 }
 # Folders come first, then names in order: twenty times Up lands on the first row.
