@@ -47,6 +47,9 @@ class CommanderModelTest : public QObject {
             failed("Permission denied");
         };
         options.desktop.requestQuit = [this] { m_calls << "quit"; };
+        options.desktop.openFile = [this](const fs::path &file) {
+            m_calls << "open:" + QString::fromStdString(file.filename().string());
+        };
         options.panes.preferences = m_preferences.get();
         options.panes.metadataIntervalMs = 60'000;
         options.queuePollIntervalMs = 10;
@@ -176,6 +179,18 @@ private Q_SLOTS:
         m_model->perform(F3View);
         QCOMPARE(m_calls, (QStringList{"preview:b.txt", "alert:Cannot preview"}));
         QCOMPARE(m_alert.informativeText, QString("Permission denied"));
+    }
+    void openEntersFoldersBrowsesZipsByAnyCaseAndHandsOtherFilesToTheDesktop()
+    {
+        const auto entry = [&](const char *name, bool folder) {
+            return FileEntry(m_home / name, folder, 0, FileEntry::distantPast());
+        };
+        m_model->open(entry("Archive.ZIP", false));
+        QCOMPARE(m_model->tool().value().as<ToolSheet::Archive>()->archive, m_home / "Archive.ZIP");
+        m_model->open(entry("notes.zip.txt", false));
+        QCOMPARE(m_calls, QStringList{"open:notes.zip.txt"});
+        m_model->open(entry("Downloads", true));
+        QCOMPARE(m_model->left().directory(), m_home / "Downloads");
     }
 };
 

@@ -184,6 +184,21 @@ private Q_SLOTS:
         QVERIFY(!again->ascending() && again->showHidden());
         QCOMPARE(again->favourites(), (Folders{alpha, zeta}));
     }
+    // A size change inside a file is not a folder event; only the timer sees it,
+    // and only while the application is in front.
+    void theMetadataTimerRefreshesOnlyWhileTheApplicationIsActive()
+    {
+        PaneFixture fixture;
+        const fs::path file = fixture.tree.file("grows.txt", "1");
+        bool active = false;
+        PaneModel pane(fixture.tree.root(), {}, PaneModelOptions{&fixture.preferences, 50, [&] { return active; }});
+        QVERIFY(settled(pane));
+        std::ofstream(file, std::ios::app) << "23";
+        QTest::qWait(300);
+        QCOMPARE(pane.entries().front().size, 1);
+        active = true;
+        QTRY_COMPARE_WITH_TIMEOUT(pane.entries().front().size, 3, 2000);
+    }
 };
 
 QTEST_GUILESS_MAIN(PaneModelTest)
