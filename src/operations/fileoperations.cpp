@@ -121,21 +121,6 @@ FileOperations::FileOperations(TrashService trash, RemoveService remove, VolumeI
 {
 }
 
-FileOperations::TrashService FileOperations::defaultTrash()
-{
-    return [](const Path &item) { trashItem(item); };
-}
-
-FileOperations::RemoveService FileOperations::defaultRemove()
-{
-    return [](const Path &item) { fs::remove_all(item); };
-}
-
-FileOperations::VolumeIsLocalService FileOperations::defaultVolumeIsLocal()
-{
-    return [](const Path &item) { return volumeIsLocal(item); };
-}
-
 bool FileOperations::exists(const Path &url)
 {
     struct stat attributes {};
@@ -369,41 +354,6 @@ void FileOperations::publish(const Path &staging, const Path &target) const
     // The folder entry itself must reach the disk, or a crash could forget the new name.
     const FileDescriptor folder = detail::openFolder(target.parent_path());
     m_manager.flush(folder.get(), target.parent_path());
-}
-
-void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnavailable) const
-{
-    AppDiagnostics &log = AppDiagnostics::shared();
-    const std::string path = url.string();
-    const std::string name = nameOf(url);
-    if (!exists(url))
-        throw CommanderError("The item no longer exists: " + path);
-
-    std::string trashReason;
-    try {
-        m_trash(url);
-        return;
-    } catch (const std::exception &error) {
-        log.record("TRASH FAILED path=" + path + " error=" + AppDiagnostics::describe(error));
-        trashReason = AppDiagnostics::form(error).description;
-    }
-    if (!exists(url))
-        return;
-    if (permanentlyIfRemoteTrashUnavailable && !m_volumeIsLocal(url)) {
-        try {
-            m_remove(url);
-            return;
-        } catch (const std::exception &error) {
-            log.record("REMOVE FAILED path=" + path + " error=" + AppDiagnostics::describe(error));
-            if (!exists(url))
-                return;
-            throw CommanderError("Could not permanently remove " + quoted(name) +
-                                 " from the network share. The item still exists at " + path + ". " +
-                                 AppDiagnostics::form(error).description);
-        }
-    }
-    throw CommanderError("Could not move " + quoted(name) + " to Trash. The item still exists at " + path +
-                         ". " + trashReason);
 }
 
 std::int64_t FileOperations::byteCount(const Path &url, OperationControl &control)

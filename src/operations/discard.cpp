@@ -1,0 +1,73 @@
+#include "operations/fileoperations.h"
+
+#include "operations/appdiagnostics.h"
+#include "operations/commandererror.h"
+#include "platform/posix/trash.h"
+#include "platform/posix/volume.h"
+
+namespace fs = std::filesystem;
+
+// Getting rid of items: the Trash first, permanent removal only on volumes that
+// are not local and only with the caller's permission.
+namespace quillorn {
+
+namespace {
+
+std::string quoted(const std::string &name)
+{
+    return "\u2018" + name + "\u2019";
+}
+
+} // namespace
+
+FileOperations::TrashService FileOperations::defaultTrash()
+{
+    return [](const Path &item) { trashItem(item); };
+}
+
+FileOperations::RemoveService FileOperations::defaultRemove()
+{
+    return [](const Path &item) { fs::remove_all(item); };
+}
+
+FileOperations::VolumeIsLocalService FileOperations::defaultVolumeIsLocal()
+{
+    return [](const Path &item) { return volumeIsLocal(item); };
+}
+
+void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnavailable) const
+{
+    AppDiagnostics &log = AppDiagnostics::shared();
+    const std::string path = url.string();
+    const std::string name = url.filename().string();
+    if (!exists(url))
+        throw CommanderError("The item no longer exists: " + path);
+
+    std::string trashReason;
+    try {
+        m_trash(url);
+        return;
+    } catch (const std::exception &error) {
+        log.record("TRASH FAILED path=" + path + " error=" + AppDiagnostics::describe(error));
+        trashReason = AppDiagnostics::form(error).description;
+    }
+    if (!exists(url))
+        return;
+    if (permanentlyIfRemoteTrashUnavailable && !m_volumeIsLocal(url)) {
+        try {
+            m_remove(url);
+            return;
+        } catch (const std::exception &error) {
+            log.record("REMOVE FAILED path=" + path + " error=" + AppDiagnostics::describe(error));
+            if (!exists(url))
+                return;
+            throw CommanderError("Could not permanently remove " + quoted(name) +
+                                 " from the network share. The item still exists at " + path + ". " +
+                                 AppDiagnostics::form(error).description);
+        }
+    }
+    throw CommanderError("Could not move " + quoted(name) + " to Trash. The item still exists at " + path +
+                         ". " + trashReason);
+}
+
+} // namespace quillorn
