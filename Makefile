@@ -8,12 +8,21 @@ BENCH_BUILD ?= build/bench
 PREFIX      ?= /usr/local
 JOBS        ?= $(shell nproc)
 
-# Debian packages the build, the tests and the benchmarks need.
+# Debian packages the build, the tests and the benchmarks need: the toolchain and
+# libraries; the X server and tools the window tests drive (xvfb, xauth, xdotool,
+# x11-utils for xprop); what the fault tests mount and inject with (bindfs, fusefat
+# and dosfstools for a FAT volume, mount for losetup, util-linux for setpriv and
+# prlimit, e2fsprogs for chattr and mkfs.ext4, strace); metadata tools (acl, attr);
+# the desktop's trash client (gio from libglib2.0-bin, its GIO module gvfs,
+# gvfs-daemons, dbus-daemon for dbus-run-session); unzip for archives; rsync and
+# time for the copy benchmark; python3 and desktop-file-utils for the install check.
 PACKAGES := cmake g++ make pkg-config ninja-build \
 	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev \
 	libgtest-dev libgmock-dev libbenchmark-dev \
-	xvfb xauth xdotool x11-utils unzip attr acl bindfs util-linux strace e2fsprogs \
-	libglib2.0-bin gvfs-daemons dbus-daemon rsync time
+	xvfb xauth xdotool x11-utils \
+	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
+	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
+	unzip rsync time python3 desktop-file-utils
 
 # Only `make bench` installs these: reference programs the benchmarks measure against.
 BENCH_PACKAGES := krusader
