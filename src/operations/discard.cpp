@@ -2,10 +2,9 @@
 
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
+#include "platform/posix/removal.h"
 #include "platform/posix/trash.h"
 #include "platform/posix/volume.h"
-
-namespace fs = std::filesystem;
 
 // Getting rid of items: the Trash first, permanent removal only on volumes that
 // are not local and only with the caller's permission.
@@ -27,7 +26,7 @@ FileOperations::TrashService FileOperations::defaultTrash()
 
 FileOperations::RemoveService FileOperations::defaultRemove()
 {
-    return [](const Path &item) { fs::remove_all(item); };
+    return [](const Path &item) { removeTree(item); };
 }
 
 FileOperations::VolumeIsLocalService FileOperations::defaultVolumeIsLocal()
@@ -42,6 +41,11 @@ void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnava
     const std::string name = url.filename().string();
     if (!exists(url))
         throw CommanderError("The item no longer exists: " + path);
+    // The Trash refuses a mount point, and removing one for good would empty the
+    // volume behind it, so it is not even tried.
+    if (isMountPoint(url))
+        throw CommanderError(quoted(name) + " is the mount point of another volume. Quillorn does not remove "
+                                            "mount points; unmount it first.");
 
     std::string trashReason;
     try {

@@ -2,6 +2,9 @@
 
 #include "platform/posix/trash.h"
 
+#include <optional>
+#include <unistd.h>
+
 using namespace std::string_literals;
 
 namespace {
@@ -75,6 +78,94 @@ TEST(DiscardToTrash, aLinkGoesToTheTrashNotItsTarget)
     EXPECT_THAT(contents(tree.root()), ElementsAre(Pair("kept.txt", "kept")));
     for (const char *name : {"dangling", "pointer"})
         EXPECT_TRUE(fs::is_symlink(dataHome / "Trash/files" / name)) << name;
+}
+
+} // namespace
+
+namespace {
+
+class DiscardMounts : public Test {
+protected:
+    void SetUp() override
+    {
+        if (!runningAsRoot())
+            GTEST_SKIP() << "mounting needs root";
+    }
+    static bool haveBindfs() { return ::access("/usr/bin/bindfs", X_OK) == 0; }
+    TestTree m_tree;
+};
+
+// F8 on the mount point of a share: the Trash refuses it, and the permanent
+// removal that followed emptied the share before failing on the mount point.
+TEST_F(DiscardMounts, mountPointIsRefusedBeforeTheTrashAndItsVolumeKeepsEverything)
+{
+    for (const std::string kind : {"share", "tmpfs", "bind"}) {
+        SCOPED_TRACE(kind);
+        if (kind == "share" && !haveBindfs()) {
+            ADD_FAILURE() << "bindfs is not installed (package bindfs)";
+            continue;
+        }
+        TestTree tree;
+        const fs::path where = tree.folder(kind);
+        tree.file("backing/precious.txt", "P");
+        tree.file("backing/sub/deep.txt", "D");
+        std::optional<ScopedMount> mount;
+        if (kind == "share")
+            mount.emplace(ScopedMount::byCommand(
+                "bindfs -o subtype=sshfs " + shellQuote(tree / "backing") + " " + shellQuote(where), where));
+        else if (kind == "bind")
+            mount.emplace(ScopedMount::bind(tree / "backing", where));
+        else {
+            mount.emplace("tmpfs", where, "size=1m");
+            fs::copy(tree / "backing", where, fs::copy_options::recursive);
+        }
+        const auto logged = logMark();
+        EXPECT_EQ(failure([&] { FileOperations().discard(where, true); }),
+                  "\u2018" + kind +
+                      "\u2019 is the mount point of another volume. Quillorn does not remove mount points; "
+                      "unmount it first.");
+        EXPECT_THAT(contents(where), ElementsAre(Pair("precious.txt", "P"), Pair("sub", "/")));
+        EXPECT_EQ(TestTree::read(where / "sub/deep.txt"), "D");
+        EXPECT_THAT(logged(), IsEmpty());
+    }
+}
+
+// A folder on a share with a volume mounted somewhere inside it: the permanent
+// removal takes the rest, leaves the mounted volume whole and says what stayed.
+TEST_F(DiscardMounts, removalForGoodNeverEntersAVolumeMountedInside)
+{
+    for (const std::string kind : {"tmpfs", "bind"}) {
+        SCOPED_TRACE(kind);
+        TestTree tree;
+        const fs::path item = tree.folder("gone"), inner = tree.folder("gone/sub/" + kind);
+        tree.file("gone/a.txt");
+        tree.file("gone/sub/b.txt");
+        tree.file("gone/sub/z/c.txt");
+        tree.file("elsewhere/kept.txt", "K");
+        std::optional<ScopedMount> mount;
+        if (kind == "bind") {
+            mount.emplace(ScopedMount::bind(tree / "elsewhere", inner));
+        } else {
+            mount.emplace("tmpfs", inner, "size=1m");
+            tree.file("gone/sub/tmpfs/kept.txt", "K");
+        }
+        const FileOperations operations([](const fs::path &) { throw NoTrashError(); },
+                                        FileOperations::defaultRemove(),
+                                        [](const fs::path &) { return false; });
+        const auto logged = logMark();
+        const std::string left = "\u2018" + inner.string() + "\u2019 is the mount point of another volume";
+        EXPECT_EQ(failure([&] { operations.discard(item, true); }),
+                  "Could not permanently remove \u2018gone\u2019 from the network share. The item still "
+                  "exists at " +
+                      item.string() + ". " + left + " and was left in place.");
+        EXPECT_THAT(contents(item), ElementsAre(Pair("sub", "/")));
+        EXPECT_THAT(contents(item / "sub"), ElementsAre(Pair(kind, "/")));
+        EXPECT_THAT(contents(inner), ElementsAre(Pair("kept.txt", "K")));
+        EXPECT_THAT(logged(), ElementsAre(StartsWith("TRASH FAILED path=" + item.string()),
+                                          "REMOVE FAILED path=" + item.string() +
+                                              " error=Quillorn.RemovalError code=1: " + left +
+                                              " and was left in place."));
+    }
 }
 
 } // namespace

@@ -2,6 +2,7 @@
 // The POSIX side of the platform layer: trash, metadata and volumes, on real mounts.
 #include "platform/posix/metadata.h"
 #include "platform/posix/posixerror.h"
+#include "platform/posix/removal.h"
 #include "platform/posix/trash.h"
 #include "platform/posix/volume.h"
 
@@ -54,6 +55,20 @@ protected:
     {
         return ScopedMount::byCommand(
             "bindfs -o subtype=sshfs " + shellQuote(backing) + " " + shellQuote(where), where);
+    }
+    // Runs body in a child that has given up root for nobody; its result is the exit status.
+    static int asNobody(const std::function<int()> &body)
+    {
+        const pid_t child = ::fork();
+        if (child == 0) {
+            if (::setgroups(0, nullptr) != 0 || ::setresgid(kNobody, kNobody, kNobody) != 0 ||
+                ::setresuid(kNobody, kNobody, kNobody) != 0)
+                ::_exit(100);
+            ::_exit(body());
+        }
+        int status = 0;
+        ::waitpid(child, &status, 0);
+        return WIFEXITED(status) ? WEXITSTATUS(status) : 200;
     }
     fs::path home() const { return m_data / "Trash"; }
     std::string original(const std::string &name) const { return fs::canonical(m_items.root()) / name; }
@@ -118,20 +133,6 @@ protected:
             problems.push_back(problem(each.step, each.error.value()) +
                                (each.error.category() == std::generic_category() ? "" : " (not errno)"));
         return problems;
-    }
-    // Runs body in a child that has given up root for nobody; its result is the exit status.
-    static int asNobody(const std::function<int()> &body)
-    {
-        const pid_t child = ::fork();
-        if (child == 0) {
-            if (::setgroups(0, nullptr) != 0 || ::setresgid(kNobody, kNobody, kNobody) != 0 ||
-                ::setresuid(kNobody, kNobody, kNobody) != 0)
-                ::_exit(100);
-            ::_exit(body());
-        }
-        int status = 0;
-        ::waitpid(child, &status, 0);
-        return WIFEXITED(status) ? WEXITSTATUS(status) : 200;
     }
 };
 
@@ -334,6 +335,91 @@ TEST_F(Mounted, VolumesAreToldApartSharesAreNotLocalAndTheListLeavesOutPlumbing)
     for (const fs::path &plumbing : {volume(), fs::path("/proc"), fs::path("/sys"), fs::path("/dev/pts")})
         EXPECT_THAT(volumes, Not(Contains(plumbing)));
     EXPECT_TRUE(std::is_sorted(volumes.begin(), volumes.end()));
+}
+
+TEST_F(Mounted, MountPointsAreRecognisedAndNeverRemovedThemselves)
+{
+    if (!haveBindfs())
+        GTEST_SKIP() << "bindfs is not installed (package bindfs)";
+    ScopedMount bound = ScopedMount::bind(m_items.folder("source"), m_items.folder("bound")); // same device
+    ScopedMount share = shareOf(m_items.folder("backing"), m_items.folder("share"));
+    for (const fs::path &mount : {volume(), bound.path(), share.path()}) {
+        SCOPED_TRACE(mount);
+        m_items.file(mount / "inside/kept.txt", "kept");
+        EXPECT_TRUE(isMountPoint(mount));
+        try {
+            removeTree(mount);
+            ADD_FAILURE() << "a mount point was removed";
+        } catch (const RemovalError &error) {
+            EXPECT_EQ(error.path(), mount);
+            EXPECT_EQ(error.what(), "\u2018" + mount.string() +
+                                        "\u2019 is the mount point of another volume; nothing was removed.");
+        }
+        EXPECT_EQ(TestTree::read(mount / "inside/kept.txt"), "kept");
+    }
+    for (const fs::path &other : {m_items.folder("plain"), m_items.symlink("link-to-volume", volume()),
+                                  volume() / "inside", m_items / "missing"})
+        EXPECT_FALSE(isMountPoint(other)) << other;
+}
+
+TEST_F(Mounted, PermanentRemovalTakesAllButWhatIsMountedInsideAndFollowsNoLink)
+{
+    const fs::path tree = m_items.folder("tree"), outside = m_items.folder("outside");
+    m_items.file("outside/keep.txt", "outside");
+    m_items.file("tree/a/one.txt");
+    m_items.file("tree/a/deeper/two.txt");
+    m_items.symlink("tree/a/link-out", outside);
+    m_items.symlink("tree/dangling", "nowhere");
+    // A file bind-mounted onto a file, the rarest mount, at the bottom of the tree.
+    ScopedMount file = ScopedMount::bind(outside / "keep.txt", m_items.file("tree/a/deeper/mounted-file"));
+    try {
+        removeTree(tree);
+        ADD_FAILURE() << "nothing was reported";
+    } catch (const RemovalError &error) {
+        EXPECT_EQ(error.path(), file.path());
+        EXPECT_EQ(error.what(), "\u2018" + file.path().string() +
+                                    "\u2019 is the mount point of another volume and was left in place.");
+    }
+    std::vector<fs::path> left;
+    for (const auto &entry : fs::recursive_directory_iterator(tree))
+        left.push_back(entry.path().lexically_relative(tree));
+    EXPECT_THAT(left, UnorderedElementsAre("a", "a/deeper", "a/deeper/mounted-file"));
+    EXPECT_EQ(TestTree::read(outside / "keep.txt"), "outside");
+    EXPECT_NO_THROW(removeTree(m_items / "missing"));
+}
+
+TEST_F(Posix, ReadOnlyStagingTreeGoesOnlyWhenMadeWritableAndNothingOutsideChanges)
+{
+    if (!root())
+        GTEST_SKIP() << "needs root to act as nobody (root may write anywhere)";
+    const fs::path staging = m_items.folder(".quillorn-staging"), outside = m_items.folder("outside");
+    m_items.file(".quillorn-staging/sub/locked/file.txt");
+    m_items.file(".quillorn-staging/sub/plain.txt");
+    m_items.file("outside/keep.txt", "outside");
+    m_items.symlink(".quillorn-staging/sub/out", outside);
+    runCommand("chown -hR nobody: " + shellQuote(m_items.root()));
+    for (const auto &[folder, mode] :
+         {std::pair{staging / "sub/locked", 0}, {staging / "sub", 0500}, {staging, 0300}, {outside, 0500}})
+        ASSERT_EQ(::chmod(folder.c_str(), mode), 0) << folder;
+    const auto removeAsNobody = [&](bool makeWritable) {
+        return asNobody([&] {
+            try {
+                removeTree(staging, makeWritable);
+                return 0;
+            } catch (const PosixError &error) {
+                return error.code().value() == EACCES ? 1 : 2;
+            } catch (const RemovalError &error) {
+                return error.path() == staging / "sub" ? 3 : 4;
+            } catch (...) {
+                return 5; // never let the test runner go on in the child
+            }
+        });
+    };
+    EXPECT_EQ(removeAsNobody(false), 1) << "the unreadable staging folder itself is what stays";
+    EXPECT_EQ(removeAsNobody(true), 0);
+    EXPECT_FALSE(fs::exists(staging));
+    EXPECT_EQ(modeOf(outside), 0500u);
+    EXPECT_EQ(TestTree::read(outside / "keep.txt"), "outside");
 }
 
 TEST_F(CopyMetadata, OwnerModeAndNanosecondTimesComeFromTheStatTakenBefore)
