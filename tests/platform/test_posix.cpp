@@ -1,5 +1,7 @@
 // ctest-labels: root
 // The POSIX side of the platform layer: trash, metadata and volumes, on real mounts.
+#include "platform/posix/detail/fusetypes.h"
+#include "platform/posix/detail/mounttable.h"
 #include "platform/posix/metadata.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/removal.h"
@@ -19,6 +21,7 @@
 #include <grp.h>
 #include <optional>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/wait.h>
 #include <sys/xattr.h>
 #include <unistd.h>
@@ -335,6 +338,97 @@ TEST_F(Mounted, VolumesAreToldApartSharesAreNotLocalAndTheListLeavesOutPlumbing)
     for (const fs::path &plumbing : {volume(), fs::path("/proc"), fs::path("/sys"), fs::path("/dev/pts")})
         EXPECT_THAT(volumes, Not(Contains(plumbing)));
     EXPECT_TRUE(std::is_sorted(volumes.begin(), volumes.end()));
+}
+
+namespace {
+
+// A FAT image on a loop device, served by fusefat; with blkdev the kernel types
+// the mount fuseblk, as it does for ntfs-3g and exfat-fuse on a USB disk.
+class FatVolume {
+public:
+    FatVolume(const fs::path &image, const fs::path &where, bool blockDevice)
+    {
+        int status = 0;
+        runCommand("truncate -s 16M " + shellQuote(image) + " && mkfs.vfat " + shellQuote(image) +
+                       " >/dev/null",
+                   &status);
+        if (status != 0)
+            throw std::runtime_error("mkfs.vfat failed (package dosfstools)");
+        m_device = runCommand("losetup -f --show " + shellQuote(image));
+        if (m_device.empty())
+            throw std::runtime_error("losetup failed");
+        m_device.pop_back(); // the line feed
+        const std::string options = blockDevice ? "rw+,blkdev,fsname=" + m_device : "rw+";
+        m_mount.emplace(ScopedMount::byCommand(
+            "fusefat -o " + options + " " + m_device + " " + shellQuote(where) + " >/dev/null", where));
+    }
+    ~FatVolume()
+    {
+        m_mount.reset();
+        runCommand("losetup -d " + m_device);
+    }
+    FatVolume(const FatVolume &) = delete;
+    FatVolume &operator=(const FatVolume &) = delete;
+
+private:
+    std::string m_device;
+    std::optional<ScopedMount> m_mount;
+};
+
+} // namespace
+
+TEST_F(Mounted, FuseVolumesAreLocalWhenTheirDataIsAndALocalOneGetsATrashAtItsTop)
+{
+    if (!haveBindfs() || ::access("/usr/bin/fusefat", X_OK) != 0)
+        GTEST_SKIP() << "needs bindfs and fusefat (packages bindfs, fusefat, dosfstools)";
+    ScopedMount share = shareOf(m_items.folder("backing"), m_items.folder("share"));
+    ScopedMount plain = ScopedMount::byCommand(
+        "bindfs " + shellQuote(volume()) + " " + shellQuote(m_items.folder("plain")), m_items / "plain");
+    FatVolume disk(m_items / "disk.img", m_items.folder("disk"), true);
+    FatVolume image(m_items / "image.img", m_items.folder("image"), false);
+    const std::string mountTable = TestTree::read("/proc/self/mountinfo");
+    ASSERT_THAT(mountTable,
+                HasSubstr(" " + (m_items / "disk").string() + " rw,nosuid,nodev,relatime - fuseblk "));
+    for (const auto &[where, local] : {std::pair{share.path(), false},
+                                       {plain.path(), true},
+                                       {m_items / "disk", true},
+                                       {m_items / "image", true}}) {
+        EXPECT_EQ(volumeIsLocal(where), local) << where;
+        EXPECT_EQ(volumeIsLocal(m_items.file(where / "sub/item.txt", "x")), local) << where;
+    }
+    // A USB disk through ntfs-3g or exfat-fuse keeps the Trash instead of losing items for good.
+    const fs::path trashed = trashItem(m_items / "disk/sub/item.txt");
+    EXPECT_EQ(trashed, m_items / "disk" / own().filename() / "files/item.txt");
+    EXPECT_THAT(info(trashed), StartsWith("[Trash Info]\nPath=sub/item.txt\n"));
+}
+
+TEST(MountTable, FuseTypesAndSourcesDecideWhereTheDataLives)
+{
+    using detail::FuseData;
+    const std::pair<const char *, FuseData> cases[] = {
+        {"fuseblk /dev/sdb1", FuseData::local},
+        {"fuse.ntfs-3g /dev/sdb1", FuseData::local},
+        {"fuse.mergerfs disk1:disk2", FuseData::local},
+        {"fuse.sshfs me@host:/home", FuseData::network},
+        {"fuse.rclone drive:", FuseData::network},
+        {"fuse.s3fs s3fs", FuseData::network},
+        {"fuse.gvfsd-fuse gvfsd-fuse", FuseData::network},
+        {"fuse.curlftpfs ftp://host/", FuseData::network},
+        {"fuse.davfs https://host/dav", FuseData::network},
+        {"fuse.smbnetfs smbnetfs", FuseData::network},
+        {"fuse /srv/folder", FuseData::unknown},
+        {"fuse.somethingnew label", FuseData::unknown},
+    };
+    for (const auto &[typeAndSource, data] : cases) {
+        const std::string line = "61 27 0:52 / /mnt/odd\\040name rw,nosuid shared:7 - " +
+                                 std::string(typeAndSource) + " rw,user_id=0";
+        const std::optional<detail::MountEntry> entry = detail::parseMountInfoLine(line);
+        ASSERT_TRUE(entry.has_value()) << line;
+        EXPECT_EQ(detail::fuseData(entry->fsType), data) << line;
+        EXPECT_EQ(entry->mountId, 61u);
+        EXPECT_EQ(entry->device, makedev(0, 52));
+        EXPECT_EQ(entry->mountPoint, "/mnt/odd name");
+    }
 }
 
 TEST_F(Mounted, MountPointsAreRecognisedAndNeverRemovedThemselves)

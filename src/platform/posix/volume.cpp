@@ -1,5 +1,6 @@
 #include "platform/posix/volume.h"
 
+#include "platform/posix/detail/fusetypes.h"
 #include "platform/posix/detail/mounttable.h"
 #include "platform/posix/posixerror.h"
 
@@ -8,15 +9,17 @@
 #include <set>
 #include <string_view>
 
+#include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/sysmacros.h>
 #include <sys/vfs.h>
 
 namespace quillorn {
 namespace {
 
-// statfs f_type values of file systems whose data lives on another machine or in
-// a user-space process (linux/magic.h and the file systems' own headers).
-constexpr std::array<unsigned long, 17> kRemoteMagics = {
+// statfs f_type values of file systems whose data lives on another machine
+// (linux/magic.h and the file systems' own headers).
+constexpr std::array<unsigned long, 16> kRemoteMagics = {
     0x6969,     // NFS
     0x517B,     // SMB (old smbfs)
     0xFF534D42, // CIFS
@@ -26,7 +29,6 @@ constexpr std::array<unsigned long, 17> kRemoteMagics = {
     0x73757245, // Coda
     0x564C,     // NCP
     0x01021997, // 9P (v9fs)
-    0x65735546, // FUSE: sshfs, gvfs, rclone, virtiofs, ...
     0x00C36400, // Ceph
     0x0BD00BD0, // Lustre
     0x47504653, // GPFS
@@ -35,6 +37,9 @@ constexpr std::array<unsigned long, 17> kRemoteMagics = {
     0x19830326, // FhGFS / BeeGFS
     0x013111A8, // IBRIX
 };
+
+// FUSE: the mount table tells a USB disk through ntfs-3g from an ssh share.
+constexpr unsigned long kFuseMagic = 0x65735546;
 
 // Kernel plumbing a user never browses to.
 const std::set<std::string_view> kPseudoTypes = {
@@ -80,6 +85,82 @@ bool userVisible(const detail::MountEntry &mount)
     return mount.source.rfind("/dev/", 0) == 0 || isNetworkType(mount.fsType);
 }
 
+// The mount-table entry of the mount that holds examined (links followed).
+std::optional<detail::MountEntry> mountHolding(const std::filesystem::path &examined)
+{
+    struct statx info {};
+    if (::statx(AT_FDCWD, examined.c_str(), AT_NO_AUTOMOUNT, STATX_MNT_ID, &info) != 0)
+        return std::nullopt;
+    const std::vector<detail::MountEntry> mounts = detail::readMountTable();
+    if (info.stx_mask & STATX_MNT_ID) {
+        for (const detail::MountEntry &mount : mounts) {
+            if (mount.mountId == info.stx_mnt_id)
+                return mount;
+        }
+    }
+    // Kernels before 5.8: the last mount of the item's device, as a later mount
+    // hides an earlier one (bind mounts of one device share its type anyway).
+    const auto device = static_cast<std::uint64_t>(makedev(info.stx_dev_major, info.stx_dev_minor));
+    std::optional<detail::MountEntry> found;
+    for (const detail::MountEntry &mount : mounts) {
+        if (mount.device == device)
+            found = mount;
+    }
+    return found;
+}
+
+bool isLocal(const std::filesystem::path &item, int depth);
+
+// A FUSE daemon the type does not identify is judged by what it serves: a block
+// device, or a folder or image file on a local volume (bindfs, gocryptfs,
+// fuse2fs on an image) is local; a host name, a remote's name or a bare label is
+// taken for a network volume, which is what most such daemons are. The depth
+// stops a chain of FUSE volumes over each other.
+bool sourceIsLocal(const std::string &source, int depth)
+{
+    struct stat info {};
+    if (source.empty() || source.front() != '/' || ::stat(source.c_str(), &info) != 0)
+        return false;
+    if (S_ISBLK(info.st_mode))
+        return true;
+    if (!S_ISDIR(info.st_mode) && !S_ISREG(info.st_mode))
+        return false;
+    try {
+        return depth < 4 && isLocal(source, depth + 1);
+    } catch (const std::system_error &) {
+        return false;
+    }
+}
+
+bool isLocal(const std::filesystem::path &item, int depth)
+{
+    // statfs follows links; a link (dangling ones included) lives where its folder does.
+    struct stat own {};
+    const bool link = ::lstat(item.c_str(), &own) == 0 && S_ISLNK(own.st_mode);
+    const std::filesystem::path examined = !link ? item : item.has_parent_path() ? item.parent_path() : ".";
+    struct statfs info {};
+    if (::statfs(examined.c_str(), &info) != 0)
+        throwPosixError(item);
+    // f_type is signed on some architectures; compare the 32-bit pattern.
+    const auto type = static_cast<unsigned long>(static_cast<std::uint32_t>(info.f_type));
+    if (std::find(kRemoteMagics.begin(), kRemoteMagics.end(), type) != kRemoteMagics.end())
+        return false;
+    if (type != kFuseMagic)
+        return true;
+    const std::optional<detail::MountEntry> mount = mountHolding(examined);
+    if (!mount)
+        return false;
+    switch (detail::fuseData(mount->fsType)) {
+    case detail::FuseData::local:
+        return true;
+    case detail::FuseData::network:
+        return false;
+    case detail::FuseData::unknown:
+        break;
+    }
+    return sourceIsLocal(mount->source, depth);
+}
+
 } // namespace
 
 std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item)
@@ -92,16 +173,7 @@ std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item)
 
 bool volumeIsLocal(const std::filesystem::path &item)
 {
-    // statfs follows links; a link (dangling ones included) lives where its folder does.
-    struct stat own {};
-    const bool link = ::lstat(item.c_str(), &own) == 0 && S_ISLNK(own.st_mode);
-    const std::filesystem::path examined = !link ? item : item.has_parent_path() ? item.parent_path() : ".";
-    struct statfs info {};
-    if (::statfs(examined.c_str(), &info) != 0)
-        throwPosixError(item);
-    // f_type is signed on some architectures; compare the 32-bit pattern.
-    const auto type = static_cast<unsigned long>(static_cast<std::uint32_t>(info.f_type));
-    return std::find(kRemoteMagics.begin(), kRemoteMagics.end(), type) == kRemoteMagics.end();
+    return isLocal(item, 0);
 }
 
 std::vector<std::filesystem::path> mountedVolumes()

@@ -11,8 +11,11 @@ namespace quillorn {
 // it cannot be examined.
 std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item);
 
-// False for network and user-space file systems (NFS, SMB, AFS, 9P, FUSE, ...),
-// where trash folders are not created and renames may be slow or partial.
+// False for file systems whose data lives on another machine (NFS, SMB, AFS, 9P,
+// Ceph, and FUSE daemons such as sshfs, rclone or s3fs), where trash folders are
+// not created and renames may be slow or partial. Block-backed FUSE (fuseblk:
+// ntfs-3g, exfat-fuse) and FUSE over local folders are local; a FUSE volume is
+// told by the type and source of its mount in /proc/self/mountinfo.
 // Throws std::system_error (generic category, errno) when statfs fails.
 bool volumeIsLocal(const std::filesystem::path &item);
 

@@ -1,6 +1,10 @@
 #include "platform/posix/detail/mounttable.h"
 
+#include <sys/sysmacros.h>
+
 #include <algorithm>
+#include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <iterator>
 #include <sstream>
@@ -27,8 +31,10 @@ std::string unescapeOctal(const std::string &field)
     return out;
 }
 
+} // namespace
+
 // "36 35 98:0 /mnt1 /mnt2 rw,noatime master:1 - ext3 /dev/root rw,errors=continue"
-std::optional<MountEntry> parseLine(const std::string &line)
+std::optional<MountEntry> parseMountInfoLine(const std::string &line)
 {
     std::istringstream in(line);
     std::string id, parent, device, root, mountPoint, options;
@@ -42,12 +48,15 @@ std::optional<MountEntry> parseLine(const std::string &line)
     if (word != "-" || !(in >> entry.fsType))
         return std::nullopt;
     in >> entry.source;
+    unsigned major = 0, minor = 0;
+    if (std::sscanf(device.c_str(), "%u:%u", &major, &minor) != 2)
+        return std::nullopt;
+    entry.device = makedev(major, minor);
+    entry.mountId = std::strtoull(id.c_str(), nullptr, 10);
     entry.mountPoint = unescapeOctal(mountPoint);
     entry.source = unescapeOctal(entry.source);
     return entry;
 }
-
-} // namespace
 
 std::vector<MountEntry> readMountTable()
 {
@@ -55,7 +64,7 @@ std::vector<MountEntry> readMountTable()
     std::ifstream file("/proc/self/mountinfo");
     std::string line;
     while (std::getline(file, line)) {
-        if (auto entry = parseLine(line))
+        if (auto entry = parseMountInfoLine(line))
             mounts.push_back(std::move(*entry));
     }
     return mounts;
