@@ -3,6 +3,7 @@
 #include "operations/commandererror.h"
 #include "operations/detail/logtext.h"
 #include "platform/posix/posixerror.h"
+#include "platform/posix/privatefolder.h"
 
 #include <cxxabi.h>
 #include <fcntl.h>
@@ -69,8 +70,11 @@ AppDiagnostics &AppDiagnostics::shared()
 
 AppDiagnostics::AppDiagnostics(fs::path folder) : m_fileURL(folder / "Quillorn.log")
 {
-    std::error_code ignored;
-    fs::create_directories(folder, ignored);
+    try {
+        createPrivateFolders(folder); // the log names every item the user copies or trashes
+    } catch (const std::system_error &) {
+        // Later writes simply fail.
+    }
 }
 
 void AppDiagnostics::record(const std::string &message) noexcept
@@ -91,6 +95,7 @@ void AppDiagnostics::rotateIfNeeded() noexcept
         attributes.st_size <= static_cast<off_t>(rotationSize))
         return;
     const fs::path previous = m_fileURL.parent_path() / "Quillorn.previous.log";
+    // Neither call follows a link: one planted as the previous log is removed itself.
     ::unlink(previous.c_str());
     ::rename(m_fileURL.c_str(), previous.c_str());
 }
@@ -98,10 +103,18 @@ void AppDiagnostics::rotateIfNeeded() noexcept
 void AppDiagnostics::append(const std::string &line) noexcept
 {
     // O_APPEND makes the one write land at the end even if another process
-    // appends too; the file is opened and closed for every line.
-    const int descriptor = ::open(m_fileURL.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0644);
+    // appends too; the file is opened and closed for every line. A link planted
+    // at the log's path is not followed (the line is lost instead of landing in
+    // the link's target), and a pipe planted there does not block the writer.
+    const int descriptor =
+        ::open(m_fileURL.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644);
     if (descriptor < 0)
         return;
+    struct stat attributes {};
+    if (::fstat(descriptor, &attributes) != 0 || !S_ISREG(attributes.st_mode)) {
+        ::close(descriptor);
+        return;
+    }
     std::size_t written = 0;
     while (written < line.size()) {
         const ssize_t count = ::write(descriptor, line.data() + written, line.size() - written);

@@ -24,7 +24,7 @@ public:
     // The one instance, created on first use below $XDG_DATA_HOME (else ~/.local/share).
     static AppDiagnostics &shared();
 
-    // A log in folder (created with its parents when missing); for tests.
+    // A log in folder (created with its missing parents, mode 0700); for tests.
     explicit AppDiagnostics(std::filesystem::path folder);
     AppDiagnostics(const AppDiagnostics &) = delete;
     AppDiagnostics &operator=(const AppDiagnostics &) = delete;

@@ -47,4 +47,32 @@ TEST(AppDiagnosticsTest, unwritableLogNeverDisturbsTheCaller)
     EXPECT_FALSE(fs::exists(tree / "gone")); // a folder removed after start-up is not made again
 }
 
+// Someone who can write beside the log plants links where the log and the
+// rotated log go, to have the lines appended to, or a file created at, the target.
+TEST(AppDiagnosticsTest, plantedLinksAreNeverFollowedAndTheLogFolderIsPrivate)
+{
+    TestTree tree;
+    AppDiagnostics log(tree / "made/Logs");
+    for (const char *folder : {"made", "made/Logs"})
+        EXPECT_EQ(fs::status(tree / folder).permissions(), fs::perms::owner_all) << folder;
+    const fs::path victim = tree.file("victim.txt", "victim"),
+                   previous = tree / "made/Logs/Quillorn.previous.log";
+    for (const fs::path &target : {victim, tree / "created-elsewhere"}) {
+        fs::create_symlink(target, log.fileURL());
+        log.record("lost");
+        EXPECT_TRUE(fs::is_symlink(log.fileURL()));
+        fs::remove(log.fileURL());
+    }
+    EXPECT_EQ(TestTree::read(victim), "victim");
+    EXPECT_FALSE(fs::exists(tree / "created-elsewhere"));
+
+    tree.file(log.fileURL().lexically_relative(tree.root()), std::string(5'000'001, 'x'));
+    fs::create_symlink(victim, previous);
+    log.record("after rotation");
+    EXPECT_EQ(TestTree::read(victim), "victim");
+    EXPECT_FALSE(fs::is_symlink(previous));
+    EXPECT_EQ(fs::file_size(previous), 5'000'001u);
+    EXPECT_THAT(TestTree::read(log.fileURL()), EndsWith("Z after rotation\n"));
+}
+
 } // namespace
