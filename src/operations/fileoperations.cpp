@@ -3,19 +3,22 @@
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
 #include "operations/detail/composedorder.h"
+#include "operations/detail/folderwalk.h"
 #include "operations/detail/logtext.h"
 #include "operations/detail/posixfile.h"
-#include "platform/posix/metadata.h"
+#include "operations/detail/treecopy.h"
+#include "operations/userfacing.h"
 #include "platform/posix/posixerror.h"
-#include "platform/posix/trash.h"
-#include "platform/posix/volume.h"
+#include "platform/posix/renaming.h"
 
 #include <fcntl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <ctime>
+#include <mutex>
 #include <set>
 
 namespace fs = std::filesystem;
@@ -23,7 +26,6 @@ namespace fs = std::filesystem;
 namespace quillorn {
 
 using detail::FileDescriptor;
-using detail::itemAttributes;
 
 namespace {
 
@@ -64,17 +66,8 @@ bool startsWithFolder(const fs::path &item, const fs::path &folder)
 std::string wrappedMessage(const std::string &phase, const std::exception &error)
 {
     const AppDiagnostics::ErrorForm form = AppDiagnostics::form(error);
-    return phase + " failed: " + form.description + " (" + form.domain + " " + std::to_string(form.code) +
+    return phase + " failed: " + userFacingText(error) + " (" + form.domain + " " + std::to_string(form.code) +
            "). See " + AppDiagnostics::shared().fileURL().string();
-}
-
-bool sourceChanged(const struct stat &before, const struct stat &after)
-{
-    // Size and modification time at full precision; a different file number means
-    // the name now holds another file (replaced by a rename), which counts too.
-    return before.st_size != after.st_size || before.st_mtim.tv_sec != after.st_mtim.tv_sec ||
-           before.st_mtim.tv_nsec != after.st_mtim.tv_nsec || before.st_ino != after.st_ino ||
-           before.st_dev != after.st_dev;
 }
 
 std::string typeText(mode_t mode)
@@ -96,12 +89,90 @@ std::string secondsText(std::time_t seconds)
     return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S +0000", &utc));
 }
 
+bool sameItem(const struct stat &a, const struct stat &b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+// Whether target is the source itself reached another way: the same entry through
+// a bind mount or a linked folder, a hard link of it, the same name in another
+// letter case on a case-insensitive volume, or a link to it. Replacing the target
+// would then throw away the source (cp: "are the same file").
+bool reachesSameItem(const fs::path &source, const fs::path &target)
+{
+    struct stat item {}, own{}, followed{};
+    if (::lstat(source.c_str(), &item) != 0 || ::lstat(target.c_str(), &own) != 0)
+        return false;
+    if (sameItem(item, own))
+        return true;
+    return !S_ISLNK(item.st_mode) && S_ISLNK(own.st_mode) && ::stat(target.c_str(), &followed) == 0 &&
+           sameItem(item, followed);
+}
+
+// A file larger than the process may write (ulimit -f) must fail that write with
+// EFBIG, which the transfer reports and cleans up after, instead of the default
+// SIGXFSZ ending the whole program with a staging item left behind.
+void ignoreFileSizeSignal()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { std::signal(SIGXFSZ, SIG_IGN); });
+}
+
+// A measuring visitor: the bytes below a folder.
+class ByteCounter : public detail::TreeVisitor {
+public:
+    explicit ByteCounter(OperationControl &control) : m_control(control) {}
+    bool visit(const Folder &, const detail::Entry &entry) override
+    {
+        m_control.check();
+        if (!S_ISDIR(entry.info.st_mode))
+            m_total += entry.info.st_size;
+        return true;
+    }
+    std::int64_t total() const { return m_total; }
+
+private:
+    OperationControl &m_control;
+    std::int64_t m_total = 0;
+};
+
+class Fingerprinter : public detail::TreeVisitor {
+public:
+    explicit Fingerprinter(OperationControl &control) : m_control(control) {}
+    bool visit(const Folder &folder, const detail::Entry &entry) override
+    {
+        m_control.check();
+        const struct stat &info = entry.info;
+        m_summary[folder / entry.name] = typeText(info.st_mode) + "|" + std::to_string(info.st_size) + "|" +
+                                         secondsText(info.st_mtim.tv_sec) + "|" + std::to_string(info.st_ino);
+        return true;
+    }
+    FileOperations::Fingerprint take() { return std::move(m_summary); }
+
+private:
+    OperationControl &m_control;
+    FileOperations::Fingerprint m_summary;
+};
+
 } // namespace
+
+// What one transfer call shares between its items.
+struct FileOperations::Run {
+    Folder destination; // held for naming only, so a drop box works too
+    bool move;
+    ConflictPolicy policy;
+    OperationControl &control;
+    bool permanentlyRemoveRemoteItems;
+    detail::LinkMemory links;
+};
 
 FileOperations::FileManager FileOperations::FileManager::posix()
 {
     FileManager manager;
-    manager.rename = detail::renameWithoutReplacing;
+    manager.rename = [](const Folder &from, const std::string &fromName, const Folder &to,
+                        const std::string &toName) {
+        renameWithoutReplacing(from.fd.get(), fromName, to.fd.get(), toName, from / fromName);
+    };
     manager.flush = [](int descriptor, const Path &item) {
         if (::fsync(descriptor) != 0)
             throwPosixError(item, errno);
@@ -194,11 +265,9 @@ std::vector<FileOperations::Path> FileOperations::plan(const std::vector<Path> &
         if (!item.is_absolute() || !destination.is_absolute())
             throw CommanderError("Only mounted filesystem URLs are supported.");
         validate(item, destination);
-        // The second test catches a destination that reaches the item's own
-        // folder through a link, where replacing would discard the source itself.
-        const bool sameItem = standardized(item) == standardized(destination / nameOf(item)) ||
-                              resolved(item.parent_path()) == resolved(destination);
-        if (sameItem && policy != ConflictPolicy::keepBoth)
+        const fs::path target = destination / nameOf(item);
+        const bool same = standardized(item) == standardized(target) || reachesSameItem(item, target);
+        if (same && policy != ConflictPolicy::keepBoth)
             throw CommanderError("Source and destination are the same item.");
         if (policy == ConflictPolicy::stop)
             child(nameOf(item), destination);
@@ -223,6 +292,7 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
                                                            ConflictPolicy policy, OperationControl &control,
                                                            bool permanentlyRemoveRemoteItems) const
 {
+    ignoreFileSizeSignal();
     AppDiagnostics &log = AppDiagnostics::shared();
     log.record(std::string("TRANSFER BEGIN mode=") + (move ? "move" : "copy") +
                " sources=" + detail::quotedPathList(sources) + " destination=" + destination.string() +
@@ -235,10 +305,10 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
         total += byteCount(item, control);
     control.total(total);
 
+    Run run{detail::openFolderForNames(destination), move, policy, control, permanentlyRemoveRemoteItems, {}};
     std::vector<Path> result;
     for (const Path &item : items)
-        if (std::optional<Path> published =
-                transferItem(item, destination, move, policy, control, permanentlyRemoveRemoteItems))
+        if (std::optional<Path> published = transferItem(run, item))
             result.push_back(std::move(*published));
 
     control.detail("Complete");
@@ -247,97 +317,106 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
     return result;
 }
 
-std::optional<FileOperations::Path> FileOperations::transferItem(const Path &item, const Path &destination,
-                                                                 bool move, ConflictPolicy policy,
-                                                                 OperationControl &control,
-                                                                 bool permanentlyRemoveRemoteItems) const
+std::optional<FileOperations::Path> FileOperations::transferItem(Run &run, const Path &path) const
 {
-    control.check();
-    const std::string name = nameOf(item);
-    control.detail("Preparing " + quoted(name));
+    run.control.check();
+    const std::string name = nameOf(path);
+    run.control.detail("Preparing " + quoted(name));
+    const Path &destination = run.destination.shown;
     Path target = destination / name;
     if (exists(target)) {
-        if (policy == ConflictPolicy::skip) {
-            control.add(byteCount(item, control));
+        if (run.policy == ConflictPolicy::skip) {
+            run.control.add(byteCount(path, run.control));
             return std::nullopt;
         }
-        if (policy == ConflictPolicy::keepBoth)
+        if (run.policy == ConflictPolicy::keepBoth)
             target = availableName(name, destination);
     }
-    // "/." makes lstat look at the folder a linked destination leads to, where the
-    // rename would land, not at the link.
-    const std::optional<std::uint64_t> itemVolume = volumeIdentifier(item);
-    const std::optional<std::uint64_t> destinationVolume = volumeIdentifier(destination / ".");
-    if (move && !exists(target) && itemVolume && destinationVolume && *itemVolume == *destinationVolume &&
-        renameOnVolume(item, target, control))
+    const detail::Item item = detail::openItem(path);
+    // The folder a linked destination leads to is where the rename would land.
+    struct stat destinationInfo {};
+    if (::fstat(run.destination.fd.get(), &destinationInfo) != 0)
+        throwPosixError(destination, errno);
+    const std::string targetName = target.filename().native();
+    if (run.move && !exists(target) && item.entry.info.st_dev == destinationInfo.st_dev &&
+        renameOnVolume(run, item, targetName))
         return target;
-    return copyAndPublish(item, target, move, policy, control, permanentlyRemoveRemoteItems);
+    return copyAndPublish(run, item, targetName);
 }
 
-bool FileOperations::renameOnVolume(const Path &item, const Path &target, OperationControl &control) const
+bool FileOperations::renameOnVolume(Run &run, const detail::Item &item, const std::string &targetName) const
 {
-    const std::string phase = "Moving " + quoted(nameOf(item)) + " on the same volume";
-    control.detail(phase);
-    const std::int64_t bytes = byteCount(item, control);
+    const Path source = item.path(), target = run.destination / targetName;
+    const std::string phase = "Moving " + quoted(item.entry.name) + " on the same volume";
+    run.control.detail(phase);
+    const std::int64_t bytes = byteCount(source, run.control);
     try {
-        m_manager.rename(item, target);
+        m_manager.rename(item.parent, item.entry.name, run.destination, targetName);
     } catch (const std::system_error &error) {
         // One device seen through two mounts (a bind mount) refuses the rename: copy instead.
-        if (error.code() == std::errc::cross_device_link && exists(item) && !exists(target))
+        if (error.code() == std::errc::cross_device_link && exists(source) && !exists(target))
             return false;
-        AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + item.string() +
+        AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + source.string() +
                                         " destination=" + target.string() +
                                         " error=" + AppDiagnostics::describe(error));
         throw CommanderError(wrappedMessage(phase, error));
     }
-    control.add(bytes);
-    // The rename has happened; making it durable is best effort, as for any mv.
-    try {
-        const FileDescriptor folder = detail::openFolder(target.parent_path());
-        m_manager.flush(folder.get(), target.parent_path());
-    } catch (const std::exception &error) {
-        AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + item.string() +
-                                        " destination=" + target.string() +
-                                        " error=" + AppDiagnostics::describe(error));
-        throw CommanderError(wrappedMessage(phase, error));
-    }
+    run.control.add(bytes);
+    flushFolder(run.destination);
     AppDiagnostics::shared().record("TRANSFER ITEM COMPLETE phase=rename target=" + target.string());
     return true;
 }
 
-FileOperations::Path FileOperations::copyAndPublish(const Path &item, const Path &target, bool move,
-                                                    ConflictPolicy policy, OperationControl &control,
-                                                    bool permanentlyRemoveRemoteItems) const
+FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item &item,
+                                                    const std::string &targetName) const
 {
-    const std::string name = nameOf(item);
-    const Fingerprint before = move ? fingerprint(item, control) : Fingerprint();
-    const Path staging = target.parent_path() / detail::stagingName();
+    const std::string &name = item.entry.name;
+    const Path source = item.path(), target = run.destination / targetName;
+    OperationControl &control = run.control;
+    const Fingerprint before = run.move ? fingerprint(source, control) : Fingerprint();
+    const std::string stagingName = detail::stagingName();
+    const Path staging = run.destination / stagingName;
     std::string phase;
+    bool published = false;
     const auto step = [&](std::string text) {
         phase = std::move(text);
         control.detail(phase);
     };
     try {
         step("Copying " + quoted(name));
-        copy(item, staging, control);
+        detail::TreeCopy(m_manager, control, run.links).copy(item, run.destination, stagingName, target);
         control.check();
         step("Verifying " + quoted(name));
-        if (move && fingerprint(item, control) != before)
+        if (run.move && fingerprint(source, control) != before)
             throw CommanderError("The source folder changed while copying. The move was stopped and the "
                                  "source was preserved.");
-        if (policy == ConflictPolicy::replace && exists(target)) {
+        if (run.policy == ConflictPolicy::replace && exists(target)) {
+            // Checked again here: the plan's check is a moment old.
+            if (reachesSameItem(source, target))
+                throw CommanderError("Source and destination are the same item.");
             step("Removing the existing destination " + quoted(name));
-            discard(target, permanentlyRemoveRemoteItems);
+            discard(target, run.permanentlyRemoveRemoteItems);
         }
         step("Publishing " + quoted(name) + " at the destination");
-        publish(staging, target);
-        if (move) {
+        try {
+            m_manager.rename(run.destination, stagingName, run.destination, targetName);
+        } catch (const std::system_error &error) {
+            // Named after the item the user expects, not the hidden staging name.
+            throw PosixError(error.code().value(), target);
+        }
+        published = true;
+        run.links.renameTop(stagingName, targetName);
+        flushFolder(run.destination);
+        if (run.move) {
             step("Removing the copied source " + quoted(name));
-            discard(item, permanentlyRemoveRemoteItems);
+            discard(source, run.permanentlyRemoveRemoteItems);
         }
     } catch (const std::exception &error) {
-        detail::removeStaging(staging);
-        AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + item.string() +
+        if (!published) {
+            run.links.renameTop(stagingName, {});
+            detail::removeStaging(staging);
+        }
+        AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + source.string() +
                                         " destination=" + target.string() + " staging=" + staging.string() +
                                         " error=" + AppDiagnostics::describe(error));
         if (dynamic_cast<const CancellationError *>(&error))
@@ -348,129 +427,44 @@ FileOperations::Path FileOperations::copyAndPublish(const Path &item, const Path
     return target;
 }
 
-void FileOperations::publish(const Path &staging, const Path &target) const
+void FileOperations::flushFolder(const Folder &folder) const
 {
-    m_manager.rename(staging, target);
-    // The folder entry itself must reach the disk, or a crash could forget the new name.
-    const FileDescriptor folder = detail::openFolder(target.parent_path());
-    m_manager.flush(folder.get(), target.parent_path());
+    try {
+        const FileDescriptor readable(
+            ::openat(folder.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        if (!readable)
+            throwPosixError(folder.shown, errno);
+        m_manager.flush(readable.get(), folder.shown);
+    } catch (const std::exception &error) {
+        AppDiagnostics::shared().record("METADATA WARNING flush destination=" + folder.shown.string() +
+                                        " error=" + AppDiagnostics::describe(error));
+    }
 }
 
 std::int64_t FileOperations::byteCount(const Path &url, OperationControl &control)
 {
     control.check();
-    const struct stat attributes = itemAttributes(url);
-    if (!S_ISDIR(attributes.st_mode))
-        return attributes.st_size;
-    std::int64_t total = 0;
-    for (const Path &entry : detail::folderEntries(url))
-        total += byteCount(entry, control);
-    return total;
+    const detail::Item item = detail::openItem(url);
+    if (!S_ISDIR(item.entry.info.st_mode))
+        return item.entry.info.st_size;
+    ByteCounter counter(control);
+    walk(detail::openChildFolder(item.parent, item.entry), counter);
+    return counter.total();
 }
 
 void FileOperations::copy(const Path &source, const Path &target, OperationControl &control) const
 {
-    copyItem(source, target, control, false);
-}
-
-void FileOperations::copyItem(const Path &source, const Path &target, OperationControl &control,
-                              bool inFolder) const
-{
-    control.check();
-    control.detail("Copying " + quoted(nameOf(source)));
-    const struct stat before = itemAttributes(source);
-    if (S_ISLNK(before.st_mode)) {
-        if (::symlink(detail::linkText(source, before).c_str(), target.c_str()) != 0)
-            throwPosixError(target, errno);
-        control.add(before.st_size);
-    } else if (S_ISDIR(before.st_mode)) {
-        copyFolder(source, target, before, control, inFolder);
-    } else if (S_ISREG(before.st_mode)) {
-        copyFile(source, target, before, control, inFolder);
-    } else {
-        throw CommanderError("Unsupported special file: " + source.string());
-    }
-}
-
-void FileOperations::copyFile(const Path &source, const Path &target, const struct stat &before,
-                              OperationControl &control, bool inFolder) const
-{
-    const FileDescriptor output(
-        ::open(target.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0600));
-    if (!output)
-        throw CommanderError("Cannot create " + target.string());
-    // O_NONBLOCK: should the name have turned into a pipe since lstat, open must not wait for a writer.
-    const FileDescriptor input(
-        ::open(source.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK));
-    if (!input)
-        throwPosixError(source, errno);
-    struct stat opened {};
-    if (::fstat(input.get(), &opened) != 0)
-        throwPosixError(source, errno);
-    const std::string changed =
-        "The source changed during copying: " + nameOf(source) + ". Retry when it is no longer being edited.";
-    if (!S_ISREG(opened.st_mode) || opened.st_ino != before.st_ino || opened.st_dev != before.st_dev)
-        throw CommanderError(changed);
-
-    for (;;) {
-        control.check();
-        const std::size_t count = m_manager.copyChunk(input.get(), output.get(), chunkSize, source, target);
-        if (count == 0)
-            break;
-        control.add(static_cast<std::int64_t>(count));
-    }
-    if (!inFolder)
-        m_manager.flush(output.get(), target);
-    if (sourceChanged(before, itemAttributes(source)))
-        throw CommanderError(changed);
-    copyMetadata(source, target, before);
-}
-
-void FileOperations::copyFolder(const Path &source, const Path &target, const struct stat &before,
-                                OperationControl &control, bool inFolder) const
-{
-    if (::mkdir(target.c_str(), 0700) != 0)
-        throwPosixError(target, errno);
-    // Opened before the contents are written: syncfs reports write-back errors
-    // that happened after the descriptor was opened (Linux 5.8 and later).
-    FileDescriptor folder;
-    if (!inFolder)
-        folder = detail::openFolder(target);
-    for (const Path &entry : detail::folderEntries(source))
-        copyItem(entry, target / entry.filename(), control, true);
-    copyMetadata(source, target, before);
-    if (!inFolder)
-        m_manager.flushVolume(folder.get(), target);
+    const detail::Item item = detail::openItem(source);
+    const Folder folder = detail::openFolderForNames(target.parent_path());
+    detail::LinkMemory links;
+    detail::TreeCopy(m_manager, control, links).copy(item, folder, target.filename().native(), target);
 }
 
 FileOperations::Fingerprint FileOperations::fingerprint(const Path &url, OperationControl &control)
 {
-    Fingerprint summary;
-    const auto visit = [&](const auto &self, const Path &item) -> void {
-        control.check();
-        const struct stat attributes = itemAttributes(item);
-        summary[item] = typeText(attributes.st_mode) + "|" + std::to_string(attributes.st_size) + "|" +
-                        secondsText(attributes.st_mtim.tv_sec) + "|" + std::to_string(attributes.st_ino);
-        if (S_ISDIR(attributes.st_mode))
-            for (const Path &entry : detail::folderEntries(item))
-                self(self, entry);
-    };
-    visit(visit, url);
-    return summary;
-}
-
-void FileOperations::copyMetadata(const Path &source, const Path &target, const struct stat &attributes)
-{
-    AppDiagnostics &log = AppDiagnostics::shared();
-    for (const MetadataProblem &problem : quillorn::copyMetadata(source, target, attributes)) {
-        if (problem.step == "copyfile")
-            log.record("METADATA WARNING copyfile source=" + source.string() +
-                       " destination=" + target.string() +
-                       " error=" + AppDiagnostics::describe(std::system_error(problem.error)));
-        else
-            log.record("METADATA WARNING attribute=" + problem.step + " destination=" + target.string() +
-                       " error=" + AppDiagnostics::describe(PosixError(problem.error.value(), target)));
-    }
+    Fingerprinter fingerprinter(control);
+    walk(detail::openItem(url), fingerprinter);
+    return fingerprinter.take();
 }
 
 } // namespace quillorn

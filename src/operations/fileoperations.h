@@ -1,6 +1,7 @@
 #pragma once
 
 #include "operations/conflictpolicy.h"
+#include "operations/folder.h"
 #include "operations/operationcontrol.h"
 
 #include <cstddef>
@@ -13,6 +14,10 @@
 #include <vector>
 
 #include <sys/stat.h>
+
+namespace quillorn::detail {
+struct Item;
+}
 
 namespace quillorn {
 
@@ -41,12 +46,16 @@ public:
     // The few file-system calls at which a transfer commits or moves data. The
     // defaults are the plain system calls; each throws PosixError on failure.
     struct FileManager {
-        // rename(2): publishing a staging item, or a move within one volume.
-        std::function<void(const Path &from, const Path &to)> rename;
+        // Renames fromName in from to toName in to, never replacing an item there:
+        // publishing a staging item, or a move within one volume.
+        std::function<void(const Folder &from, const std::string &fromName, const Folder &to,
+                           const std::string &toName)>
+            rename;
         // fsync(2) of an open file or folder.
         std::function<void(int descriptor, const Path &item)> flush;
-        // syncfs(2) of the volume holding an open folder: the files of a copied
-        // folder are flushed together, before the folder is published.
+        // syncfs(2) of the volume holding an open folder: where it reaches every
+        // file (local volumes), the files of a copied folder are flushed together
+        // before the folder is published; elsewhere each file is flushed itself.
         std::function<void(int descriptor, const Path &item)> flushVolume;
         // Copies at most `limit` bytes from `input` (source) to `output` (target) at
         // their current offsets; returns the count, 0 at the end of the source.
@@ -96,29 +105,22 @@ public:
     // Copies one file, folder tree or symbolic link to target, which must not exist.
     void copy(const Path &source, const Path &target, OperationControl &control) const;
     static Fingerprint fingerprint(const Path &url, OperationControl &control);
-    // Carries permissions, owner, times, extended attributes and ACLs; logs what it cannot.
-    static void copyMetadata(const Path &source, const Path &target, const struct stat &attributes);
 
 private:
     // Standardised, duplicate-free, sorted sources, or the first validation failure.
     static std::vector<Path> plan(const std::vector<Path> &sources, const Path &destination,
                                   ConflictPolicy policy);
+    struct Run;
     // The published target, or nothing when the item was skipped.
-    std::optional<Path> transferItem(const Path &item, const Path &destination, bool move,
-                                     ConflictPolicy policy, OperationControl &control,
-                                     bool permanentlyRemoveRemoteItems) const;
+    std::optional<Path> transferItem(Run &run, const Path &item) const;
     // False when the volume refused the rename (EXDEV) and the item must be copied instead.
-    bool renameOnVolume(const Path &item, const Path &target, OperationControl &control) const;
-    Path copyAndPublish(const Path &item, const Path &target, bool move, ConflictPolicy policy,
-                        OperationControl &control, bool permanentlyRemoveRemoteItems) const;
-    void publish(const Path &staging, const Path &target) const;
-
-    // inFolder: the file is flushed later with its whole folder, not on its own.
-    void copyItem(const Path &source, const Path &target, OperationControl &control, bool inFolder) const;
-    void copyFile(const Path &source, const Path &target, const struct stat &before,
-                  OperationControl &control, bool inFolder) const;
-    void copyFolder(const Path &source, const Path &target, const struct stat &before,
-                    OperationControl &control, bool inFolder) const;
+    bool renameOnVolume(Run &run, const detail::Item &item, const std::string &targetName) const;
+    Path copyAndPublish(Run &run, const detail::Item &item, const std::string &targetName) const;
+    // A new name in the folder on stable storage, as far as the volume allows: a
+    // folder the user may write but not read (a drop box) cannot be opened to be
+    // flushed. The rename before it was the commit, so this logs what it could
+    // not do and never throws.
+    void flushFolder(const Folder &folder) const;
 
     TrashService m_trash;
     RemoveService m_remove;

@@ -1,18 +1,13 @@
 #include "services/errortext.h"
 
-#include "operations/commandererror.h"
-
-#include <system_error>
+#include "operations/userfacing.h"
 
 namespace quillorn {
 
 QString userFacingDescription(const std::exception &error)
 {
-    if (const auto *commander = dynamic_cast<const CommanderError *>(&error))
-        return QString::fromStdString(commander->errorDescription());
-    if (const auto *system = dynamic_cast<const std::system_error *>(&error))
-        return QString::fromStdString(system->code().message());
-    return QString::fromStdString(error.what());
+    // Paths are bytes; what cannot be decoded is shown as U+FFFD.
+    return QString::fromStdString(userFacingText(error));
 }
 
 QString userFacingDescription(const std::exception_ptr &error)

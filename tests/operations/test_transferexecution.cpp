@@ -12,9 +12,10 @@ FileOperations hooked(
     std::function<void(const fs::path &, const fs::path &)> beforeRename = [](auto &, auto &) {})
 {
     FileOperations::FileManager manager = FileOperations::FileManager::posix();
-    manager.rename = [beforeRename, rename = manager.rename](const fs::path &from, const fs::path &to) {
-        beforeRename(from, to);
-        rename(from, to);
+    manager.rename = [beforeRename, rename = manager.rename](const Folder &from, const std::string &fromName,
+                                                             const Folder &to, const std::string &toName) {
+        beforeRename(from / fromName, to / toName);
+        rename(from, fromName, to, toName);
     };
     manager.copyChunk = [afterChunk, copy = manager.copyChunk, calls = 0](auto &&...arguments) mutable {
         const std::size_t count = copy(arguments...);
@@ -113,14 +114,16 @@ TEST(TransferCopy, aSourceReplacedDuringTheCopyByOneOfTheSameSizeAndSecondPublis
     EXPECT_TRUE(fs::is_empty(tree / "dst"));
 }
 
-TEST(TransferCopy, copyingOntoAHardLinkOfItselfKeepsItsBytes)
+TEST(TransferCopy, replacingAHardLinkOfTheSourceIsRefusedAsTheSameItem)
 {
     TestTree tree;
     const fs::path source = tree.file("src/a.txt", "precious bytes");
     fs::create_hard_link(source, tree.folder("dst") / "a.txt");
-    transfer({source}, tree / "dst", false, replace);
-    EXPECT_EQ(TestTree::read(source), "precious bytes");
-    EXPECT_FALSE(fs::equivalent(source, tree / "dst/a.txt")); // a fresh copy; the old link went to the Trash
+    for (const bool move : {false, true})
+        EXPECT_EQ(failure([&] { transfer({source}, tree / "dst", move, replace); }),
+                  "Source and destination are the same item.");
+    EXPECT_EQ(TestTree::read(tree / "dst/a.txt"), "precious bytes");
+    EXPECT_TRUE(fs::equivalent(source, tree / "dst/a.txt"));
 }
 
 TEST(TransferMove, withinOneVolumeIsOneRenameWhoseFailureLeavesBothSidesAlone)
@@ -138,7 +141,7 @@ TEST(TransferMove, withinOneVolumeIsOneRenameWhoseFailureLeavesBothSidesAlone)
                                              });
     const auto logged = logMark();
     EXPECT_EQ(failure([&] { transfer({box}, dst, true, stop, operations); }),
-              wrapped("Moving \u2018box\u2019 on the same volume", "Permission denied", "POSIX 13"));
+              wrapped("Moving \u2018box\u2019 on the same volume", box.string() + ": Permission denied", "POSIX 13"));
     EXPECT_TRUE(fs::is_empty(dst));
     EXPECT_EQ(logged().at(1), "TRANSFER FAILED phase=Moving \u2018box\u2019 on the same volume source=" +
                                   box.string() + " destination=" + (dst / "box").string() +

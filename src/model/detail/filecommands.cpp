@@ -1,34 +1,40 @@
 #include "model/detail/filecommands.h"
 
+#include "operations/commandererror.h"
 #include "platform/posix/posixerror.h"
+#include "platform/posix/renaming.h"
 
 #include <cerrno>
-#include <fcntl.h>
-#include <stdio.h>
 #include <sys/stat.h>
 
 namespace quillorn::detail {
 
 namespace {
 
-// A name that appears between the check and the rename must not be replaced:
-// RENAME_NOREPLACE makes the kernel refuse it. File systems without the flag
-// (some network ones) answer EINVAL and get a plain rename.
-void renameWithoutReplacing(const std::filesystem::path &from, const std::filesystem::path &to)
+// The new name is already taken by the item itself: only the letter case changes
+// on a volume that ignores it ("Photo.JPG" to "photo.jpg" on a FAT drive).
+bool sameItemUnderNewName(const std::filesystem::path &item, const std::filesystem::path &target)
 {
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return;
-    if (errno != EINVAL && errno != ENOSYS)
-        throwPosixError(from);
-    if (::rename(from.c_str(), to.c_str()) != 0)
-        throwPosixError(from);
+    struct stat own {}, taken{};
+    return item != target && ::lstat(item.c_str(), &own) == 0 && ::lstat(target.c_str(), &taken) == 0 &&
+           own.st_dev == taken.st_dev && own.st_ino == taken.st_ino;
 }
 
 } // namespace
 
 void renameItem(const std::filesystem::path &item, const std::string &name)
 {
-    const std::filesystem::path target = FileOperations::child(name, item.parent_path());
+    const std::filesystem::path folder = item.parent_path();
+    std::filesystem::path target;
+    try {
+        target = FileOperations::child(name, folder);
+    } catch (const CommanderError &) {
+        // Names are checked before they are looked up, so a name refused here is
+        // a valid one that is taken; by the item itself it is no obstacle.
+        if (!sameItemUnderNewName(item, folder / name))
+            throw;
+        target = folder / name;
+    }
     renameWithoutReplacing(item, target);
 }
 

@@ -2,7 +2,6 @@
 
 #include "platform/posix/posixerror.h"
 
-#include <dirent.h>
 #include <fcntl.h>
 #include <sys/random.h>
 #include <unistd.h>
@@ -43,41 +42,6 @@ int FileDescriptor::release()
     return descriptor;
 }
 
-struct stat itemAttributes(const fs::path &item)
-{
-    struct stat attributes {};
-    if (::lstat(item.c_str(), &attributes) != 0)
-        throwPosixError(item, errno);
-    return attributes;
-}
-
-std::vector<fs::path> folderEntries(const fs::path &folder)
-{
-    std::unique_ptr<DIR, int (*)(DIR *)> stream(::opendir(folder.c_str()), ::closedir);
-    if (!stream)
-        throwPosixError(folder, errno);
-    std::vector<fs::path> entries;
-    for (;;) {
-        errno = 0;
-        const dirent *entry = ::readdir(stream.get());
-        if (!entry) {
-            if (errno != 0)
-                throwPosixError(folder, errno);
-            return entries;
-        }
-        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0)
-            entries.push_back(folder / entry->d_name);
-    }
-}
-
-FileDescriptor openFolder(const fs::path &folder)
-{
-    FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-    if (!descriptor)
-        throwPosixError(folder, errno);
-    return descriptor;
-}
-
 std::string stagingName()
 {
     std::array<std::uint8_t, 16> bytes{};
@@ -103,21 +67,6 @@ std::string stagingName()
     return text;
 }
 
-std::string linkText(const fs::path &link, const struct stat &attributes)
-{
-    std::string text(static_cast<std::size_t>(std::max<off_t>(attributes.st_size, 63)) + 1, '\0');
-    for (;;) {
-        const ssize_t length = ::readlink(link.c_str(), text.data(), text.size());
-        if (length < 0)
-            throwPosixError(link, errno);
-        if (static_cast<std::size_t>(length) < text.size()) {
-            text.resize(static_cast<std::size_t>(length));
-            return text;
-        }
-        text.resize(text.size() * 2); // the link grew since lstat
-    }
-}
-
 // A staging tree may already hold read-only folders (their modes are copied once
 // their contents are in), which would keep remove_all from emptying them.
 void removeStaging(const fs::path &staging)
@@ -135,20 +84,6 @@ void removeStaging(const fs::path &staging)
                 writable(it->path());
     }
     fs::remove_all(staging, ignored);
-}
-
-void renameWithoutReplacing(const fs::path &from, const fs::path &to)
-{
-    if (::renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0)
-        return;
-    const int error = errno;
-    if (error != EINVAL && error != ENOSYS)
-        throwPosixError(from, error);
-    // Some network and FUSE file systems cannot refuse to replace; check first instead.
-    if (struct stat existing{}; ::lstat(to.c_str(), &existing) == 0)
-        throwPosixError(to, EEXIST);
-    if (::rename(from.c_str(), to.c_str()) != 0)
-        throwPosixError(from, errno);
 }
 
 static std::size_t readWriteChunk(int input, int output, std::size_t limit, const fs::path &source,

@@ -5,12 +5,25 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <sys/xattr.h>
 #include <unistd.h>
 
 namespace quillorn {
 namespace {
+
+// A name in an open folder, and the path the l*xattr calls reach it by: they have
+// no *at form, but /proc/self/fd/N leads to the folder itself whatever its path
+// became, and the final name is still not followed.
+struct At {
+    int folder;
+    std::string name;
+    std::string path() const
+    {
+        return folder == AT_FDCWD ? name : "/proc/self/fd/" + std::to_string(folder) + "/" + name;
+    }
+};
 
 std::error_code lastError()
 {
@@ -29,28 +42,27 @@ void note(std::optional<std::error_code> &first, std::error_code error)
 // carried only where that is permitted, as cp -p and rsync do without root, so
 // copying someone else's files is not a warning per file; any other failure is.
 // Nothing is called when owner and group already match.
-void copyOwner(const std::filesystem::path &target, const struct stat &before,
-               std::optional<std::error_code> &problem)
+void copyOwner(const At &target, const struct stat &before, std::optional<std::error_code> &problem)
 {
     struct stat now {};
-    if (::lstat(target.c_str(), &now) != 0)
+    if (::fstatat(target.folder, target.name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0)
         return note(problem, lastError());
     if (now.st_uid == before.st_uid && now.st_gid == before.st_gid)
         return;
-    if (::fchownat(AT_FDCWD, target.c_str(), before.st_uid, before.st_gid, AT_SYMLINK_NOFOLLOW) == 0)
+    if (::fchownat(target.folder, target.name.c_str(), before.st_uid, before.st_gid, AT_SYMLINK_NOFOLLOW) == 0)
         return;
     const std::error_code failed = lastError();
     // The group alone may still be ours to give (a group the user belongs to).
     if (now.st_gid != before.st_gid)
-        ::fchownat(AT_FDCWD, target.c_str(), static_cast<uid_t>(-1), before.st_gid, AT_SYMLINK_NOFOLLOW);
+        ::fchownat(target.folder, target.name.c_str(), static_cast<uid_t>(-1), before.st_gid,
+                   AT_SYMLINK_NOFOLLOW);
     if (failed.value() != EPERM)
         note(problem, failed);
 }
 
 // Lists the names of path's extended attributes, retrying when the list grows
 // between the size query and the read.
-std::optional<std::vector<std::string>> attributeNames(const std::filesystem::path &path,
-                                                       std::error_code &error)
+std::optional<std::vector<std::string>> attributeNames(const std::string &path, std::error_code &error)
 {
     for (;;) {
         const ssize_t size = ::llistxattr(path.c_str(), nullptr, 0);
@@ -76,7 +88,7 @@ std::optional<std::vector<std::string>> attributeNames(const std::filesystem::pa
     }
 }
 
-std::optional<std::string> attributeValue(const std::filesystem::path &path, const std::string &name,
+std::optional<std::string> attributeValue(const std::string &path, const std::string &name,
                                           std::error_code &error)
 {
     for (;;) {
@@ -108,9 +120,9 @@ bool unsupported(int code)
 // system.posix_acl_default). A target that inherited a default ACL from its new
 // folder loses it when the source had none, so the copy's access matches the
 // source's instead of the folder's.
-void copyAttributes(const std::filesystem::path &source, const std::filesystem::path &target,
-                    std::optional<std::error_code> &problem)
+void copyAttributes(const At &sourceItem, const At &targetItem, std::optional<std::error_code> &problem)
 {
+    const std::string source = sourceItem.path(), target = targetItem.path();
     std::error_code error;
     const auto names = attributeNames(source, error);
     if (!names) {
@@ -139,9 +151,10 @@ void copyAttributes(const std::filesystem::path &source, const std::filesystem::
 
 } // namespace
 
-std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
-                                          const std::filesystem::path &target, const struct stat &before)
+std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &sourceName, int targetFolder,
+                                          const std::string &targetName, const struct stat &before)
 {
+    const At source{sourceFolder, sourceName}, target{targetFolder, targetName};
     std::vector<MetadataProblem> problems;
 
     // Owner first: chown clears the set-user-ID and set-group-ID bits, which the
@@ -153,16 +166,23 @@ std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
         problems.push_back({"copyfile", *copyfile});
 
     // Linux has no mode for a symbolic link itself (fchmodat refuses
-    // AT_SYMLINK_NOFOLLOW), and a link's mode is never consulted.
-    if (!S_ISLNK(before.st_mode) && ::fchmodat(AT_FDCWD, target.c_str(), before.st_mode & 07777, 0) != 0)
+    // AT_SYMLINK_NOFOLLOW), and a link's mode is never consulted. The target is
+    // the engine's own new item, never a link, so following it cannot stray.
+    if (!S_ISLNK(before.st_mode) && ::fchmodat(targetFolder, targetName.c_str(), before.st_mode & 07777, 0) != 0)
         problems.push_back({"permissions", lastError()});
 
     // Times last, since every step above may touch the change or access time.
     const std::array<struct timespec, 2> times = {before.st_atim, before.st_mtim};
-    if (::utimensat(AT_FDCWD, target.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
+    if (::utimensat(targetFolder, targetName.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
         problems.push_back({"modificationDate", lastError()});
 
     return problems;
+}
+
+std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
+                                          const std::filesystem::path &target, const struct stat &before)
+{
+    return copyMetadata(AT_FDCWD, source.native(), AT_FDCWD, target.native(), before);
 }
 
 } // namespace quillorn

@@ -24,4 +24,9 @@ struct MetadataProblem {
 std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
                                           const std::filesystem::path &target, const struct stat &before);
 
+// The same for sourceName in the open folder sourceFolder and targetName in
+// targetFolder, so neither item is looked up by path again.
+std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &sourceName, int targetFolder,
+                                          const std::string &targetName, const struct stat &before);
+
 } // namespace quillorn

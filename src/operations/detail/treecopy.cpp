@@ -1,0 +1,325 @@
+#include "operations/detail/treecopy.h"
+
+#include "operations/appdiagnostics.h"
+#include "operations/commandererror.h"
+#include "platform/posix/metadata.h"
+#include "platform/posix/posixerror.h"
+#include "platform/posix/writeback.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <deque>
+#include <vector>
+
+namespace fs = std::filesystem;
+
+namespace quillorn::detail {
+
+namespace {
+
+std::string quoted(const std::string &name)
+{
+    return "\u2018" + name + "\u2019";
+}
+
+bool sourceChanged(const struct stat &before, const struct stat &after)
+{
+    // Size and modification time at full precision; a different file number means
+    // the name now holds another file (replaced by a rename), which counts too.
+    return before.st_size != after.st_size || before.st_mtim.tv_sec != after.st_mtim.tv_sec ||
+           before.st_mtim.tv_nsec != after.st_mtim.tv_nsec || before.st_ino != after.st_ino ||
+           before.st_dev != after.st_dev;
+}
+
+std::string changedMessage(const std::string &name)
+{
+    return "The source changed during copying: " + name + ". Retry when it is no longer being edited.";
+}
+
+// The text of a symbolic link, read whole even if it grew since it was examined.
+std::string linkText(const Folder &folder, const Entry &entry)
+{
+    std::string text(static_cast<std::size_t>(std::max<off_t>(entry.info.st_size, 63)) + 1, '\0');
+    for (;;) {
+        const ssize_t length = ::readlinkat(folder.fd.get(), entry.name.c_str(), text.data(), text.size());
+        if (length < 0)
+            throwPosixError(folder / entry.name, errno);
+        if (static_cast<std::size_t>(length) < text.size()) {
+            text.resize(static_cast<std::size_t>(length));
+            return text;
+        }
+        text.resize(text.size() * 2);
+    }
+}
+
+// Only a file with fewer blocks than its size can hold holes; looking for them in
+// any other file would cost two lseek(2) calls per chunk for nothing.
+bool mayHaveHoles(const struct stat &info)
+{
+    return info.st_blocks * 512 < info.st_size;
+}
+
+// Nobody but the owner may look while the data is written, and the owner gets
+// read access only when the source gives it: should the volume then refuse the
+// source's mode, the copy is still no more open than the source. Write access
+// stays until the mode is applied; extended attributes need it.
+mode_t creationMode(const struct stat &source)
+{
+    return 0600 & (source.st_mode | 0200);
+}
+
+void seekTo(int descriptor, off_t offset, const fs::path &item)
+{
+    if (::lseek(descriptor, offset, SEEK_SET) < 0)
+        throwPosixError(item, errno);
+}
+
+} // namespace
+
+std::optional<fs::path> LinkMemory::find(const struct stat &source) const
+{
+    const auto found = m_first.find({source.st_dev, source.st_ino});
+    if (found == m_first.end())
+        return std::nullopt;
+    const auto &[top, below] = found->second;
+    return below.empty() ? fs::path(top) : fs::path(top) / below;
+}
+
+void LinkMemory::remember(const struct stat &source, const std::string &top, const fs::path &below)
+{
+    m_first.try_emplace({source.st_dev, source.st_ino}, top, below);
+}
+
+void LinkMemory::renameTop(const std::string &from, const std::string &to)
+{
+    for (auto it = m_first.begin(); it != m_first.end();) {
+        if (it->second.first != from) {
+            ++it;
+        } else if (to.empty()) {
+            it = m_first.erase(it);
+        } else {
+            it->second.first = to;
+            ++it;
+        }
+    }
+}
+
+// Mirrors the source walk in the target: each source folder entered has its
+// copy open on the stack, so every new item is made relative to its folder.
+class TreeCopy::Visitor : public TreeVisitor {
+public:
+    Visitor(TreeCopy &copy, const Folder &destination, std::string newName, fs::path shown)
+        : m_copy(copy), m_newName(std::move(newName)), m_shown(std::move(shown))
+    {
+        m_targets.push_back(&destination);
+    }
+
+    bool visit(const Folder &folder, const Entry &entry) override
+    {
+        OperationControl &control = m_copy.m_control;
+        control.check();
+        control.detail("Copying " + quoted(entry.name));
+        const bool top = m_targets.size() == 1 && m_owned.empty();
+        const Folder &target = *m_targets.back();
+        const std::string name = top ? m_newName : entry.name;
+        const fs::path below = top ? fs::path() : m_below / entry.name;
+        const mode_t type = entry.info.st_mode & S_IFMT;
+        if (type == S_IFDIR) {
+            enterFolder(target, name, top);
+            if (!top)
+                m_below /= entry.name;
+            return true;
+        }
+        if (type == S_IFREG) {
+            m_copy.copyFile(folder, entry, target, name, below, shownOf(target, name, top));
+        } else if (type == S_IFLNK) {
+            if (::symlinkat(linkText(folder, entry).c_str(), target.fd.get(), name.c_str()) != 0)
+                throwPosixError(shownOf(target, name, top), errno);
+            control.add(entry.info.st_size);
+        } else {
+            throw CommanderError("Unsupported special file: " + (folder / entry.name).string());
+        }
+        return false;
+    }
+
+    void leave(const Folder &folder, const Entry &entry) override
+    {
+        Folder &target = m_owned.back();
+        // A folder's metadata follows its contents, so writing them does not
+        // disturb the copied dates, and a read-only mode comes last.
+        m_copy.copyMetadata(folder.fd.get(), ".", target, ".", folder.shown, entry.info);
+        if (m_copy.m_flushEachFile)
+            m_copy.m_manager.flush(target.fd.get(), target.shown);
+        else if (m_owned.size() == 1)
+            m_copy.m_manager.flushVolume(target.fd.get(), target.shown);
+        m_owned.pop_back();
+        m_targets.pop_back();
+        if (!m_owned.empty())
+            m_below = m_below.parent_path();
+    }
+
+private:
+    fs::path shownOf(const Folder &target, const std::string &name, bool top) const
+    {
+        return top ? m_shown : target / name;
+    }
+
+    void enterFolder(const Folder &target, const std::string &name, bool top)
+    {
+        const fs::path shown = shownOf(target, name, top);
+        // Owner-only until the contents are in and the source's mode is applied.
+        if (::mkdirat(target.fd.get(), name.c_str(), 0700) != 0)
+            throw CommanderError("Cannot create " + shown.string() + ": " + std::strerror(errno));
+        FileDescriptor opened(
+            ::openat(target.fd.get(), name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+        if (!opened)
+            throwPosixError(shown, errno);
+        // Opened before the contents are written: syncfs reports the write-back
+        // errors that happen after the descriptor was opened.
+        m_owned.push_back({std::move(opened), shown});
+        m_targets.push_back(&m_owned.back());
+    }
+
+    TreeCopy &m_copy;
+    std::string m_newName;
+    fs::path m_shown;
+    fs::path m_below;
+    std::vector<const Folder *> m_targets;
+    std::deque<Folder> m_owned;
+};
+
+TreeCopy::TreeCopy(const FileOperations::FileManager &manager, OperationControl &control, LinkMemory &links)
+    : m_manager(manager), m_control(control), m_links(links)
+{
+}
+
+void TreeCopy::copy(const Item &source, const Folder &destination, const std::string &newName,
+                    const fs::path &shown)
+{
+    m_destination = &destination;
+    m_top = newName;
+    // A single file is flushed on its own anyway; a folder's files are flushed
+    // together where one syncfs reaches them all.
+    m_flushEachFile =
+        !S_ISDIR(source.entry.info.st_mode) || !volumeFlushCoversFiles(destination.fd.get());
+    Visitor visitor(*this, destination, newName, shown);
+    walk(source, visitor);
+}
+
+void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &target, const std::string &name,
+                        const fs::path &below, const fs::path &shown)
+{
+    const fs::path source = folder / entry.name;
+    if (entry.info.st_nlink > 1 && linkToFirstCopy(entry, target, name))
+        return;
+    const FileDescriptor output(::openat(target.fd.get(), name.c_str(),
+                                         O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                                         creationMode(entry.info)));
+    if (!output)
+        throw CommanderError("Cannot create " + shown.string() + ": " + std::strerror(errno));
+    // O_NONBLOCK: should the name have turned into a pipe since it was examined,
+    // open must not wait for a writer.
+    const FileDescriptor input(::openat(folder.fd.get(), entry.name.c_str(),
+                                        O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NOCTTY | O_NONBLOCK));
+    if (!input)
+        throwPosixError(source, errno);
+    struct stat opened {};
+    if (::fstat(input.get(), &opened) != 0)
+        throwPosixError(source, errno);
+    if (!S_ISREG(opened.st_mode) || opened.st_ino != entry.info.st_ino || opened.st_dev != entry.info.st_dev)
+        throw CommanderError(changedMessage(entry.name));
+
+    copyData(input.get(), output.get(), opened, source, shown);
+    if (m_flushEachFile)
+        m_manager.flush(output.get(), shown);
+    if (sourceChanged(entry.info, entryAttributes(folder, entry.name)))
+        throw CommanderError(changedMessage(entry.name));
+    copyMetadata(folder.fd.get(), entry.name, target, name, source, entry.info);
+    if (entry.info.st_nlink > 1)
+        m_links.remember(entry.info, m_top, below);
+}
+
+// Streams the data in chunks of at most chunkSize at matching offsets, skipping
+// the source's holes so a sparse file stays sparse.
+void TreeCopy::copyData(int input, int output, const struct stat &opened, const fs::path &source,
+                               const fs::path &target)
+{
+    bool sparse = mayHaveHoles(opened);
+    off_t position = 0, dataEnd = 0;
+    for (;;) {
+        m_control.check();
+        std::size_t limit = FileOperations::chunkSize;
+        if (sparse && position >= dataEnd) {
+            const off_t data = ::lseek(input, position, SEEK_DATA);
+            if (data < 0 && errno == ENXIO)
+                break; // only a hole is left
+            const off_t hole = data < 0 ? -1 : ::lseek(input, data, SEEK_HOLE);
+            if (hole < 0) {
+                sparse = false; // the file system cannot tell: copy every byte
+                seekTo(input, position, source);
+            } else {
+                m_control.add(data - position);
+                position = data;
+                dataEnd = hole;
+                seekTo(input, position, source);
+                seekTo(output, position, target);
+            }
+        }
+        if (sparse)
+            limit = std::min<std::size_t>(limit, static_cast<std::size_t>(dataEnd - position));
+        const std::size_t count = m_manager.copyChunk(input, output, limit, source, target);
+        if (count == 0) {
+            if (!sparse)
+                break;
+            dataEnd = position; // the file shrank: look again, the change check decides
+            continue;
+        }
+        position += static_cast<off_t>(count);
+        m_control.add(static_cast<std::int64_t>(count));
+    }
+    if (sparse) {
+        struct stat now {};
+        if (::fstat(input, &now) != 0)
+            throwPosixError(source, errno);
+        if (position < now.st_size) {
+            m_control.add(now.st_size - position);
+            if (::ftruncate(output, now.st_size) != 0)
+                throwPosixError(target, errno);
+        }
+    }
+}
+
+bool TreeCopy::linkToFirstCopy(const Entry &entry, const Folder &target, const std::string &name)
+{
+    const std::optional<fs::path> first = m_links.find(entry.info);
+    if (!first)
+        return false;
+    // A volume without hard links (FAT, many shares) gets a separate copy.
+    if (::linkat(m_destination->fd.get(), first->c_str(), target.fd.get(), name.c_str(), 0) != 0)
+        return false;
+    m_control.add(entry.info.st_size);
+    return true;
+}
+
+void TreeCopy::copyMetadata(int sourceFolder, const std::string &sourceName, const Folder &target,
+                            const std::string &targetName, const fs::path &sourcePath, const struct stat &before)
+{
+    const fs::path targetPath = targetName == "." ? target.shown : target / targetName;
+    AppDiagnostics &log = AppDiagnostics::shared();
+    for (const MetadataProblem &problem :
+         quillorn::copyMetadata(sourceFolder, sourceName, target.fd.get(), targetName, before)) {
+        if (problem.step == "copyfile")
+            log.record("METADATA WARNING copyfile source=" + sourcePath.string() +
+                       " destination=" + targetPath.string() +
+                       " error=" + AppDiagnostics::describe(std::system_error(problem.error)));
+        else
+            log.record("METADATA WARNING attribute=" + problem.step + " destination=" + targetPath.string() +
+                       " error=" + AppDiagnostics::describe(PosixError(problem.error.value(), targetPath)));
+    }
+}
+
+} // namespace quillorn::detail

@@ -1,0 +1,65 @@
+#pragma once
+
+#include "operations/detail/folderwalk.h"
+#include "operations/fileoperations.h"
+
+#include <filesystem>
+#include <map>
+#include <optional>
+#include <string>
+#include <utility>
+
+#include <sys/stat.h>
+
+namespace quillorn::detail {
+
+// Files with several names seen during one transfer, so that their copies get
+// several names too instead of becoming separate files (as cp -a does). Each
+// first copy is remembered by the top item it belongs to and its path below it;
+// a top item keeps its staging name until it is published.
+class LinkMemory {
+public:
+    // Where the first copy of this file is, relative to the destination folder.
+    std::optional<std::filesystem::path> find(const struct stat &source) const;
+    void remember(const struct stat &source, const std::string &top, const std::filesystem::path &below);
+    // The top item was published under a new name, or removed (name empty).
+    void renameTop(const std::string &from, const std::string &to);
+
+private:
+    std::map<std::pair<dev_t, ino_t>, std::pair<std::string, std::filesystem::path>> m_first;
+};
+
+// Copies one selected item (a file, a link or a whole folder) into a new item of
+// the destination folder, walking both trees by descriptor: nothing outside the
+// selected item is read and nothing outside the new item is written, whatever is
+// renamed or swapped for a link meanwhile. Files keep their holes and their hard
+// links within the transfer; everything is on stable storage when copy() returns.
+class TreeCopy {
+public:
+    TreeCopy(const FileOperations::FileManager &manager, OperationControl &control, LinkMemory &links);
+
+    // Copies source to newName in destination. shown is the path the copy will
+    // be known by once published, used in messages instead of the hidden name.
+    void copy(const Item &source, const Folder &destination, const std::string &newName,
+              const std::filesystem::path &shown);
+
+private:
+    class Visitor;
+    void copyFile(const Folder &folder, const Entry &entry, const Folder &target, const std::string &name,
+                  const std::filesystem::path &below, const std::filesystem::path &shown);
+    void copyData(int input, int output, const struct stat &opened, const std::filesystem::path &source,
+                         const std::filesystem::path &target);
+    bool linkToFirstCopy(const Entry &entry, const Folder &target, const std::string &name);
+    void copyMetadata(int sourceFolder, const std::string &sourceName, const Folder &target,
+                      const std::string &targetName, const std::filesystem::path &sourcePath,
+                      const struct stat &before);
+
+    const FileOperations::FileManager &m_manager;
+    OperationControl &m_control;
+    LinkMemory &m_links;
+    const Folder *m_destination = nullptr;
+    std::string m_top;
+    bool m_flushEachFile = true;
+};
+
+} // namespace quillorn::detail

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+
+namespace quillorn {
+
+// The program's one rename that never replaces an existing item: fromName in the
+// folder open as fromFolder becomes toName in toFolder. RENAME_NOREPLACE lets the
+// kernel refuse atomically; where a file system cannot (EINVAL, ENOSYS: some FUSE
+// and network ones) the new name is checked right before a plain rename, every
+// time, which leaves only that short window.
+//
+// A name that is taken by the very item being renamed (a case-only rename on a
+// case-insensitive volume: "Photo.JPG" to "photo.jpg") is not an obstacle: the
+// item keeps its data and only its name changes.
+//
+// Throws PosixError (EEXIST when the name is taken) naming shown.
+void renameWithoutReplacing(int fromFolder, const std::string &fromName, int toFolder, const std::string &toName,
+                            const std::filesystem::path &shown);
+
+// The same, for two paths.
+void renameWithoutReplacing(const std::filesystem::path &from, const std::filesystem::path &to);
+
+} // namespace quillorn
