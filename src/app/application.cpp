@@ -2,10 +2,12 @@
 
 #include "app/commanderview.h"
 #include "app/quillornapp.h"
+#include "operations/stagingjournal.h"
 #include "quillorn/version.h"
 
 #include <QApplication>
 #include <string>
+#include <thread>
 #include <vector>
 
 namespace quillorn {
@@ -20,6 +22,8 @@ int runApplication(int argc, char *argv[])
 
     // The arguments as the system's bytes: a folder name need not be UTF-8.
     const std::vector<std::string> arguments(argv + 1, argv + argc);
+    // Staging items of a Quillorn killed during a copy; a large one must not hold up the window.
+    std::thread([] { StagingJournal::shared().recover(); }).detach();
     QuillornApp app(arguments);
     app.window().show();
     return QApplication::exec();

@@ -18,10 +18,12 @@ namespace fs = std::filesystem;
 
 namespace quillorn::test {
 
-// XDG_DATA_HOME (log and home Trash) in a fresh folder, set before main so that
-// the shared log, made on first use, lands there.
+// XDG_DATA_HOME (log and home Trash) and XDG_STATE_HOME (staging journal) in a fresh
+// folder, set before main so that the shared log and journal, made on first use, land there.
 inline const TestTree dataTree;
 inline const fs::path dataHome = (::setenv("XDG_DATA_HOME", dataTree.root().c_str(), 1), dataTree.root());
+inline const fs::path stateHome =
+    (::setenv("XDG_STATE_HOME", (dataTree.root() / "state").c_str(), 1), dataTree.root() / "state");
 
 // A function giving the messages the shared log received after this call, one
 // per physical line, timestamps removed.

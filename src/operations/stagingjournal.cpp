@@ -1,0 +1,365 @@
+#include "operations/stagingjournal.h"
+
+#include "operations/appdiagnostics.h"
+#include "platform/posix/filedescriptor.h"
+#include "platform/posix/posixerror.h"
+#include "platform/posix/privatefolder.h"
+#include "platform/posix/removal.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstdio>
+#include <cstdlib>
+#include <optional>
+#include <random>
+#include <set>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace quillorn {
+namespace {
+
+constexpr std::string_view kPrefix = "staging-";
+constexpr std::size_t kRewriteAbove = 64 * 1024;
+
+fs::path stateFolder()
+{
+    if (const char *state = std::getenv("XDG_STATE_HOME"); state && *state == '/')
+        return state;
+    if (const char *home = std::getenv("HOME"); home && *home)
+        return fs::path(home) / ".local/state";
+    if (const passwd *user = ::getpwuid(::getuid()); user && user->pw_dir)
+        return fs::path(user->pw_dir) / ".local/state";
+    return "/tmp";
+}
+
+std::string newIdentifier()
+{
+    std::random_device random;
+    char text[48];
+    std::snprintf(text, sizeof text, "%d-%08x%08x", static_cast<int>(::getpid()), random(), random());
+    return text;
+}
+
+// Printable ASCII but "%" and space stays as it is; every other byte is %XX.
+std::string encode(const std::string &bytes)
+{
+    static constexpr char kHex[] = "0123456789ABCDEF";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte > 0x20 && byte < 0x7F && byte != '%') {
+            text.push_back(c);
+        } else {
+            text.push_back('%');
+            text.push_back(kHex[byte >> 4]);
+            text.push_back(kHex[byte & 15]);
+        }
+    }
+    return text;
+}
+
+std::optional<std::string> decode(const std::string &text)
+{
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            bytes.push_back(text[i]);
+            continue;
+        }
+        unsigned value = 0;
+        if (i + 2 >= text.size() || std::sscanf(text.substr(i + 1, 2).c_str(), "%2X", &value) != 1)
+            return std::nullopt;
+        bytes.push_back(static_cast<char>(value));
+        i += 2;
+    }
+    return bytes;
+}
+
+// The live entries a journal's text leaves: adds not followed by their remove.
+// A last line without its line feed was being written when the owner died: its
+// add() never returned, so its staging item was never made.
+std::map<std::string, std::string> liveEntries(const std::string &text)
+{
+    std::map<std::string, std::string> live;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        std::istringstream line(text.substr(start, end - start));
+        std::string verb, staging, target;
+        line >> verb >> staging >> target;
+        const std::optional<std::string> stagingBytes = decode(staging), targetBytes = decode(target);
+        if (verb == "add" && stagingBytes && targetBytes && !stagingBytes->empty())
+            live[*stagingBytes] = *targetBytes;
+        else if (verb == "remove" && stagingBytes)
+            live.erase(*stagingBytes);
+    }
+    return live;
+}
+
+// ".quillorn-" + 8-4-4-4-12 upper-case hexadecimal digits, in an absolute path.
+bool stagingPath(const fs::path &path)
+{
+    const std::string name = path.filename().native();
+    constexpr std::string_view prefix = ".quillorn-";
+    if (!path.is_absolute() || path != path.lexically_normal() || name.size() != prefix.size() + 36 ||
+        name.compare(0, prefix.size(), prefix) != 0)
+        return false;
+    for (std::size_t i = 0; i < 36; ++i) {
+        const char c = name[prefix.size() + i];
+        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
+        if (dash ? c != '-' : !((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')))
+            return false;
+    }
+    return true;
+}
+
+void writeAll(int descriptor, const std::string &text, const fs::path &shown)
+{
+    for (std::size_t written = 0; written < text.size();) {
+        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            throwPosixError(shown, count < 0 ? errno : EIO);
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+std::string readAll(int descriptor)
+{
+    std::string text;
+    char buffer[16384];
+    for (ssize_t count; (count = ::read(descriptor, buffer, sizeof buffer)) != 0;) {
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            break;
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+// The owners named by the files in the folder: "staging-ID.lock", ".journal", ".journal.new".
+std::set<std::string> ownersIn(int folder)
+{
+    std::set<std::string> owners;
+    DIR *listing = ::fdopendir(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
+    if (!listing)
+        return owners;
+    while (const dirent *entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        const std::size_t dot = name.find('.');
+        if (name.compare(0, kPrefix.size(), kPrefix) == 0 && dot != std::string::npos)
+            owners.insert(name.substr(kPrefix.size(), dot - kPrefix.size()));
+    }
+    ::closedir(listing);
+    return owners;
+}
+
+// The owner's lock, now held by this process, when the owner is gone; empty (and
+// nothing of it may be touched) while the owner lives. An owner without a lock
+// file is gone too: a live one takes its lock before it writes anything else, and
+// recovery deletes the lock last.
+std::optional<FileDescriptor> lockOfGoneOwner(int folder, const std::string &owner)
+{
+    const std::string name = std::string(kPrefix) + owner + ".lock";
+    FileDescriptor lock(::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!lock)
+        return errno == ENOENT ? std::optional<FileDescriptor>(FileDescriptor()) : std::nullopt;
+    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+        return std::nullopt;
+    return lock;
+}
+
+// Takes this process's lock: made, locked, and then checked to still carry its
+// name, since a recovery may have found it in between, unlocked, and deleted it.
+FileDescriptor takeLock(int folder, const std::string &name, const fs::path &shown)
+{
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        FileDescriptor lock(
+            ::openat(folder, name.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!lock || ::flock(lock.get(), LOCK_EX) != 0)
+            throwPosixError(shown);
+        struct stat held {
+        }, named{};
+        if (::fstat(lock.get(), &held) == 0 &&
+            ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+            held.st_ino == named.st_ino && held.st_dev == named.st_dev)
+            return lock;
+    }
+    throwPosixError(shown, EAGAIN);
+}
+
+// Removes the live entries of a gone owner's journal; returns the removed paths.
+std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
+{
+    std::vector<fs::path> removed;
+    const std::string journal = std::string(kPrefix) + owner + ".journal";
+    const FileDescriptor file(::openat(folder, journal.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!file)
+        return removed;
+    AppDiagnostics &log = AppDiagnostics::shared();
+    for (const auto &[staging, target] : liveEntries(readAll(file.get()))) {
+        struct stat info {};
+        if (!stagingPath(staging) || ::lstat(staging.c_str(), &info) != 0)
+            continue;
+        const std::string fields = " staging=" + staging + " target=" + target;
+        try {
+            removeTree(staging, true);
+            log.record("STAGING REMOVED" + fields);
+            removed.emplace_back(staging);
+        } catch (const std::exception &error) {
+            log.record("STAGING REMOVE FAILED" + fields + " error=" + AppDiagnostics::describe(error));
+        }
+    }
+    return removed;
+}
+
+} // namespace
+
+StagingJournal &StagingJournal::shared()
+{
+    // Never destroyed: a transfer on a worker thread may still record while the process exits.
+    static StagingJournal *const instance = new StagingJournal(stateFolder() / "Quillorn");
+    return *instance;
+}
+
+struct StagingJournal::Files {
+    FileDescriptor folder, lock, journal;
+};
+
+StagingJournal::StagingJournal(fs::path folder)
+    : m_folder(std::move(folder)), m_id(newIdentifier()), m_files(std::make_unique<Files>())
+{
+}
+
+StagingJournal::~StagingJournal()
+{
+    if (!m_live.empty() || !m_files->folder)
+        return;
+    for (const char *suffix : {".journal", ".lock"})
+        ::unlinkat(m_files->folder.get(), (std::string(kPrefix) + m_id + suffix).c_str(), 0);
+}
+
+void StagingJournal::add(const fs::path &staging, const fs::path &target) noexcept
+{
+    try {
+        std::lock_guard guard(m_lock);
+        open();
+        writeRecord("add " + encode(staging.native()) + " " + encode(target.native()) + "\n");
+        m_live[staging.native()] = target.native();
+        if (::fdatasync(m_files->journal.get()) != 0)
+            throwPosixError(m_folder / (std::string(kPrefix) + m_id + ".journal"));
+    } catch (const std::exception &error) {
+        reportOnce(error);
+    }
+}
+
+void StagingJournal::remove(const fs::path &staging) noexcept
+{
+    try {
+        std::lock_guard guard(m_lock);
+        if (m_live.erase(staging.native()) == 0 || !m_files->journal)
+            return;
+        // Not flushed: a remove lost in a crash leaves an entry whose staging item
+        // no longer exists, which recovery passes over.
+        if (m_live.empty()) {
+            if (::ftruncate(m_files->journal.get(), 0) == 0)
+                m_journalBytes = m_records = 0;
+            return;
+        }
+        writeRecord("remove " + encode(staging.native()) + "\n");
+        // Rewritten once it is long and mostly dead, so that rewrites stay rare.
+        if (m_journalBytes > kRewriteAbove && m_live.size() * 4 < m_records)
+            rewrite();
+    } catch (const std::exception &error) {
+        reportOnce(error);
+    }
+}
+
+void StagingJournal::open()
+{
+    if (m_files->journal)
+        return;
+    if (!m_files->folder)
+        m_files->folder = openPrivateFolder(m_folder);
+    const std::string base = std::string(kPrefix) + m_id;
+    if (!m_files->lock)
+        m_files->lock = takeLock(m_files->folder.get(), base + ".lock", m_folder / (base + ".lock"));
+    // Made afresh from what is live (after a failed write, what was there may be torn).
+    rewrite();
+}
+
+void StagingJournal::writeRecord(const std::string &record)
+{
+    try {
+        writeAll(m_files->journal.get(), record, m_folder / (std::string(kPrefix) + m_id + ".journal"));
+        m_journalBytes += record.size();
+        ++m_records;
+    } catch (const PosixError &) {
+        // A torn record would swallow the next one; cut it off, or start afresh at the next add().
+        if (::ftruncate(m_files->journal.get(), static_cast<off_t>(m_journalBytes)) != 0)
+            m_files->journal = FileDescriptor();
+        throw;
+    }
+}
+
+void StagingJournal::rewrite()
+{
+    const int folder = m_files->folder.get();
+    const std::string fresh = std::string(kPrefix) + m_id + ".journal.new";
+    const std::string name = std::string(kPrefix) + m_id + ".journal";
+    FileDescriptor file(::openat(folder, fresh.c_str(),
+                                 O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file)
+        throwPosixError(m_folder / fresh);
+    std::string text;
+    for (const auto &[staging, target] : m_live)
+        text += "add " + encode(staging) + " " + encode(target) + "\n";
+    writeAll(file.get(), text, m_folder / fresh);
+    if (::fsync(file.get()) != 0 || ::renameat(folder, fresh.c_str(), folder, name.c_str()) != 0 ||
+        ::fsync(folder) != 0)
+        throwPosixError(m_folder / name);
+    m_files->journal = std::move(file);
+    m_journalBytes = text.size();
+    m_records = m_live.size();
+}
+
+void StagingJournal::reportOnce(const std::exception &error) noexcept
+{
+    if (m_reported.exchange(true))
+        return;
+    AppDiagnostics::shared().record("STAGING JOURNAL FAILED path=" + m_folder.string() +
+                                    " error=" + AppDiagnostics::describe(error));
+}
+
+std::vector<fs::path> StagingJournal::recover()
+{
+    // Nothing to do, and nothing to create, where no journal was ever kept.
+    const FileDescriptor folder(::open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder)
+        return {};
+    std::vector<fs::path> removed;
+    for (const std::string &owner : ownersIn(folder.get())) {
+        if (owner == m_id)
+            continue;
+        const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), owner);
+        if (!lock)
+            continue;
+        for (fs::path &path : removeLeftovers(folder.get(), owner))
+            removed.push_back(std::move(path));
+        // The lock goes last, so that a journal is never found without its lock while it matters.
+        for (const char *suffix : {".journal", ".journal.new", ".lock"})
+            ::unlinkat(folder.get(), (std::string(kPrefix) + owner + suffix).c_str(), 0);
+    }
+    return removed;
+}
+
+} // namespace quillorn
