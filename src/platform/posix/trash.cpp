@@ -2,6 +2,7 @@
 
 #include "platform/posix/detail/mounttable.h"
 #include "platform/posix/detail/trashinfo.h"
+#include "platform/posix/filedescriptor.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/volume.h"
 
@@ -17,30 +18,6 @@
 namespace quillorn {
 namespace {
 
-class Descriptor {
-public:
-    Descriptor() = default;
-    explicit Descriptor(int fd) : m_fd(fd) {}
-    Descriptor(Descriptor &&other) noexcept : m_fd(std::exchange(other.m_fd, -1)) {}
-    Descriptor &operator=(Descriptor &&other) noexcept
-    {
-        std::swap(m_fd, other.m_fd);
-        return *this;
-    }
-    Descriptor(const Descriptor &) = delete;
-    Descriptor &operator=(const Descriptor &) = delete;
-    ~Descriptor()
-    {
-        if (m_fd >= 0)
-            ::close(m_fd);
-    }
-    int get() const { return m_fd; }
-    explicit operator bool() const { return m_fd >= 0; }
-
-private:
-    int m_fd = -1;
-};
-
 // A trash folder ready to receive items: its files/ and info/ folders are open,
 // so nothing below is ever looked up by path again.
 struct TrashFolder {
@@ -48,31 +25,31 @@ struct TrashFolder {
     // The folder relative to which Path= is written; empty for the home trash,
     // whose entries always carry absolute paths.
     std::filesystem::path topdir;
-    Descriptor files;
-    Descriptor info;
+    FileDescriptor files;
+    FileDescriptor info;
 };
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
 // Opens parent/name as a folder, never through a symbolic link, creating it with
 // mode when it is missing and create is true. Invalid on failure, errno set.
-Descriptor openFolder(int parent, const std::string &name, bool create, mode_t mode)
+FileDescriptor openFolder(int parent, const std::string &name, bool create, mode_t mode)
 {
-    Descriptor folder(::openat(parent, name.c_str(), kFolderFlags | O_NOFOLLOW));
+    FileDescriptor folder(::openat(parent, name.c_str(), kFolderFlags | O_NOFOLLOW));
     if (folder || errno != ENOENT || !create)
         return folder;
     if (::mkdirat(parent, name.c_str(), mode) != 0 && errno != EEXIST)
-        return Descriptor();
-    return Descriptor(::openat(parent, name.c_str(), kFolderFlags | O_NOFOLLOW));
+        return FileDescriptor();
+    return FileDescriptor(::openat(parent, name.c_str(), kFolderFlags | O_NOFOLLOW));
 }
 
-bool ownedFolder(const Descriptor &folder)
+bool ownedFolder(const FileDescriptor &folder)
 {
     struct stat info {};
     return folder && ::fstat(folder.get(), &info) == 0 && S_ISDIR(info.st_mode) && info.st_uid == ::geteuid();
 }
 
-std::optional<TrashFolder> completeTrash(Descriptor folder, std::filesystem::path path,
+std::optional<TrashFolder> completeTrash(FileDescriptor folder, std::filesystem::path path,
                                          std::filesystem::path topdir)
 {
     TrashFolder trash{std::move(path), std::move(topdir), {}, {}};
@@ -113,7 +90,7 @@ std::optional<TrashFolder> openHomeTrash()
         return std::nullopt;
     // The home trash may be reached through a link the user made (~/.local/share
     // on another disk); only the per-volume trash folders must not be links.
-    Descriptor folder(::open(path.c_str(), kFolderFlags));
+    FileDescriptor folder(::open(path.c_str(), kFolderFlags));
     if (!folder)
         return std::nullopt;
     return completeTrash(std::move(folder), path, {});
@@ -124,21 +101,21 @@ std::optional<TrashFolder> openHomeTrash()
 // users do not want trash folders appearing on shares.
 std::optional<TrashFolder> openTopdirTrash(const std::filesystem::path &topdir, bool local)
 {
-    Descriptor top(::open(topdir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor top(::open(topdir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!top)
         return std::nullopt;
     const std::string uid = std::to_string(::geteuid());
-    Descriptor shared = openFolder(top.get(), ".Trash", false, 0);
+    FileDescriptor shared = openFolder(top.get(), ".Trash", false, 0);
     struct stat sharedInfo {};
     if (shared && ::fstat(shared.get(), &sharedInfo) == 0 && (sharedInfo.st_mode & S_ISVTX)) {
-        Descriptor mine = openFolder(shared.get(), uid, local, 0700);
+        FileDescriptor mine = openFolder(shared.get(), uid, local, 0700);
         if (ownedFolder(mine)) {
             if (auto trash = completeTrash(std::move(mine), topdir / ".Trash" / uid, topdir))
                 return trash;
         }
     }
     const std::string ownName = ".Trash-" + uid;
-    Descriptor own = openFolder(top.get(), ownName, local, 0700);
+    FileDescriptor own = openFolder(top.get(), ownName, local, 0700);
     if (!ownedFolder(own))
         return std::nullopt;
     return completeTrash(std::move(own), topdir / ownName, topdir);
@@ -175,8 +152,8 @@ std::filesystem::path moveIntoTrash(TrashFolder &trash, int parent, const std::s
     for (unsigned attempt = 1;; ++attempt) {
         const std::string entry = detail::trashEntryName(name, attempt);
         const std::string infoName = entry + ".trashinfo";
-        Descriptor info(::openat(trash.info.get(), infoName.c_str(),
-                                 O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        FileDescriptor info(::openat(trash.info.get(), infoName.c_str(),
+                                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
         if (!info && errno == EEXIST)
             continue;
         if (!info && errno == EROFS)
@@ -191,7 +168,7 @@ std::filesystem::path moveIntoTrash(TrashFolder &trash, int parent, const std::s
             dropInfo();
             throwPosixError(trash.path / "info" / infoName, error);
         }
-        info = Descriptor();
+        info = FileDescriptor();
         int moved = ::renameat2(parent, name.c_str(), trash.files.get(), entry.c_str(), RENAME_NOREPLACE);
         if (moved != 0 && errno == EINVAL) {
             // File systems without RENAME_NOREPLACE (some FUSE ones): look first.
@@ -226,7 +203,7 @@ std::filesystem::path trashItem(const std::filesystem::path &item)
         throwPosixError(absolute.parent_path());
     const std::filesystem::path folder(resolved);
     std::free(resolved);
-    Descriptor parent(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    FileDescriptor parent(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     struct stat info {};
     if (!parent || ::fstatat(parent.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0)
         throwPosixError(item);
