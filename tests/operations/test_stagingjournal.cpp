@@ -166,6 +166,20 @@ TEST_F(StagingJournalTest, finishedEntriesAreForgottenAndALongJournalIsRewritten
     EXPECT_THAT(journalFiles(), IsEmpty());
 }
 
+TEST_F(StagingJournalTest, aLinkPlantedAsTheJournalFolderIsRefusedAndReportedOnce)
+{
+    const fs::path elsewhere = m_tree.folder("elsewhere");
+    fs::create_directories(m_folder.parent_path());
+    fs::create_directory_symlink(elsewhere, m_folder);
+    const auto logged = logMark();
+    StagingJournal journal(m_folder);
+    for (char last : {'0', '1'})
+        EXPECT_NO_THROW(journal.add(staging("dst", last), m_tree / "dst/a.txt"));
+    EXPECT_TRUE(fs::is_empty(elsewhere));
+    EXPECT_THAT(logged(), ElementsAre(StartsWith("STAGING JOURNAL FAILED path=" + m_folder.string() +
+                                                 " error=POSIX code=20: Not a directory")));
+}
+
 // A real copy killed by the kernel in the middle of its data.
 TEST_F(StagingJournalTest, copyKilledMidwayLeavesAStagingItemThatTheNextStartRemoves)
 {
