@@ -6,9 +6,12 @@
 #include "operations/detail/folderwalk.h"
 #include "operations/detail/logtext.h"
 #include "operations/detail/posixfile.h"
+#include "operations/detail/spelling.h"
 #include "operations/detail/treecopy.h"
+#include "operations/stagingjournal.h"
 #include "operations/userfacing.h"
 #include "platform/posix/posixerror.h"
+#include "platform/posix/removal.h"
 #include "platform/posix/renaming.h"
 
 #include <fcntl.h>
@@ -66,8 +69,8 @@ bool startsWithFolder(const fs::path &item, const fs::path &folder)
 std::string wrappedMessage(const std::string &phase, const std::exception &error)
 {
     const AppDiagnostics::ErrorForm form = AppDiagnostics::form(error);
-    return phase + " failed: " + userFacingText(error) + " (" + form.domain + " " + std::to_string(form.code) +
-           "). See " + AppDiagnostics::shared().fileURL().string();
+    return phase + " failed: " + userFacingText(error) + " (" + form.domain + " " +
+           std::to_string(form.code) + "). See " + AppDiagnostics::shared().fileURL().string();
 }
 
 std::string typeText(mode_t mode)
@@ -89,6 +92,18 @@ std::string secondsText(std::time_t seconds)
     return std::string(text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S +0000", &utc));
 }
 
+// A staging item is removed whatever it holds (folders made read-only by their
+// copied modes included), but never beyond its own volume.
+void removeStaging(const fs::path &staging) noexcept
+{
+    try {
+        removeTree(staging, true);
+    } catch (const std::exception &error) {
+        AppDiagnostics::shared().record("REMOVE FAILED path=" + staging.string() +
+                                        " error=" + AppDiagnostics::describe(error));
+    }
+}
+
 bool sameItem(const struct stat &a, const struct stat &b)
 {
     return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
@@ -100,13 +115,17 @@ bool sameItem(const struct stat &a, const struct stat &b)
 // would then throw away the source (cp: "are the same file").
 bool reachesSameItem(const fs::path &source, const fs::path &target)
 {
-    struct stat item {}, own{}, followed{};
+    struct stat item {
+    }, own{}, followed{};
     if (::lstat(source.c_str(), &item) != 0 || ::lstat(target.c_str(), &own) != 0)
         return false;
     if (sameItem(item, own))
         return true;
-    return !S_ISLNK(item.st_mode) && S_ISLNK(own.st_mode) && ::stat(target.c_str(), &followed) == 0 &&
-           sameItem(item, followed);
+    if (!S_ISLNK(item.st_mode) && S_ISLNK(own.st_mode))
+        return ::stat(target.c_str(), &followed) == 0 && sameItem(item, followed);
+    // Some FUSE file systems number an item afresh for every spelling of its path.
+    return item.st_dev == own.st_dev && (item.st_mode & S_IFMT) == (own.st_mode & S_IFMT) &&
+           detail::listedSpelling(source) == detail::listedSpelling(target);
 }
 
 // A file larger than the process may write (ulimit -f) must fail that write with
@@ -376,6 +395,9 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
     const Fingerprint before = run.move ? fingerprint(source, control) : Fingerprint();
     const std::string stagingName = detail::stagingName();
     const Path staging = run.destination / stagingName;
+    // Known before it exists, so a start after a crash can clear it away.
+    StagingJournal &journal = StagingJournal::shared();
+    journal.add(staging, target);
     std::string phase;
     bool published = false;
     const auto step = [&](std::string text) {
@@ -405,6 +427,7 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
             throw PosixError(error.code().value(), target);
         }
         published = true;
+        journal.remove(staging);
         run.links.renameTop(stagingName, targetName);
         flushFolder(run.destination);
         if (run.move) {
@@ -414,7 +437,8 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
     } catch (const std::exception &error) {
         if (!published) {
             run.links.renameTop(stagingName, {});
-            detail::removeStaging(staging);
+            removeStaging(staging);
+            journal.remove(staging);
         }
         AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + source.string() +
                                         " destination=" + target.string() + " staging=" + staging.string() +
@@ -430,8 +454,7 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
 void FileOperations::flushFolder(const Folder &folder) const
 {
     try {
-        const FileDescriptor readable(
-            ::openat(folder.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        const FileDescriptor readable(::openat(folder.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
         if (!readable)
             throwPosixError(folder.shown, errno);
         m_manager.flush(readable.get(), folder.shown);

@@ -141,7 +141,8 @@ TEST(TransferMove, withinOneVolumeIsOneRenameWhoseFailureLeavesBothSidesAlone)
                                              });
     const auto logged = logMark();
     EXPECT_EQ(failure([&] { transfer({box}, dst, true, stop, operations); }),
-              wrapped("Moving \u2018box\u2019 on the same volume", box.string() + ": Permission denied", "POSIX 13"));
+              wrapped("Moving \u2018box\u2019 on the same volume", box.string() + ": Permission denied",
+                      "POSIX 13"));
     EXPECT_TRUE(fs::is_empty(dst));
     EXPECT_EQ(logged().at(1), "TRANSFER FAILED phase=Moving \u2018box\u2019 on the same volume source=" +
                                   box.string() + " destination=" + (dst / "box").string() +

@@ -37,9 +37,10 @@ TEST(CrossVolume, moveCopiesTrashesTheSourceAndWarnsOfAttributesTheVolumeLacks)
         EXPECT_THAT(logged(),
                     Contains("TRANSFER ITEM COMPLETE phase=copy target=" + (destination / "box").string()));
     }
-    EXPECT_THAT(logged(), Contains(ContainsRegex(
-                              "^METADATA WARNING copyfile source=" + (tree / "src/box/data.bin").string() +
-                              " destination=" + volume->path().string() + "/box/data.bin error=POSIX code=95: ")));
+    EXPECT_THAT(logged(),
+                Contains(ContainsRegex(
+                    "^METADATA WARNING copyfile source=" + (tree / "src/box/data.bin").string() +
+                    " destination=" + volume->path().string() + "/box/data.bin error=POSIX code=95: ")));
 }
 
 TEST(DiskFull, keepsEarlierItemsAndTheReplacedItemInPlaceAndOutOfTheTrash)
@@ -53,8 +54,8 @@ TEST(DiskFull, keepsEarlierItemsAndTheReplacedItemInPlaceAndOutOfTheTrash)
                       {tree.file("src/big.bin", pattern(6 * 1024 * 1024)), tree.file("src/a.txt", "small")},
                       volume->path(), false, replace);
               }),
-              wrapped("Copying \u2018big.bin\u2019", (volume->path() / "big.bin").string() + ": No space left on device",
-                      "POSIX 28"));
+              wrapped("Copying \u2018big.bin\u2019",
+                      (volume->path() / "big.bin").string() + ": No space left on device", "POSIX 28"));
     EXPECT_THAT(contents(volume->path()), ElementsAre(Pair("a.txt", "small"), Pair("big.bin", "old bytes")));
     EXPECT_EQ(trashCount(), trashedBefore);
 }
@@ -97,11 +98,11 @@ TEST_F(InjectedFault, anInputOutputErrorAtTheFlushOrThePublishingRenamePublishes
             run(m_inject + (phase.starts_with("Copying") ? "fsync" : "renameat2") + ":error=EIO", m_source),
             std::pair(1, wrapped(phase, target + ": Input/output error", "POSIX 5") + "\n"));
         EXPECT_TRUE(fs::is_empty(m_dst)) << phase;
-        EXPECT_THAT(logged().back(),
-                    MatchesRegex("TRANSFER FAILED phase=" + phase + " source=" + m_source.string() +
-                                 " destination=" + (m_dst / "a.txt").string() + " staging=" + m_dst.string() +
-                                 "/.quillorn-[-0-9A-F]+ error=POSIX code=5: Input/output error path=" +
-                                 target));
+        EXPECT_THAT(
+            logged().back(),
+            MatchesRegex("TRANSFER FAILED phase=" + phase + " source=" + m_source.string() +
+                         " destination=" + (m_dst / "a.txt").string() + " staging=" + m_dst.string() +
+                         "/.quillorn-[-0-9A-F]+ error=POSIX code=5: Input/output error path=" + target));
     }
 }
 
@@ -148,8 +149,8 @@ TEST_F(InjectedFault, asAnOrdinaryUserRefusalsAndFailuresLeaveNothingBehind)
     for (const char *folder : {"src/box/sub", "src/box"})
         fs::permissions(m_tree / folder, fs::perms(0555));
     EXPECT_EQ(run(m_inject + "syncfs:error=EIO" + m_asNobody, m_tree / "src/box"),
-              std::pair(1, wrapped("Copying \u2018box\u2019", (m_dst / "box").string() + ": Input/output error",
-                                   "POSIX 5") +
+              std::pair(1, wrapped("Copying \u2018box\u2019",
+                                   (m_dst / "box").string() + ": Input/output error", "POSIX 5") +
                                "\n"));
     EXPECT_TRUE(fs::is_empty(m_dst));
 }

@@ -1,9 +1,10 @@
 // One copy or move from the command line, so that fault tests can run it under strace
 // or as another user: transfer_driver copy|move <policy raw value> <destination> <source>...
-// Exit 1 with the message on stderr when the transfer fails, 3 on any other error.
-#include "operations/appdiagnostics.h"
+// Exit 1 with the message on stderr when the transfer fails, 3 with the text a user
+// would see on any other error.
 #include "operations/commandererror.h"
 #include "operations/fileoperations.h"
+#include "operations/userfacing.h"
 
 #include <cstdio>
 #include <string>
@@ -22,7 +23,7 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "%s\n", error.what());
         return 1;
     } catch (const std::exception &error) {
-        std::fprintf(stderr, "%s\n", AppDiagnostics::describe(error).c_str());
+        std::fprintf(stderr, "%s\n", userFacingText(error).c_str());
         return 3;
     }
 }

@@ -15,9 +15,11 @@ namespace {
 // on a volume that ignores it ("Photo.JPG" to "photo.jpg" on a FAT drive).
 bool sameItemUnderNewName(const std::filesystem::path &item, const std::filesystem::path &target)
 {
-    struct stat own {}, taken{};
-    return item != target && ::lstat(item.c_str(), &own) == 0 && ::lstat(target.c_str(), &taken) == 0 &&
-           own.st_dev == taken.st_dev && own.st_ino == taken.st_ino;
+    struct stat own {
+    }, taken{};
+    if (item == target || ::lstat(item.c_str(), &own) != 0 || ::lstat(target.c_str(), &taken) != 0)
+        return false;
+    return (own.st_dev == taken.st_dev && own.st_ino == taken.st_ino) || sameItemInAnotherCase(item, target);
 }
 
 } // namespace

@@ -19,29 +19,6 @@ namespace fs = std::filesystem;
 
 namespace quillorn::detail {
 
-FileDescriptor &FileDescriptor::operator=(FileDescriptor &&other) noexcept
-{
-    if (this != &other) {
-        if (m_descriptor >= 0)
-            ::close(m_descriptor);
-        m_descriptor = other.release();
-    }
-    return *this;
-}
-
-FileDescriptor::~FileDescriptor()
-{
-    if (m_descriptor >= 0)
-        ::close(m_descriptor);
-}
-
-int FileDescriptor::release()
-{
-    const int descriptor = m_descriptor;
-    m_descriptor = -1;
-    return descriptor;
-}
-
 std::string stagingName()
 {
     std::array<std::uint8_t, 16> bytes{};
@@ -65,25 +42,6 @@ std::string stagingName()
         text += digits[bytes[i] & 0x0F];
     }
     return text;
-}
-
-// A staging tree may already hold read-only folders (their modes are copied once
-// their contents are in), which would keep remove_all from emptying them.
-void removeStaging(const fs::path &staging)
-{
-    std::error_code ignored, walking;
-    const auto writable = [&](const fs::path &folder) {
-        fs::permissions(folder, fs::perms::owner_all, fs::perm_options::add, ignored);
-    };
-    if (fs::is_directory(fs::symlink_status(staging, ignored))) {
-        writable(staging);
-        // Each folder is made writable when visited, before the walk descends into it.
-        for (auto it = fs::recursive_directory_iterator(staging, walking);
-             !walking && it != fs::recursive_directory_iterator(); it.increment(walking))
-            if (it->is_directory(ignored) && !it->is_symlink(ignored))
-                writable(it->path());
-    }
-    fs::remove_all(staging, ignored);
 }
 
 static std::size_t readWriteChunk(int input, int output, std::size_t limit, const fs::path &source,

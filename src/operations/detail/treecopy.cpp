@@ -204,14 +204,13 @@ void TreeCopy::copy(const Item &source, const Folder &destination, const std::st
     m_top = newName;
     // A single file is flushed on its own anyway; a folder's files are flushed
     // together where one syncfs reaches them all.
-    m_flushEachFile =
-        !S_ISDIR(source.entry.info.st_mode) || !volumeFlushCoversFiles(destination.fd.get());
+    m_flushEachFile = !S_ISDIR(source.entry.info.st_mode) || !volumeFlushCoversFiles(destination.fd.get());
     Visitor visitor(*this, destination, newName, shown);
     walk(source, visitor);
 }
 
-void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &target, const std::string &name,
-                        const fs::path &below, const fs::path &shown)
+void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &target,
+                        const std::string &name, const fs::path &below, const fs::path &shown)
 {
     const fs::path source = folder / entry.name;
     if (entry.info.st_nlink > 1 && linkToFirstCopy(entry, target, name))
@@ -246,7 +245,7 @@ void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &
 // Streams the data in chunks of at most chunkSize at matching offsets, skipping
 // the source's holes so a sparse file stays sparse.
 void TreeCopy::copyData(int input, int output, const struct stat &opened, const fs::path &source,
-                               const fs::path &target)
+                        const fs::path &target)
 {
     bool sparse = mayHaveHoles(opened);
     off_t position = 0, dataEnd = 0;
@@ -306,7 +305,8 @@ bool TreeCopy::linkToFirstCopy(const Entry &entry, const Folder &target, const s
 }
 
 void TreeCopy::copyMetadata(int sourceFolder, const std::string &sourceName, const Folder &target,
-                            const std::string &targetName, const fs::path &sourcePath, const struct stat &before)
+                            const std::string &targetName, const fs::path &sourcePath,
+                            const struct stat &before)
 {
     const fs::path targetPath = targetName == "." ? target.shown : target / targetName;
     AppDiagnostics &log = AppDiagnostics::shared();

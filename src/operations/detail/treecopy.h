@@ -48,7 +48,7 @@ private:
     void copyFile(const Folder &folder, const Entry &entry, const Folder &target, const std::string &name,
                   const std::filesystem::path &below, const std::filesystem::path &shown);
     void copyData(int input, int output, const struct stat &opened, const std::filesystem::path &source,
-                         const std::filesystem::path &target);
+                  const std::filesystem::path &target);
     bool linkToFirstCopy(const Entry &entry, const Folder &target, const std::string &name);
     void copyMetadata(int sourceFolder, const std::string &sourceName, const Folder &target,
                       const std::string &targetName, const std::filesystem::path &sourcePath,

@@ -49,7 +49,8 @@ void copyOwner(const At &target, const struct stat &before, std::optional<std::e
         return note(problem, lastError());
     if (now.st_uid == before.st_uid && now.st_gid == before.st_gid)
         return;
-    if (::fchownat(target.folder, target.name.c_str(), before.st_uid, before.st_gid, AT_SYMLINK_NOFOLLOW) == 0)
+    if (::fchownat(target.folder, target.name.c_str(), before.st_uid, before.st_gid, AT_SYMLINK_NOFOLLOW) ==
+        0)
         return;
     const std::error_code failed = lastError();
     // The group alone may still be ours to give (a group the user belongs to).
@@ -168,7 +169,8 @@ std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &s
     // Linux has no mode for a symbolic link itself (fchmodat refuses
     // AT_SYMLINK_NOFOLLOW), and a link's mode is never consulted. The target is
     // the engine's own new item, never a link, so following it cannot stray.
-    if (!S_ISLNK(before.st_mode) && ::fchmodat(targetFolder, targetName.c_str(), before.st_mode & 07777, 0) != 0)
+    if (!S_ISLNK(before.st_mode) &&
+        ::fchmodat(targetFolder, targetName.c_str(), before.st_mode & 07777, 0) != 0)
         problems.push_back({"permissions", lastError()});
 
     // Times last, since every step above may touch the change or access time.

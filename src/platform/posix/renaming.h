@@ -16,10 +16,16 @@ namespace quillorn {
 // item keeps its data and only its name changes.
 //
 // Throws PosixError (EEXIST when the name is taken) naming shown.
-void renameWithoutReplacing(int fromFolder, const std::string &fromName, int toFolder, const std::string &toName,
-                            const std::filesystem::path &shown);
+void renameWithoutReplacing(int fromFolder, const std::string &fromName, int toFolder,
+                            const std::string &toName, const std::filesystem::path &shown);
 
 // The same, for two paths.
 void renameWithoutReplacing(const std::filesystem::path &from, const std::filesystem::path &to);
+
+// Whether to, in the same folder as item, is item itself found under another
+// letter case: the folder does not list that spelling, yet the volume answers
+// for it. Decided from the listing, since some FUSE file systems give one item a
+// new inode number for each spelling.
+bool sameItemInAnotherCase(const std::filesystem::path &item, const std::filesystem::path &to);
 
 } // namespace quillorn

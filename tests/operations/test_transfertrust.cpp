@@ -1,0 +1,230 @@
+// ctest-labels: root
+// What a transfer must never do to a user's data, each case on a real file system:
+// aliases of the source, folders swapped for links mid-copy, flushes that only a
+// FUSE daemon sees, drop boxes, file-size limits, sparse files and hard links.
+#include "operationstesting.h"
+
+#include "platform/posix/renaming.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <csignal>
+#include <optional>
+#include <thread>
+
+namespace {
+
+#define MOUNT_OR_SKIP(name, ...)                                                                             \
+    if (!runningAsRoot())                                                                                    \
+        GTEST_SKIP() << "needs root to mount a file system";                                                 \
+    std::optional<ScopedMount> name;                                                                         \
+    try {                                                                                                    \
+        name.emplace(__VA_ARGS__);                                                                           \
+    } catch (const std::exception &error) {                                                                  \
+        GTEST_SKIP() << "this machine refuses the mount: " << error.what();                                  \
+    }
+
+const std::string sameItem = "Source and destination are the same item.";
+
+// Exit status and standard error of the transfer driver run behind prefix (strace, setpriv, prlimit).
+std::pair<int, std::string> drive(const std::string &prefix, const std::string &mode,
+                                  const fs::path &destination, const fs::path &source)
+{
+    int status = -1;
+    std::string errors = runCommand(
+        "ASAN_OPTIONS=detect_leaks=0 " + prefix + " " QUILLORN_TRANSFER_DRIVER " " + mode + " Stop " +
+            shellQuote(destination) + " " + shellQuote(source) + " 2>&1 >/dev/null; exit $?",
+        &status);
+    return {status, errors};
+}
+
+const std::string asNobody = "setpriv --reuid=nobody --regid=nogroup --clear-groups";
+
+TEST(SameItem, replacingTheSourceReachedThroughABindMountALinkedFolderOrALinkIsRefused)
+{
+    TestTree tree;
+    const fs::path real = tree.folder("real"), source = tree.file("real/x.txt", "only copy");
+    MOUNT_OR_SKIP(alias, ScopedMount::bind(real, tree.folder("alias")));
+    const fs::path linkedFolder = tree.symlink("linked", real);
+    tree.symlink("dst/x.txt", source);
+    for (const fs::path &destination : {alias->path(), linkedFolder, tree / "dst"})
+        for (const bool move : {false, true}) {
+            EXPECT_EQ(failure([&] { transfer({source}, destination, move, replace); }), sameItem)
+                << destination;
+            EXPECT_EQ(TestTree::read(source), "only copy") << destination;
+        }
+    EXPECT_TRUE(fs::is_symlink(tree / "dst/x.txt"));
+}
+
+TEST(SameItem, onACaseInsensitiveVolumeCaseOnlyRenamesWorkAndReplaceNeverTrashesTheItem)
+{
+    TestTree tree;
+    const fs::path image = tree / "fat.img", where = tree.folder("fat");
+    if (runCommand("PATH=$PATH:/usr/sbin:/sbin; command -v fusefat && command -v mkfs.vfat && echo yes")
+            .find("yes") == std::string::npos)
+        GTEST_SKIP() << "fusefat or mkfs.vfat is not installed (packages fusefat, dosfstools)";
+    runCommand("truncate -s 16M " + shellQuote(image) + " && PATH=$PATH:/usr/sbin:/sbin mkfs.vfat " +
+               shellQuote(image));
+    MOUNT_OR_SKIP(volume, ScopedMount::byCommand(
+                              "fusefat -o rw+ " + shellQuote(image) + " " + shellQuote(where), where));
+    fs::create_directory(where / "Sub");
+    std::ofstream(where / "Sub/Notes.txt") << "notes";
+    ASSERT_TRUE(fs::exists(where / "SUB/NOTES.TXT")) << "not a case-insensitive volume";
+
+    EXPECT_EQ(failure([&] { transfer({where / "Sub/Notes.txt"}, where / "SUB", true, replace); }), sameItem);
+    EXPECT_EQ(TestTree::read(where / "Sub/Notes.txt"), "notes");
+
+    renameWithoutReplacing(where / "Sub/Notes.txt", where / "Sub/notes.txt");
+    EXPECT_THAT(contents(where / "Sub"), ElementsAre(Pair("notes.txt", "notes")));
+    std::ofstream(where / "Sub/other.txt") << "other";
+    EXPECT_THROW(renameWithoutReplacing(where / "Sub/other.txt", where / "Sub/NOTES.txt"), PosixError);
+    EXPECT_THAT(contents(where / "Sub"), ElementsAre(Pair("notes.txt", "notes"), Pair("other.txt", "other")));
+}
+
+TEST(SwappedLinks, aFolderSwappedForALinkDuringACopyNeverBringsInOutsideFiles)
+{
+    TestTree tree;
+    tree.file("outside/secret.txt", "SECRET");
+    for (int i = 0; i < 300; ++i)
+        tree.file("src/box/sub/f" + std::to_string(i), "inside");
+    tree.symlink("src/box/lnk", tree / "outside");
+    const fs::path box = tree / "src/box";
+    std::jthread swapper([&](std::stop_token stop) {
+        while (!stop.stop_requested())
+            ::renameat2(AT_FDCWD, (box / "sub").c_str(), AT_FDCWD, (box / "lnk").c_str(), RENAME_EXCHANGE);
+    });
+    int published = 0;
+    for (int attempt = 0; attempt < 30; ++attempt) {
+        const fs::path dst = tree.folder("dst" + std::to_string(attempt));
+        try {
+            transfer({box}, dst);
+            ++published;
+        } catch (const std::exception &) {
+            // A copy or its measuring may notice the swap and fail; it must not read outside.
+        }
+        for (const auto &entry : fs::recursive_directory_iterator(dst)) {
+            if (fs::is_regular_file(entry.symlink_status())) {
+                EXPECT_NE(TestTree::read(entry.path()), "SECRET") << entry.path();
+            }
+        }
+    }
+    swapper.request_stop();
+    std::cout << published << " of 30 copies were published while the folder was being swapped\n";
+}
+
+TEST(FuseVolume, aFlushThatFailsInTheDaemonStopsTheFolderFromBeingPublished)
+{
+    TestTree tree;
+    tree.file("src/box/a.txt", "a");
+    tree.file("src/box/sub/b.txt", "b");
+    const fs::path backing = tree.folder("backing"), where = tree.folder("fuse");
+    // The daemon's own fsync fails: only a flush of each file reaches it.
+    MOUNT_OR_SKIP(volume,
+                  ScopedMount::byCommand("(strace -f -qq -o /dev/null -e inject=fsync,fdatasync:error=EIO "
+                                         "bindfs -f " +
+                                             shellQuote(backing) + " " + shellQuote(where) +
+                                             " >/dev/null 2>&1 &) ; for i in $(seq 50); do "
+                                             "mountpoint -q " +
+                                             shellQuote(where) + " && exit 0; sleep 0.1; done; exit 1",
+                                         where));
+    EXPECT_THAT(failure([&] { transfer({tree / "src/box"}, where); }),
+                HasSubstr("Input/output error (POSIX 5)"));
+    EXPECT_TRUE(fs::is_empty(backing));
+}
+
+TEST(DropBox, publishingIntoAFolderTheUserMayWriteButNotReadSucceedsWithAWarning)
+{
+    if (!runningAsRoot())
+        GTEST_SKIP() << "needs root to make a drop box for the user nobody";
+    TestTree tree;
+    const fs::path box = tree.folder("dropbox"), src = tree.folder("src");
+    for (const fs::path &folder : {tree.root(), src})
+        fs::permissions(folder, fs::perms(0777));
+    fs::permissions(box, fs::perms(01733));
+    for (const char *name : {"copied.txt", "moved.txt"})
+        fs::permissions(tree.file(fs::path("src") / name, name), fs::perms(0666));
+    // The user's own log, since nobody may not write the test's.
+    const fs::path data = tree.folder("data");
+    fs::permissions(data, fs::perms(0777));
+    const std::string prefix = "XDG_DATA_HOME=" + shellQuote(data) + " " + asNobody;
+    const auto copied = drive(prefix, "copy", box, src / "copied.txt");
+    if (copied.second.starts_with("setpriv:"))
+        GTEST_SKIP() << "cannot switch to the user nobody: " << copied.second;
+    EXPECT_EQ(copied, std::pair(0, std::string()));
+    EXPECT_EQ(drive(prefix, "move", box, src / "moved.txt"), std::pair(0, std::string()));
+    EXPECT_EQ(TestTree::read(box / "copied.txt"), "copied.txt");
+    EXPECT_EQ(TestTree::read(box / "moved.txt"), "moved.txt");
+    EXPECT_FALSE(fs::exists(src / "moved.txt"));
+    EXPECT_EQ(runCommand("grep -c '^[^ ]* METADATA WARNING flush destination=" + box.string() +
+                         " error=POSIX code=13: Permission denied' " +
+                         shellQuote(data / "Quillorn/Logs/Quillorn.log")),
+              "2\n");
+}
+
+TEST(FileSizeLimit, aFileAboveTheLimitFailsCleanlyInsteadOfKillingTheProgram)
+{
+    TestTree tree;
+    const fs::path source = tree.file("src/big.bin", pattern(3 * 1024 * 1024)), dst = tree.folder("dst");
+    const auto [status, errors] = drive("prlimit --fsize=1048576", "copy", dst, source);
+    EXPECT_EQ(status, 1) << "128 + " << SIGXFSZ << " means the signal ended it";
+    EXPECT_THAT(errors, HasSubstr("File too large (POSIX 27)"));
+    EXPECT_TRUE(fs::is_empty(dst));
+}
+
+TEST(Fidelity, sparseFilesKeepTheirHolesAndHardLinksStayLinkedWithinTheTransfer)
+{
+    TestTree tree;
+    const fs::path sparse = tree.file("src/box/disk.img");
+    {
+        std::fstream out(sparse, std::ios::in | std::ios::out | std::ios::binary);
+        out.seekp(100 * 1024 * 1024);
+        out << pattern(4096);
+    }
+    fs::resize_file(sparse, 256 * 1024 * 1024);
+    const fs::path first = tree.file("src/box/a.txt", "linked");
+    fs::create_hard_link(first, tree.folder("src/box/sub") / "b.txt");
+    fs::create_hard_link(first, tree / "src/second.txt");
+    tree.file("src/box/c.txt", "linked");
+
+    OperationControl control;
+    FileOperations().transfer({tree / "src/box", tree / "src/second.txt"}, tree.folder("dst"), false, stop,
+                              control, false);
+    struct stat copy {};
+    ASSERT_EQ(::stat((tree / "dst/box/disk.img").c_str(), &copy), 0);
+    EXPECT_EQ(copy.st_size, 256 * 1024 * 1024);
+    EXPECT_LE(copy.st_blocks * 512, 1024 * 1024) << "the holes were filled in";
+    EXPECT_EQ(runCommand("cmp " + shellQuote(sparse) + " " + shellQuote(tree / "dst/box/disk.img") +
+                         " && echo same"),
+              "same\n");
+    EXPECT_TRUE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/box/sub/b.txt"));
+    EXPECT_TRUE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/second.txt"));
+    EXPECT_FALSE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/box/c.txt"));
+    EXPECT_FALSE(fs::equivalent(first, tree / "dst/box/a.txt"));
+    EXPECT_EQ(control.progress().completed, control.progress().expected);
+}
+
+TEST(ErrorTexts, failuresNameTheItemWhereTheUserWillLookAndTheSystemsReason)
+{
+    TestTree tree;
+    for (int i = 0; i < 20; ++i)
+        tree.file("src/box/f" + std::to_string(i), "x");
+    MOUNT_OR_SKIP(volume, "tmpfs", tree.folder("volume"), "nr_inodes=8");
+    const std::string message = failure([&] { transfer({tree / "src/box"}, volume->path()); });
+    EXPECT_THAT(message, ContainsRegex("^Copying \u2018box\u2019 failed: Cannot create " +
+                                       (volume->path() / "box").string() +
+                                       "/f[0-9]+: No space left on device \\(Quillorn.CommanderError 1\\)"));
+    EXPECT_TRUE(fs::is_empty(volume->path()));
+
+    // Measuring cannot enter a folder: the user learns which one.
+    const fs::path locked = tree.folder("src/box/locked");
+    for (const fs::path &folder : {tree.root(), tree / "src", tree / "src/box"})
+        fs::permissions(folder, fs::perms(0755));
+    fs::permissions(locked, fs::perms(0700));
+    const auto [status, errors] = drive(asNobody, "copy", tree.folder("nobody"), tree / "src/box");
+    if (errors.starts_with("setpriv:"))
+        GTEST_SKIP() << "cannot switch to the user nobody: " << errors;
+    EXPECT_EQ(errors, locked.string() + ": Permission denied\n");
+}
+
+} // namespace
