@@ -21,15 +21,9 @@ CommanderToolBar::CommanderToolBar(CommanderModel &model, OpenFile openFile, QWi
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(6);
 
-    addButton(QStringLiteral("Search"), int(ToolbarSymbol::magnifyingGlass),
-              [this] { m_model.setTool(ToolSheet::Search{m_model.active().directory()}); });
-    addButton(QStringLiteral("Compare"), int(ToolbarSymbol::arrowsLeftRight), [this] {
-        m_model.setTool(ToolSheet::Compare{m_model.left().directory(), m_model.right().directory()});
-    });
-    addButton(QStringLiteral("Info"), int(ToolbarSymbol::infoCircle), [this] {
-        if (const auto items = m_model.active().selected(); !items.empty())
-            m_model.setTool(ToolSheet::Info{items.front()});
-    });
+    addButton(QStringLiteral("Search"), int(ToolbarSymbol::magnifyingGlass), [this] { m_model.openSearch(); });
+    addButton(QStringLiteral("Compare"), int(ToolbarSymbol::arrowsLeftRight), [this] { m_model.openCompare(); });
+    addButton(QStringLiteral("Info"), int(ToolbarSymbol::infoCircle), [this] { m_model.openInfo(); });
     addButton(QStringLiteral("Open"), int(ToolbarSymbol::openApp), [this] {
         for (const std::filesystem::path &item : m_model.active().selected())
             m_openFile(item);

@@ -178,11 +178,10 @@ void KeyHandler::run(const Binding &binding)
         active.closeTab();
         break;
     case Action::search:
-        m_model.setTool(ToolSheet::Search{active.directory()});
+        m_model.openSearch();
         break;
     case Action::info:
-        if (const auto items = active.selected(); !items.empty())
-            m_model.setTool(ToolSheet::Info{items.front()});
+        m_model.openInfo();
         break;
     case Action::refresh:
         m_model.perform(9);

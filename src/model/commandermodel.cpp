@@ -254,6 +254,23 @@ void CommanderModel::clipboardPaste()
     transfer(items, active().directory(), false);
 }
 
+void CommanderModel::openSearch()
+{
+    setTool(ToolSheet::Search{active().directory()});
+}
+
+void CommanderModel::openCompare()
+{
+    setTool(ToolSheet::Compare{m_left->directory(), m_right->directory()});
+}
+
+void CommanderModel::openInfo()
+{
+    const std::vector<Path> items = active().selected();
+    if (!items.empty())
+        setTool(ToolSheet::Info{items.front()});
+}
+
 void CommanderModel::connect()
 {
     setTool(ToolSheet::Connect{});

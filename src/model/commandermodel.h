@@ -67,6 +67,12 @@ public:
     void clipboardCopy();
     // Offers to copy the clipboard's files into the active pane's folder.
     void clipboardPaste();
+    // The sheets the window's keys and tool bar ask for: the name search below
+    // the active pane's folder, the comparison of the two panes' folders, and
+    // the information sheet of the first item to act on (nothing without one).
+    void openSearch();
+    void openCompare();
+    void openInfo();
     // Opens the connect-to-server sheet.
     void connect();
     using QObject::connect;

@@ -2,6 +2,7 @@
 
 #include <QString>
 #include <filesystem>
+#include <string_view>
 #include <type_traits>
 #include <utility>
 #include <variant>
@@ -16,33 +17,40 @@ struct ToolSheet {
     using Path = std::filesystem::path;
 
     struct Transfer {
+        static constexpr std::string_view id = "transfer";
         std::vector<Path> sources;
         Path destination;
         bool move = false; // true moves, false copies
         friend bool operator==(const Transfer &, const Transfer &) = default;
     };
     struct Search {
+        static constexpr std::string_view id = "search";
         Path root;
         friend bool operator==(const Search &, const Search &) = default;
     };
     struct Compare {
+        static constexpr std::string_view id = "compare";
         Path left;
         Path right;
         friend bool operator==(const Compare &, const Compare &) = default;
     };
     struct Editor {
+        static constexpr std::string_view id = "editor";
         Path file;
         friend bool operator==(const Editor &, const Editor &) = default;
     };
     struct Info {
+        static constexpr std::string_view id = "info";
         Path item;
         friend bool operator==(const Info &, const Info &) = default;
     };
     struct Archive {
+        static constexpr std::string_view id = "archive";
         Path archive;
         friend bool operator==(const Archive &, const Archive &) = default;
     };
     struct Connect {
+        static constexpr std::string_view id = "connect";
         friend bool operator==(const Connect &, const Connect &) = default;
     };
 
@@ -54,7 +62,8 @@ struct ToolSheet {
 
     Case value;
 
-    // The case name: "transfer", "search", "compare", "editor", "info", "archive" or "connect".
+    // The case name, the `id` of the payload: "transfer", "search", "compare",
+    // "editor", "info", "archive" or "connect".
     QString id() const;
 
     template <typename T> bool is() const { return std::holds_alternative<T>(value); }

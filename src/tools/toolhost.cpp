@@ -2,6 +2,10 @@
 
 #include "model/commandermodel.h"
 #include "model/commanderthemecolours.h"
+#include "tools/comparesheet.h"
+#include "tools/infosheet.h"
+#include "tools/searchsheet.h"
+#include "tools/sheetcontext.h"
 #include "tools/transfersheet.h"
 
 #include <QDialog>
@@ -9,6 +13,61 @@
 #include <QVBoxLayout>
 
 namespace quillorn {
+
+namespace {
+
+// One overload per kind of ToolSheet, reached through std::visit: a kind added
+// to ToolSheet without its sheet here does not compile. A null sheet means the
+// kind has no sheet yet; the host then drops the request at once.
+
+QWidget *makeSheet(const ToolSheet::Transfer &transfer, SheetContext &context)
+{
+    return new TransferSheet(transfer.sources, transfer.destination, transfer.move, context.model.queue(),
+                             context.dismiss);
+}
+
+QWidget *makeSheet(const ToolSheet::Search &search, SheetContext &context)
+{
+    CommanderModel &model = context.model;
+    // Showing a hit's folder and closing the sheet are one step.
+    return new SearchSheet(
+        search.root,
+        [&model](const std::filesystem::path &folder) {
+            model.active().navigate(folder);
+            model.setTool(std::nullopt);
+        },
+        context.dismiss);
+}
+
+QWidget *makeSheet(const ToolSheet::Compare &compare, SheetContext &context)
+{
+    return new CompareSheet(compare.left, compare.right, context.dismiss);
+}
+
+QWidget *makeSheet(const ToolSheet::Info &info, SheetContext &context)
+{
+    return new InfoSheet(info.item, context.dismiss);
+}
+
+// Not built yet: the editor, archive and connect sheets. Their requests are
+// dropped as soon as they are made, so the keyboard never stays with a sheet
+// nobody can see.
+QWidget *makeSheet(const ToolSheet::Editor &, SheetContext &)
+{
+    return nullptr;
+}
+
+QWidget *makeSheet(const ToolSheet::Archive &, SheetContext &)
+{
+    return nullptr;
+}
+
+QWidget *makeSheet(const ToolSheet::Connect &, SheetContext &)
+{
+    return nullptr;
+}
+
+} // namespace
 
 ToolHost::ToolHost(CommanderModel &model, QWidget *window) : QObject(window), m_model(model), m_window(window)
 {
@@ -107,11 +166,8 @@ void ToolHost::present(const ToolSheet &tool)
 
 QWidget *ToolHost::buildContent(const ToolSheet &tool, const std::function<void()> &dismiss)
 {
-    if (const auto *transfer = tool.as<ToolSheet::Transfer>())
-        return new TransferSheet(transfer->sources, transfer->destination, transfer->move, m_model.queue(),
-                                 dismiss);
-    // Search, compare, editor, info, archive and connect sheets plug in here.
-    return nullptr;
+    SheetContext context{m_model, dismiss};
+    return std::visit([&context](const auto &sheet) { return makeSheet(sheet, context); }, tool.value);
 }
 
 } // namespace quillorn

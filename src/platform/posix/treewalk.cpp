@@ -1,0 +1,180 @@
+#include "platform/posix/treewalk.h"
+
+#include "platform/posix/posixerror.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <string>
+#include <utility>
+#include <vector>
+
+namespace quillorn {
+
+namespace {
+
+// The head of the kernel's record (glibc does not declare it); the
+// NUL-terminated name follows it.
+struct KernelDirent {
+    ino64_t inode;
+    off64_t offset;
+    unsigned short length;
+    unsigned char type;
+};
+constexpr std::size_t direntNameOffset = offsetof(KernelDirent, type) + 1;
+
+constexpr std::size_t listingBufferSize = 32 * 1024;
+constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+
+struct Frame {
+    int fd = -1;
+    std::vector<char> buffer;
+    long filled = 0;
+    long position = 0;
+    std::size_t pathLength = 0; // of this folder's own relative path
+};
+
+TreeWalk::Kind kindOfType(unsigned char type)
+{
+    switch (type) {
+    case DT_REG:
+        return TreeWalk::Kind::file;
+    case DT_DIR:
+        return TreeWalk::Kind::directory;
+    case DT_LNK:
+        return TreeWalk::Kind::symlink;
+    default:
+        return TreeWalk::Kind::other;
+    }
+}
+
+TreeWalk::Kind kindOfMode(mode_t mode)
+{
+    if (S_ISREG(mode))
+        return TreeWalk::Kind::file;
+    if (S_ISDIR(mode))
+        return TreeWalk::Kind::directory;
+    if (S_ISLNK(mode))
+        return TreeWalk::Kind::symlink;
+    return TreeWalk::Kind::other;
+}
+
+bool isDotOrDotDot(const char *name)
+{
+    return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
+}
+
+// Owns the open folders of the walk, closed however the walk ends.
+class Frames {
+public:
+    ~Frames()
+    {
+        for (Frame &frame : m_frames)
+            ::close(frame.fd);
+    }
+    Frame &push(int fd, std::size_t pathLength)
+    {
+        std::vector<char> buffer;
+        if (!m_spare.empty()) {
+            buffer = std::move(m_spare.back());
+            m_spare.pop_back();
+        } else {
+            buffer.resize(listingBufferSize);
+        }
+        m_frames.push_back(Frame{fd, std::move(buffer), 0, 0, pathLength});
+        return m_frames.back();
+    }
+    void pop()
+    {
+        ::close(m_frames.back().fd);
+        m_spare.push_back(std::move(m_frames.back().buffer));
+        m_frames.pop_back();
+    }
+    bool empty() const { return m_frames.empty(); }
+    Frame &top() { return m_frames.back(); }
+    int depth() const { return int(m_frames.size()); }
+
+private:
+    std::vector<Frame> m_frames;
+    std::vector<std::vector<char>> m_spare;
+};
+
+} // namespace
+
+void TreeWalk::walk(const std::filesystem::path &root, bool skipHidden, Visitor &visitor)
+{
+    const int rootFd = ::open(root.c_str(), folderFlags & ~O_NOFOLLOW);
+    if (rootFd < 0)
+        throwPosixError(root);
+    Frames frames;
+    frames.push(rootFd, 0);
+    std::string path;
+    const std::string rootName = root.filename().string();
+
+    while (!frames.empty()) {
+        Frame &frame = frames.top();
+        if (frame.position >= frame.filled) {
+            const long read = ::syscall(SYS_getdents64, frame.fd, frame.buffer.data(), frame.buffer.size());
+            if (read < 0) {
+                const int error = errno;
+                path.resize(frame.pathLength);
+                const std::size_t slash = path.rfind('/');
+                const std::string_view name =
+                    frames.depth() == 1
+                        ? std::string_view(rootName)
+                        : std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1);
+                const Entry folder{name, path, frames.depth() - 1, Kind::directory};
+                frames.pop();
+                if (visitor.failed(folder, error) == Next::stop)
+                    return;
+                continue;
+            }
+            if (read == 0) {
+                frames.pop();
+                continue;
+            }
+            frame.filled = read;
+            frame.position = 0;
+        }
+        const char *bytes = frame.buffer.data() + frame.position;
+        const auto *record = reinterpret_cast<const KernelDirent *>(bytes);
+        frame.position += record->length;
+        const char *name = bytes + direntNameOffset;
+        if (isDotOrDotDot(name) || (skipHidden && name[0] == '.'))
+            continue;
+
+        path.resize(frame.pathLength);
+        if (!path.empty())
+            path += '/';
+        path += name;
+        Entry entry{std::string_view(path).substr(path.size() - std::char_traits<char>::length(name)), path,
+                    frames.depth(), kindOfType(record->type)};
+        if (record->type == DT_UNKNOWN) {
+            struct stat status {};
+            if (::fstatat(frame.fd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+                if (visitor.failed(entry, errno) == Next::stop)
+                    return;
+                continue;
+            }
+            entry.kind = kindOfMode(status.st_mode);
+        }
+        if (visitor.entry(entry) == Next::stop)
+            return;
+        if (entry.kind != Kind::directory)
+            continue;
+        const int child = ::openat(frame.fd, name, folderFlags);
+        if (child < 0) {
+            if (visitor.failed(entry, errno) == Next::stop)
+                return;
+            continue;
+        }
+        frames.push(child, path.size()); // `frame` is not used past this point
+    }
+}
+
+} // namespace quillorn

@@ -1,0 +1,135 @@
+#include "tools/comparesheet.h"
+
+#include "operations/commandererror.h"
+#include "operations/operationcontrol.h"
+#include "platform/core/displaytext.h"
+#include "services/directorytools.h"
+#include "services/errortext.h"
+#include "tools/backgroundwork.h"
+
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QHideEvent>
+#include <QLabel>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QVBoxLayout>
+
+namespace quillorn {
+
+CompareSheet::CompareSheet(Path left, Path right, std::function<void()> dismiss, QWidget *parent)
+    : QWidget(parent), m_left(std::move(left)), m_right(std::move(right)), m_dismiss(std::move(dismiss)),
+      m_control(std::make_shared<OperationControl>())
+{
+    setObjectName(QStringLiteral("compareSheet"));
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(8);
+
+    auto *title = new QLabel(QStringLiteral("Compare folders"), this);
+    title->setObjectName(QStringLiteral("sheetTitle"));
+    QFont titleFont = title->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.6);
+    titleFont.setBold(true);
+    title->setFont(titleFont);
+    layout->addWidget(title);
+
+    auto *roots = new QLabel(QStringLiteral("Left: ") + displayText(m_left) + QLatin1Char('\n') +
+                                 QStringLiteral("Right: ") + displayText(m_right),
+                             this);
+    roots->setObjectName(QStringLiteral("rootsLabel"));
+    roots->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QFont small = roots->font();
+    small.setPointSizeF(small.pointSizeF() * 0.85);
+    roots->setFont(small);
+    layout->addWidget(roots);
+
+    auto *noteLabel = new QLabel(note, this);
+    noteLabel->setObjectName(QStringLiteral("noteLabel"));
+    noteLabel->setWordWrap(true);
+    noteLabel->setFont(small);
+    noteLabel->setForegroundRole(QPalette::PlaceholderText); // the secondary text colour
+    layout->addWidget(noteLabel);
+
+    m_statusLabel = new QLabel(m_status, this);
+    m_statusLabel->setObjectName(QStringLiteral("statusLabel"));
+    m_statusLabel->setWordWrap(true);
+    m_statusLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    layout->addWidget(m_statusLabel);
+
+    m_rowList = new QPlainTextEdit(this);
+    m_rowList->setObjectName(QStringLiteral("rowList"));
+    m_rowList->setReadOnly(true);
+    m_rowList->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_rowList->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    layout->addWidget(m_rowList, 1);
+
+    auto *bottom = new QHBoxLayout;
+    bottom->addStretch(1);
+    auto *closeButton = new QPushButton(QStringLiteral("Close / Cancel"), this);
+    closeButton->setObjectName(QStringLiteral("closeButton"));
+    closeButton->setAutoDefault(false);
+    bottom->addWidget(closeButton);
+    layout->addLayout(bottom);
+    connect(closeButton, &QPushButton::clicked, this, &CompareSheet::close);
+    setFocusProxy(closeButton);
+
+    runInBackground(
+        this,
+        [left = m_left, right = m_right, control = m_control] {
+            return DirectoryTools::comparison(left, right, *control);
+        },
+        [this](const std::vector<std::string> &rows) { finish(rows); },
+        [this](const std::exception_ptr &error) { fail(error); });
+}
+
+CompareSheet::~CompareSheet()
+{
+    m_control->cancel();
+}
+
+void CompareSheet::hideEvent(QHideEvent *event)
+{
+    // The sheet hides when its dialog closes, by whatever route; a minimised
+    // window hides it spontaneously and keeps the work going.
+    if (!event->spontaneous())
+        m_control->cancel();
+    QWidget::hideEvent(event);
+}
+
+void CompareSheet::close()
+{
+    m_control->cancel();
+    if (m_dismiss)
+        m_dismiss();
+}
+
+void CompareSheet::finish(const std::vector<std::string> &rows)
+{
+    m_rows.clear();
+    m_rows.reserve(qsizetype(rows.size()));
+    for (const std::string &row : rows)
+        m_rows << QString::fromUtf8(row.data(), qsizetype(row.size()));
+    m_rowList->setPlainText(m_rows.join(QLatin1Char('\n')));
+    setStatus(m_rows.isEmpty() ? QStringLiteral("Folder contents match")
+                               : QString::number(m_rows.size()) + QStringLiteral(" differences"));
+}
+
+void CompareSheet::fail(const std::exception_ptr &error)
+{
+    try {
+        std::rethrow_exception(error);
+    } catch (const CancellationError &) {
+        setStatus(QStringLiteral("Cancelled"));
+    } catch (...) {
+        setStatus(userFacingDescription(error));
+    }
+}
+
+void CompareSheet::setStatus(const QString &status)
+{
+    m_status = status;
+    m_statusLabel->setText(status);
+}
+
+} // namespace quillorn

@@ -1,0 +1,84 @@
+#pragma once
+
+#include "services/searchreport.h"
+
+#include <QString>
+#include <QWidget>
+#include <filesystem>
+#include <functional>
+#include <memory>
+
+class QCheckBox;
+class QLabel;
+class QLineEdit;
+class QPushButton;
+class QTableView;
+
+namespace quillorn {
+
+class OperationControl;
+
+namespace detail {
+class SearchResultsModel;
+}
+
+// Finds items by name below one folder: runs DirectoryTools::search in the
+// background, one search at a time, lists the hits by relative path and hands
+// the folder of a hit to `navigate` (the host shows it in the active pane and
+// closes the sheet). Every way the sheet goes away cancels a running search.
+class SearchSheet : public QWidget {
+    Q_OBJECT
+public:
+    using Path = std::filesystem::path;
+    using Navigate = std::function<void(const Path &folder)>;
+
+    SearchSheet(Path root, Navigate navigate, std::function<void()> dismiss, QWidget *parent = nullptr);
+    ~SearchSheet() override;
+
+    // Starts a search for the query as typed; nothing while one runs.
+    void search();
+    void cancel();
+    // Cancels and dismisses the sheet.
+    void close();
+    // Navigates to the folder that holds the hit in `row`.
+    void showFolder(int row);
+
+    const QString &status() const { return m_status; }
+    // The handle of the current work: the one a close cancels.
+    const std::shared_ptr<OperationControl> &control() const { return m_control; }
+    bool running() const { return m_running; }
+    const SearchReport &report() const { return m_report; }
+
+    // "12 matches. ", with the limit note and the warnings after ". ".
+    static QString statusText(const SearchReport &report);
+
+    static inline const QString initialStatus =
+        QStringLiteral("Search names recursively; symbolic links are not followed.");
+
+protected:
+    void hideEvent(QHideEvent *event) override;
+
+private:
+    void finish(SearchReport report);
+    void fail(const std::exception_ptr &error);
+    void setStatus(const QString &status);
+    void updateControls();
+
+    Path m_root;
+    Navigate m_navigate;
+    std::function<void()> m_dismiss;
+    SearchReport m_report;
+    QString m_status = initialStatus;
+    bool m_running = false;
+    std::shared_ptr<OperationControl> m_control;
+
+    QLineEdit *m_query = nullptr;
+    QCheckBox *m_hidden = nullptr;
+    QPushButton *m_search = nullptr;
+    QPushButton *m_cancel = nullptr;
+    QLabel *m_statusLabel = nullptr;
+    QTableView *m_list = nullptr;
+    detail::SearchResultsModel *m_results = nullptr;
+};
+
+} // namespace quillorn

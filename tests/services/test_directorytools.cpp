@@ -1,0 +1,411 @@
+#include "asnobody.h"
+#include "operations/commandererror.h"
+#include "operations/operationcontrol.h"
+#include "services/directorytools.h"
+#include "testtree.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <fstream>
+#include <functional>
+#include <future>
+#include <set>
+#include <thread>
+
+using namespace quillorn;
+using test::TestTree;
+using ::testing::ElementsAre;
+using ::testing::UnorderedElementsAreArray;
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string precomposed = "\xc3\xa9.txt"; // é as one code point
+const std::string decomposed = "e\xcc\x81.txt"; // e + combining acute
+const std::string invalidA = "odd\xff-alpha";   // not UTF-8
+const std::string invalidB = "odd\xfe-alpha";
+
+std::set<std::string> relativePaths(const SearchReport &report)
+{
+    std::set<std::string> paths;
+    for (const SearchResult &result : report.items)
+        paths.insert(result.relativePath);
+    return paths;
+}
+
+void makeFifo(const fs::path &path)
+{
+    ASSERT_EQ(::mkfifo(path.c_str(), 0644), 0);
+}
+
+void makeSocket(const fs::path &path)
+{
+    const int fd = ::socket(AF_UNIX, SOCK_STREAM, 0);
+    sockaddr_un address{};
+    address.sun_family = AF_UNIX;
+    ASSERT_LT(path.native().size(), sizeof address.sun_path);
+    std::copy(path.native().begin(), path.native().end(), address.sun_path);
+    ASSERT_EQ(::bind(fd, reinterpret_cast<sockaddr *>(&address), sizeof address), 0);
+    ::close(fd);
+}
+
+// A tree nobody but its owner could enter is opened up, so that the walk as
+// "nobody" meets only the folder locked on purpose.
+void openForOthers(const fs::path &root)
+{
+    fs::permissions(root, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                              fs::perms::others_read | fs::perms::others_exec);
+}
+
+std::vector<std::string> compare(const fs::path &left, const fs::path &right)
+{
+    OperationControl control;
+    return DirectoryTools::comparison(left, right, control);
+}
+
+} // namespace
+
+// ---------------------------------------------------------------- search
+
+class SearchTest : public ::testing::Test {
+protected:
+    void SetUp() override
+    {
+        tree.file("Alpha.txt");
+        tree.file("docs/alphabet.md");
+        tree.file("docs/notes.txt");
+        tree.file("caps/ALPHA");
+        tree.file(" lead.txt");
+        tree.file(".hidden/alpha-inside");
+        tree.file(".alpha-dot");
+        tree.file(invalidA);
+        tree.symlink("link-alpha", tree / "docs");
+        tree.symlink("loop", "loop");
+        tree.symlink("to-root", "/");
+    }
+
+    SearchReport search(const QString &query, bool hidden, const fs::path &root = {})
+    {
+        OperationControl control;
+        return DirectoryTools::search(root.empty() ? tree.root() : root, query, hidden, control);
+    }
+
+    TestTree tree;
+};
+
+TEST_F(SearchTest, MatchesNamesIgnoringCaseAndKeepsHiddenItemsOutUnlessAsked)
+{
+    struct Case {
+        QString query;
+        bool hidden;
+        std::vector<std::string> expected;
+    };
+    const std::vector<Case> cases{
+        {"ALPHA", false, {"Alpha.txt", "docs/alphabet.md", "caps/ALPHA", invalidA, "link-alpha"}},
+        {"alpha",
+         true,
+         {"Alpha.txt", "docs/alphabet.md", "caps/ALPHA", invalidA, "link-alpha", ".hidden/alpha-inside",
+          ".alpha-dot"}},
+        {" lead", false, {" lead.txt"}},                        // the query as typed, leading space and all
+        {"docs", false, {"docs"}},                              // names only, never the parent's name
+        {QString(QChar(0xFFFD)) + "-ALPHA", false, {invalidA}}, // invalid bytes match as U+FFFD
+        {"loop", false, {"loop"}},
+        {"to-root", false, {"to-root"}}, // reported, never entered
+    };
+    for (const Case &c : cases) {
+        const SearchReport report = search(c.query, c.hidden);
+        EXPECT_THAT(relativePaths(report), UnorderedElementsAreArray(c.expected)) << c.query.toStdString();
+        EXPECT_TRUE(report.warnings.isEmpty());
+        EXPECT_FALSE(report.truncated);
+    }
+    // The hit keeps its real bytes.
+    const SearchReport odd = search("odd", false);
+    ASSERT_EQ(odd.items.size(), 1u);
+    EXPECT_EQ(odd.items.front().url, tree / invalidA);
+}
+
+TEST_F(SearchTest, BlankQueryReturnsAtOnceWithoutTouchingTheDisk)
+{
+    for (const QString &blank : {QString(), QStringLiteral("   "), QStringLiteral(" \n\t")}) {
+        const SearchReport report = search(blank, true, "/nonexistent/quillorn");
+        EXPECT_TRUE(report.items.empty() && report.warnings.isEmpty() && !report.truncated);
+    }
+}
+
+TEST_F(SearchTest, RootThroughALinkIsSearchedAtItsTarget)
+{
+    TestTree elsewhere;
+    const fs::path link = elsewhere.symlink("via", tree / "docs");
+    const SearchReport report = search("notes", false, link / ".");
+    ASSERT_EQ(report.items.size(), 1u);
+    EXPECT_EQ(report.items.front().url, fs::canonical(tree / "docs/notes.txt"));
+    EXPECT_EQ(report.items.front().relativePath, "notes.txt");
+}
+
+TEST_F(SearchTest, RootThatIsNoFolderFailsWithItsSentence)
+{
+    for (const fs::path &root : {tree / "missing", tree / "Alpha.txt"}) {
+        OperationControl control;
+        try {
+            DirectoryTools::search(root, "a", false, control);
+            ADD_FAILURE() << root;
+        } catch (const CommanderError &error) {
+            EXPECT_STREQ(error.what(), "Cannot search this folder.");
+        }
+    }
+}
+
+TEST_F(SearchTest, UnreadableFolderBecomesOneWarningAndTheRestIsSearched)
+{
+    tree.file("locked/alpha-secret");
+    fs::permissions(tree / "locked", fs::perms::none);
+    openForOthers(tree.root());
+    test::AsNobody nobody;
+    if (!nobody.skipReason.empty())
+        GTEST_SKIP() << nobody.skipReason;
+    const SearchReport report = search("alpha", false);
+    EXPECT_EQ(report.warnings, QStringList{"locked: Permission denied"});
+    EXPECT_EQ(relativePaths(report).size(), 5u);
+    EXPECT_FALSE(relativePaths(report).contains("locked/alpha-secret"));
+}
+
+TEST_F(SearchTest, StopsAtTheLimitWithTruncated)
+{
+    TestTree many;
+    for (int index = 0; index < 10'001; ++index)
+        std::ofstream(many / ("hit" + std::to_string(index)));
+    OperationControl control;
+    const SearchReport capped = DirectoryTools::search(many.root(), "HIT", false, control);
+    EXPECT_EQ(capped.items.size(), SearchReport::limit);
+    EXPECT_TRUE(capped.truncated);
+    fs::remove(many / "hit0");
+    fs::remove(many / "hit1");
+    const SearchReport below = DirectoryTools::search(many.root(), "hit", false, control);
+    EXPECT_EQ(below.items.size(), 9'999u);
+    EXPECT_FALSE(below.truncated);
+}
+
+TEST_F(SearchTest, CancelledControlEndsTheSearchWithoutAReport)
+{
+    OperationControl control;
+    control.cancel();
+    EXPECT_THROW(DirectoryTools::search(tree.root(), "alpha", true, control), CancellationError);
+}
+
+// ---------------------------------------------------------------- comparison
+
+class ComparisonTest : public ::testing::Test {
+protected:
+    TestTree tree;
+    fs::path left = tree.folder("L");
+    fs::path right = tree.folder("R");
+};
+
+TEST_F(ComparisonTest, RowsForEachKindOfDifferenceInCodePointOrder)
+{
+    struct Case {
+        const char *name;
+        std::function<void(TestTree &)> build;
+        std::vector<std::string> rows;
+    };
+    const std::vector<Case> cases{
+        {"empty folders", [](TestTree &) {}, {}},
+        {"hidden file on one side", [](TestTree &t) { t.file("R/.secret", "x"); }, {"RIGHT ONLY  .secret"}},
+        {"same size, other bytes",
+         [](TestTree &t) {
+             t.file("L/a", "one");
+             t.file("R/a", "two");
+         },
+         {"CONTENT DIFF a"}},
+        {"other size",
+         [](TestTree &t) {
+             t.file("L/a", "one");
+             t.file("R/a", "three");
+         },
+         {"CONTENT DIFF a"}},
+        {"same bytes, other mode and date; empty files",
+         [](TestTree &t) {
+             t.file("L/a", "same");
+             fs::permissions(t.file("R/a", "same"), fs::perms::owner_read);
+             fs::last_write_time(t / "R/a", fs::file_time_type::clock::now() - std::chrono::hours(48));
+             t.file("L/empty");
+             t.file("R/empty");
+         },
+         {}},
+        {"links compared as text, never entered",
+         [](TestTree &t) {
+             t.file("L/target/inside", "left");
+             t.file("R/target/inside", "left");
+             t.symlink("L/dangling", "nowhere");
+             t.symlink("R/dangling", "nowhere");
+             t.symlink("L/rel", "target");
+             t.symlink("R/rel", t / "R/target");
+             t.symlink("L/dir", t / "L/target");
+             t.symlink("R/dir", t / "L/target");
+             t.symlink("L/loop", "loop");
+             t.symlink("R/loop", "loop");
+             t.symlink("L/root", "/");
+             t.symlink("R/root", "/");
+         },
+         {"LINK DIFF   rel"}},
+        {"file against link, folder against file",
+         [](TestTree &t) {
+             t.file("L/x", "x");
+             t.symlink("R/x", "x");
+             t.file("L/d/a", "a");
+             t.file("L/d/b/c", "c");
+             t.file("R/d", "d");
+         },
+         {"TYPE DIFF   d", "LEFT ONLY   d/a", "LEFT ONLY   d/b", "LEFT ONLY   d/b/c", "TYPE DIFF   x"}},
+        {"names equal under NFC are one key",
+         [](TestTree &t) {
+             t.file("L/" + precomposed, "same");
+             t.file("R/" + decomposed, "same");
+             t.file("L/n/" + decomposed, "left");
+             t.file("R/n/" + precomposed, "right");
+         },
+         {"CONTENT DIFF n/" + precomposed}},
+        {"names that are not UTF-8 stay apart",
+         [](TestTree &t) {
+             t.file("L/" + invalidA, "x");
+             t.file("R/" + invalidB, "x");
+             t.file("L/both" + invalidA, "x");
+             t.file("R/both" + invalidA, "x");
+         },
+         {"RIGHT ONLY  " + invalidB, "LEFT ONLY   " + invalidA}}, // bytes order: 0xFE before 0xFF
+        {"FIFOs and sockets are never opened",
+         [](TestTree &t) {
+             makeFifo(t / "L/pipe");
+             makeFifo(t / "R/pipe");
+             makeSocket(t / "L/sock");
+             makeSocket(t / "R/sock");
+             makeFifo(t / "L/mixed");
+             makeSocket(t / "R/mixed");
+             t.file("L/pipe-or-file", "x");
+             makeFifo(t / "R/pipe-or-file");
+         },
+         {"TYPE DIFF   mixed", "TYPE DIFF   pipe-or-file"}},
+        {"code-point order, kinds interleaved",
+         [](TestTree &t) {
+             t.file("L/b", "1");
+             t.file("R/b", "22");
+             t.file("L/a-b");
+             t.file("R/a/b");
+             t.file("R/B");
+         },
+         {"RIGHT ONLY  B", "RIGHT ONLY  a", "LEFT ONLY   a-b", "RIGHT ONLY  a/b", "CONTENT DIFF b"}},
+    };
+    for (const Case &c : cases) {
+        TestTree pair;
+        pair.folder("L");
+        pair.folder("R");
+        c.build(pair);
+        EXPECT_EQ(compare(pair / "L", pair / "R"), c.rows) << c.name;
+    }
+}
+
+TEST_F(ComparisonTest, AFolderWithItselfOrThroughALinkMatches)
+{
+    tree.file("L/a/b", "x");
+    tree.symlink("L/link", "a");
+    const fs::path via = tree.symlink("via", left);
+    EXPECT_TRUE(compare(left, left).empty());
+    EXPECT_TRUE(compare(via, left).empty());
+    EXPECT_TRUE(compare(via / "." / "a" / "..", left).empty());
+}
+
+TEST_F(ComparisonTest, MissingRootFailsWithItsPath)
+{
+    try {
+        compare(left, tree / "gone");
+        FAIL();
+    } catch (const CommanderError &error) {
+        EXPECT_EQ(error.errorDescription(), "Cannot enumerate " + (tree / "gone").string());
+    }
+}
+
+TEST_F(ComparisonTest, UnreadableFolderEndsTheComparisonWithThePlatformError)
+{
+    tree.file("L/ok", "x");
+    tree.file("R/ok", "y");
+    tree.file("R/deep/locked/inside", "x");
+    fs::permissions(tree / "R/deep/locked", fs::perms::none);
+    openForOthers(tree.root());
+    test::AsNobody nobody;
+    if (!nobody.skipReason.empty())
+        GTEST_SKIP() << nobody.skipReason;
+    try {
+        compare(left, right);
+        FAIL() << "no rows may come back";
+    } catch (const std::system_error &error) {
+        EXPECT_EQ(error.code(), std::errc::permission_denied);
+        EXPECT_EQ(error.code().message(), "Permission denied");
+    }
+}
+
+TEST_F(ComparisonTest, DigestIsSha256OfTheContents)
+{
+    OperationControl control;
+    const auto hex = [](const DirectoryTools::Digest &digest) {
+        std::string text;
+        for (unsigned char byte : digest) {
+            static const char *digits = "0123456789abcdef";
+            text += digits[byte >> 4];
+            text += digits[byte & 15];
+        }
+        return text;
+    };
+    EXPECT_EQ(hex(DirectoryTools::digest(tree.file("abc", "abc"), control)),
+              "ba7816bf8f01cfea414140de5dae2223b00361a396177a9cb410ff61f20015ad");
+    EXPECT_EQ(hex(DirectoryTools::digest(tree.file("empty"), control)),
+              "e3b0c44298fc1c149afbf4c8996fb92427ae41e4649b934ca495991b7852b855");
+    EXPECT_THROW(DirectoryTools::digest(tree / "missing", control), std::system_error);
+}
+
+// Two equal sparse files of `size` bytes, compared on a thread of its own.
+struct LargePair {
+    explicit LargePair(TestTree &tree, std::uintmax_t size)
+    {
+        for (const char *side : {"L/big", "R/big"}) {
+            tree.file(side);
+            fs::resize_file(tree / side, size);
+        }
+        result = std::async(std::launch::async, [this, &tree] {
+            return DirectoryTools::comparison(tree / "L", tree / "R", control);
+        });
+    }
+    void waitForBytes(std::int64_t bytes) const
+    {
+        while (control.progress().completed < bytes)
+            std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    }
+    OperationControl control;
+    std::future<std::vector<std::string>> result;
+};
+
+TEST_F(ComparisonTest, CancellingInsideALargeFileStopsWithinOneChunk)
+{
+    LargePair pair(tree, std::uintmax_t(1) << 30);
+    pair.waitForBytes(8 * DirectoryTools::digestChunk);
+    pair.control.cancel();
+    const std::int64_t atCancel = pair.control.progress().completed;
+    EXPECT_THROW(pair.result.get(), CancellationError);
+    // Each of the two files being read may finish the chunk it is in.
+    EXPECT_LE(pair.control.progress().completed, atCancel + 2 * std::int64_t(DirectoryTools::digestChunk));
+}
+
+TEST_F(ComparisonTest, FileTruncatedWhileHashedIsADifferenceNotAFailure)
+{
+    LargePair pair(tree, std::uintmax_t(256) << 20);
+    pair.waitForBytes(2 * DirectoryTools::digestChunk);
+    fs::resize_file(tree / "R/big", DirectoryTools::digestChunk / 2);
+    EXPECT_THAT(pair.result.get(), ElementsAre("CONTENT DIFF big"));
+}
