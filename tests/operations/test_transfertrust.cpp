@@ -4,11 +4,14 @@
 // FUSE daemon sees, drop boxes, file-size limits, sparse files and hard links.
 #include "operationstesting.h"
 
+#include "platform/posix/filedescriptor.h"
 #include "platform/posix/renaming.h"
 
 #include <fcntl.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
 
+#include <chrono>
 #include <csignal>
 #include <optional>
 #include <thread>
@@ -82,35 +85,69 @@ TEST(SameItem, onACaseInsensitiveVolumeCaseOnlyRenamesWorkAndReplaceNeverTrashes
     EXPECT_THAT(contents(where / "Sub"), ElementsAre(Pair("notes.txt", "notes"), Pair("other.txt", "other")));
 }
 
+// A copy opened inside the tree may only ever see what is inside; whether it then
+// succeeds or stops does not matter, reading or publishing anything from outside does.
+void expectNothingReadFromOutside(const fs::path &outside, const fs::path &dst,
+                                  const std::function<void()> &copy)
+{
+    const FileDescriptor watch(::inotify_init1(IN_NONBLOCK | IN_CLOEXEC));
+    ASSERT_GE(::inotify_add_watch(watch.get(), outside.c_str(), IN_OPEN | IN_ACCESS), 0);
+    try {
+        copy();
+    } catch (const std::exception &) {
+    }
+    char events[4096];
+    EXPECT_LT(::read(watch.get(), events, sizeof events), 0) << "the copy opened something outside";
+    for (const auto &entry : fs::recursive_directory_iterator(dst)) {
+        if (fs::is_regular_file(entry.symlink_status())) {
+            EXPECT_EQ(TestTree::read(entry.path()), "inside") << entry.path();
+        }
+    }
+}
+
 TEST(SwappedLinks, aFolderSwappedForALinkDuringACopyNeverBringsInOutsideFiles)
 {
     TestTree tree;
-    tree.file("outside/secret.txt", "SECRET");
-    for (int i = 0; i < 300; ++i)
-        tree.file("src/box/sub/f" + std::to_string(i), "inside");
+    // The same names outside, so a walk that looks names up by path finds them there.
+    for (const char *name : {"f0", "f1"}) {
+        tree.file(fs::path("src/box/sub") / name, "inside");
+        tree.file(fs::path("outside") / name, "SECRET");
+    }
     tree.symlink("src/box/lnk", tree / "outside");
     const fs::path box = tree / "src/box";
-    std::jthread swapper([&](std::stop_token stop) {
-        while (!stop.stop_requested())
-            ::renameat2(AT_FDCWD, (box / "sub").c_str(), AT_FDCWD, (box / "lnk").c_str(), RENAME_EXCHANGE);
-    });
-    int published = 0;
-    for (int attempt = 0; attempt < 30; ++attempt) {
-        const fs::path dst = tree.folder("dst" + std::to_string(attempt));
-        try {
-            transfer({box}, dst);
-            ++published;
-        } catch (const std::exception &) {
-            // A copy or its measuring may notice the swap and fail; it must not read outside.
-        }
-        for (const auto &entry : fs::recursive_directory_iterator(dst)) {
-            if (fs::is_regular_file(entry.symlink_status())) {
-                EXPECT_NE(TestTree::read(entry.path()), "SECRET") << entry.path();
+    const auto swap = [&] {
+        return ::renameat2(AT_FDCWD, (box / "sub").c_str(), AT_FDCWD, (box / "lnk").c_str(), RENAME_EXCHANGE);
+    };
+
+    // Swapped once while a file below "sub" is copied.
+    for (const int swapAt : {1, 2}) {
+        FileOperations::FileManager manager = FileOperations::FileManager::posix();
+        manager.copyChunk = [&, copy = manager.copyChunk, calls = 0](auto &&...arguments) mutable {
+            if (++calls == swapAt) {
+                EXPECT_EQ(swap(), 0);
             }
-        }
+            return copy(arguments...);
+        };
+        const FileOperations operations(FileOperations::defaultTrash(), FileOperations::defaultRemove(),
+                                        FileOperations::defaultVolumeIsLocal(), manager);
+        const fs::path dst = tree.folder("hooked" + std::to_string(swapAt));
+        expectNothingReadFromOutside(tree / "outside", dst,
+                                     [&] { transfer({box}, dst, false, stop, operations); });
+        if (fs::is_symlink(box / "sub"))
+            swap();
     }
-    swapper.request_stop();
-    std::cout << published << " of 30 copies were published while the folder was being swapped\n";
+
+    // Swapped back and forth by another program at any moment.
+    std::jthread swapper([&](std::stop_token stop) {
+        while (!stop.stop_requested()) {
+            swap();
+            std::this_thread::sleep_for(std::chrono::microseconds(300));
+        }
+    });
+    for (int attempt = 0; attempt < 100 && !HasFailure(); ++attempt) {
+        const fs::path dst = tree.folder("raced" + std::to_string(attempt));
+        expectNothingReadFromOutside(tree / "outside", dst, [&] { transfer({box}, dst); });
+    }
 }
 
 TEST(FuseVolume, aFlushThatFailsInTheDaemonStopsTheFolderFromBeingPublished)
