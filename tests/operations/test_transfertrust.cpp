@@ -105,6 +105,25 @@ void expectNothingReadFromOutside(const fs::path &outside, const fs::path &dst,
     }
 }
 
+TEST(MountPoints, replacingAMountedShareLeavesItsFilesAndNothingHalfDone)
+{
+    TestTree tree;
+    const fs::path backing = tree.folder("backing");
+    tree.file("backing/keep.txt", "on the share");
+    tree.file("src/share/new.txt", "new");
+    const fs::path where = tree.folder("dst/share");
+    MOUNT_OR_SKIP(share, ScopedMount::byCommand("bindfs -o subtype=sshfs " + shellQuote(backing) + " " +
+                                                    shellQuote(where),
+                                                where));
+    for (const bool move : {false, true})
+        EXPECT_THAT(failure([&] { transfer({tree / "src/share"}, tree / "dst", move, replace); }),
+                    StartsWith("Removing the existing destination \u2018share\u2019 failed: \u2018share\u2019 is "
+                               "the mount point of another volume."));
+    EXPECT_THAT(contents(where), ElementsAre(Pair("keep.txt", "on the share")));
+    EXPECT_THAT(contents(tree / "dst"), ElementsAre(Key("share")));
+    EXPECT_THAT(contents(tree / "src/share"), ElementsAre(Pair("new.txt", "new")));
+}
+
 TEST(SwappedLinks, aFolderSwappedForALinkDuringACopyNeverBringsInOutsideFiles)
 {
     TestTree tree;
