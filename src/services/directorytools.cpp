@@ -2,11 +2,10 @@
 
 #include "operations/commandererror.h"
 #include "operations/operationcontrol.h"
-#include "platform/core/displaytext.h"
 #include "platform/posix/itemattributes.h"
-#include "platform/posix/treewalk.h"
 #include "services/detail/inventory.h"
 #include "services/detail/pairdigest.h"
+#include "services/detail/searchwalk.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -18,89 +17,6 @@
 namespace quillorn {
 
 namespace {
-
-// Case-insensitive containment as QString::contains does it, with a byte-wise
-// shortcut where both the query and the name are ASCII: there case folding is
-// plain ASCII lower-casing. A name with other bytes goes the Unicode way, so
-// "K" still matches the Kelvin sign and invalid bytes match as U+FFFD.
-class NameMatcher {
-public:
-    explicit NameMatcher(const QString &query) : m_query(query)
-    {
-        m_ascii = std::all_of(query.begin(), query.end(), [](QChar c) { return c.unicode() < 0x80; });
-        if (m_ascii)
-            for (QChar c : query)
-                m_lower += lower(char(c.unicode()));
-    }
-
-    bool matches(std::string_view name) const
-    {
-        if (m_ascii && isAscii(name))
-            return containsAscii(name);
-        return QString::fromUtf8(name.data(), qsizetype(name.size())).contains(m_query, Qt::CaseInsensitive);
-    }
-
-private:
-    static char lower(char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : c; }
-    static bool isAscii(std::string_view text)
-    {
-        return std::all_of(text.begin(), text.end(),
-                           [](char c) { return static_cast<unsigned char>(c) < 0x80; });
-    }
-    bool containsAscii(std::string_view name) const
-    {
-        const std::size_t needle = m_lower.size();
-        if (needle > name.size())
-            return false;
-        for (std::size_t start = 0; start + needle <= name.size(); ++start) {
-            std::size_t index = 0;
-            while (index < needle && lower(name[start + index]) == m_lower[index])
-                ++index;
-            if (index == needle)
-                return true;
-        }
-        return false;
-    }
-
-    QString m_query;
-    bool m_ascii = false;
-    std::string m_lower;
-};
-
-class SearchWalk final : public TreeWalk::Visitor {
-public:
-    SearchWalk(const std::filesystem::path &root, const QString &query, OperationControl &control)
-        : m_root(root), m_matcher(query), m_control(control)
-    {
-    }
-
-    TreeWalk::Next entry(const TreeWalk::Entry &entry) override
-    {
-        m_control.check();
-        if (!m_matcher.matches(entry.name))
-            return TreeWalk::Next::proceed;
-        const std::string relative(entry.relativePath);
-        report.items.push_back({m_root / relative, relative});
-        if (report.items.size() < SearchReport::limit)
-            return TreeWalk::Next::proceed;
-        report.truncated = true;
-        return TreeWalk::Next::stop;
-    }
-
-    TreeWalk::Next failed(const TreeWalk::Entry &entry, int error) override
-    {
-        report.warnings << displayText(std::string(entry.name)) + QStringLiteral(": ") +
-                               QString::fromStdString(std::generic_category().message(error));
-        return TreeWalk::Next::proceed;
-    }
-
-    SearchReport report;
-
-private:
-    const std::filesystem::path &m_root;
-    NameMatcher m_matcher;
-    OperationControl &m_control;
-};
 
 // Appends the row for a path present on both sides, if they differ.
 void compareItem(const std::filesystem::path &left, const std::filesystem::path &right, std::string_view key,
@@ -149,14 +65,7 @@ SearchReport DirectoryTools::search(const Path &root, const QString &query, bool
 {
     if (query.trimmed().isEmpty())
         return {};
-    const Path start = resolvedRoot(root);
-    SearchWalk walk(start, query, control);
-    try {
-        TreeWalk::walk(start, !hidden, walk);
-    } catch (const std::system_error &) {
-        throw CommanderError("Cannot search this folder.");
-    }
-    return std::move(walk.report);
+    return detail::SearchWalk::run(resolvedRoot(root), query, hidden, control);
 }
 
 std::vector<std::string> DirectoryTools::comparison(const Path &left, const Path &right,

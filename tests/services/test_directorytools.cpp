@@ -1,6 +1,7 @@
 #include "asnobody.h"
 #include "operations/commandererror.h"
 #include "operations/operationcontrol.h"
+#include "platform/posix/treewalk.h"
 #include "services/directorytools.h"
 #include "testtree.h"
 
@@ -408,4 +409,67 @@ TEST_F(ComparisonTest, FileTruncatedWhileHashedIsADifferenceNotAFailure)
     pair.waitForBytes(2 * DirectoryTools::digestChunk);
     fs::resize_file(tree / "R/big", DirectoryTools::digestChunk / 2);
     EXPECT_THAT(pair.result.get(), ElementsAre("CONTENT DIFF big"));
+}
+
+// The search reads parts of the tree on several threads; whatever the shape of
+// the tree, its report must be the one a single depth-first walk gives.
+namespace {
+
+struct SingleWalk final : TreeWalk::Visitor {
+    explicit SingleWalk(std::string query) : query(std::move(query)) {}
+    TreeWalk::Next entry(const TreeWalk::Entry &entry) override
+    {
+        if (entry.name.find(query) != std::string_view::npos)
+            hits.emplace_back(entry.relativePath);
+        return hits.size() == SearchReport::limit ? TreeWalk::Next::stop : TreeWalk::Next::proceed;
+    }
+    TreeWalk::Next failed(const TreeWalk::Entry &entry, int) override
+    {
+        warnings << QString::fromStdString(std::string(entry.name)) + ": Permission denied";
+        return TreeWalk::Next::proceed;
+    }
+    std::string query;
+    std::vector<std::string> hits;
+    QStringList warnings;
+};
+
+} // namespace
+
+TEST(SearchOrder, ReportIsThatOfOneWalkAcrossSplitsAndTheLimit)
+{
+    struct Shape {
+        const char *name;
+        int folders, depth, hitsPerFolder;
+    };
+    for (const Shape shape :
+         {Shape{"wide, under the limit", 150, 1, 20}, Shape{"deep, under the limit", 3, 5, 30},
+          Shape{"wide, over the limit", 60, 2, 170}, Shape{"one folder, over the limit", 1, 1, 10'050}}) {
+        TestTree tree;
+        for (int folder = 0; folder < shape.folders; ++folder) {
+            fs::path dir = tree.root();
+            for (int level = 0; level < shape.depth; ++level)
+                dir /= "f" + std::to_string(folder) + "-" + std::to_string(level);
+            fs::create_directories(dir);
+            for (int hit = 0; hit < shape.hitsPerFolder; ++hit)
+                std::ofstream(dir / ("hit" + std::to_string(hit)));
+            std::ofstream(dir.parent_path() / ("hit-beside-" + std::to_string(folder)));
+        }
+        fs::create_directories(tree / "f1-0/locked");
+        fs::permissions(tree / "f1-0/locked", fs::perms::none);
+        openForOthers(tree.root());
+        test::AsNobody nobody;
+        if (!nobody.skipReason.empty())
+            GTEST_SKIP() << nobody.skipReason;
+
+        SingleWalk single("hit");
+        TreeWalk::walk(tree.root(), true, single);
+        OperationControl control;
+        const SearchReport report = DirectoryTools::search(tree.root(), "hit", false, control);
+        std::vector<std::string> paths;
+        for (const SearchResult &result : report.items)
+            paths.push_back(result.relativePath);
+        EXPECT_EQ(paths, single.hits) << shape.name;
+        EXPECT_EQ(report.truncated, single.hits.size() == SearchReport::limit) << shape.name;
+        EXPECT_EQ(report.warnings, single.warnings) << shape.name;
+    }
 }

@@ -97,6 +97,7 @@ public:
     }
     bool empty() const { return m_frames.empty(); }
     Frame &top() { return m_frames.back(); }
+    Frame &parent() { return m_frames[m_frames.size() - 2]; }
     int depth() const { return int(m_frames.size()); }
 
 private:
@@ -111,10 +112,37 @@ void TreeWalk::walk(const std::filesystem::path &root, bool skipHidden, Visitor 
     const int rootFd = ::open(root.c_str(), folderFlags & ~O_NOFOLLOW);
     if (rootFd < 0)
         throwPosixError(root);
+    walk(Start{rootFd, {}, 0, root.filename().string()}, skipHidden, visitor);
+}
+
+int TreeWalk::openFolder(int parentFd, const char *name)
+{
+    return ::openat(parentFd, name, folderFlags);
+}
+
+int TreeWalk::openBelow(int rootFd, std::string_view relativePath)
+{
+    int fd = ::fcntl(rootFd, F_DUPFD_CLOEXEC, 0);
+    std::string component;
+    while (fd >= 0 && !relativePath.empty()) {
+        const std::size_t slash = relativePath.find('/');
+        component.assign(relativePath.substr(0, slash));
+        relativePath = slash == std::string_view::npos ? std::string_view() : relativePath.substr(slash + 1);
+        const int child = openFolder(fd, component.c_str());
+        const int error = errno;
+        ::close(fd);
+        errno = error;
+        fd = child;
+    }
+    return fd;
+}
+
+void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
+{
     Frames frames;
-    frames.push(rootFd, 0);
-    std::string path;
-    const std::string rootName = root.filename().string();
+    frames.push(start.fd, start.relativePath.size());
+    std::string path = std::move(start.relativePath);
+    const int baseDepth = start.depth;
 
     while (!frames.empty()) {
         Frame &frame = frames.top();
@@ -126,9 +154,10 @@ void TreeWalk::walk(const std::filesystem::path &root, bool skipHidden, Visitor 
                 const std::size_t slash = path.rfind('/');
                 const std::string_view name =
                     frames.depth() == 1
-                        ? std::string_view(rootName)
+                        ? std::string_view(start.name)
                         : std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1);
-                const Entry folder{name, path, frames.depth() - 1, Kind::directory};
+                const int parentFd = frames.depth() > 1 ? frames.parent().fd : -1;
+                const Entry folder{name, path, baseDepth + frames.depth() - 1, Kind::directory, parentFd};
                 frames.pop();
                 if (visitor.failed(folder, error) == Next::stop)
                     return;
@@ -153,7 +182,7 @@ void TreeWalk::walk(const std::filesystem::path &root, bool skipHidden, Visitor 
             path += '/';
         path += name;
         Entry entry{std::string_view(path).substr(path.size() - std::char_traits<char>::length(name)), path,
-                    frames.depth(), kindOfType(record->type)};
+                    baseDepth + frames.depth(), kindOfType(record->type), frame.fd};
         if (record->type == DT_UNKNOWN) {
             struct stat status {};
             if (::fstatat(frame.fd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
@@ -163,11 +192,12 @@ void TreeWalk::walk(const std::filesystem::path &root, bool skipHidden, Visitor 
             }
             entry.kind = kindOfMode(status.st_mode);
         }
-        if (visitor.entry(entry) == Next::stop)
+        const Next next = visitor.entry(entry);
+        if (next == Next::stop)
             return;
-        if (entry.kind != Kind::directory)
+        if (next == Next::prune || entry.kind != Kind::directory)
             continue;
-        const int child = ::openat(frame.fd, name, folderFlags);
+        const int child = openFolder(frame.fd, name);
         if (child < 0) {
             if (visitor.failed(entry, errno) == Next::stop)
                 return;

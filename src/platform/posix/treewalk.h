@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <string>
 #include <string_view>
 
 namespace quillorn {
@@ -20,9 +21,20 @@ public:
         std::string_view relativePath;
         int depth = 0; // 1 for a direct child of the root
         Kind kind = Kind::other;
+        int parentFd = -1; // the open folder that holds the entry, valid during the call
     };
 
-    enum class Next { proceed, stop };
+    // prune: do not enter this folder (the entry itself counts as met).
+    enum class Next { proceed, prune, stop };
+
+    // A folder to walk from, already open: its descriptor (the walk closes it),
+    // its path from the tree's root, its depth and its own name.
+    struct Start {
+        int fd = -1;
+        std::string relativePath;
+        int depth = 0;
+        std::string name;
+    };
 
     class Visitor {
     public:
@@ -41,6 +53,15 @@ public:
     // Throws PosixError when the root cannot be opened as a folder; exceptions
     // from the visitor pass through with every descriptor closed.
     static void walk(const std::filesystem::path &root, bool skipHidden, Visitor &visitor);
+    // The same below a folder opened earlier, so that parts of one tree can be
+    // walked apart (on several threads) with paths and depths as from its root.
+    static void walk(Start start, bool skipHidden, Visitor &visitor);
+    // Opens a folder for walking, relative to an open one, never through a link;
+    // -1 with errno set on failure.
+    static int openFolder(int parentFd, const char *name);
+    // Opens the folder at a relative path below an open folder, one component
+    // at a time, so that no component is followed if it is a link.
+    static int openBelow(int rootFd, std::string_view relativePath);
 };
 
 } // namespace quillorn
