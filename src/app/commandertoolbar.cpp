@@ -7,6 +7,7 @@
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QResizeEvent>
 #include <QToolButton>
 
 namespace quillorn {
@@ -21,8 +22,10 @@ CommanderToolBar::CommanderToolBar(CommanderModel &model, OpenFile openFile, QWi
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(6);
 
-    addButton(QStringLiteral("Search"), int(ToolbarSymbol::magnifyingGlass), [this] { m_model.openSearch(); });
-    addButton(QStringLiteral("Compare"), int(ToolbarSymbol::arrowsLeftRight), [this] { m_model.openCompare(); });
+    addButton(QStringLiteral("Search"), int(ToolbarSymbol::magnifyingGlass),
+              [this] { m_model.openSearch(); });
+    addButton(QStringLiteral("Compare"), int(ToolbarSymbol::arrowsLeftRight),
+              [this] { m_model.openCompare(); });
     addButton(QStringLiteral("Info"), int(ToolbarSymbol::infoCircle), [this] { m_model.openInfo(); });
     addButton(QStringLiteral("Open"), int(ToolbarSymbol::openApp), [this] {
         for (const std::filesystem::path &item : m_model.active().selected())
@@ -41,6 +44,9 @@ CommanderToolBar::CommanderToolBar(CommanderModel &model, OpenFile openFile, QWi
     QFont caption = QFontDatabase::systemFont(QFontDatabase::FixedFont);
     caption.setPointSizeF(caption.pointSizeF() * 0.85);
     m_activeLabel->setFont(caption);
+    // Room for the longer of the two texts, so that neither is ever cut.
+    m_activeLabel->setMinimumWidth(
+        QFontMetrics(caption).horizontalAdvance(QStringLiteral("RIGHT PANE ACTIVE")) + 2);
     layout->addWidget(m_activeLabel);
 
     connect(&m_model, &CommanderModel::activeLeftChanged, this, &CommanderToolBar::updateState);
@@ -53,6 +59,7 @@ QToolButton *CommanderToolBar::addButton(const QString &label, int symbol, std::
 {
     auto *button = new QToolButton(this);
     button->setText(label);
+    button->setToolTip(label);
     button->setObjectName(label);
     button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     button->setFocusPolicy(Qt::NoFocus);
@@ -92,16 +99,43 @@ void CommanderToolBar::updateState()
                                                 : QStringLiteral("RIGHT PANE ACTIVE"));
 }
 
+void CommanderToolBar::resizeEvent(QResizeEvent *event)
+{
+    QWidget::resizeEvent(event);
+    fitLabels();
+}
+
+void CommanderToolBar::fitLabels()
+{
+    // Measured with labels whatever is shown now, so the choice cannot flicker.
+    auto *row = static_cast<QHBoxLayout *>(layout());
+    int needed =
+        m_activeLabel->minimumWidth() + row->contentsMargins().left() + row->contentsMargins().right();
+    for (const auto &[button, symbol] : m_buttons) {
+        const Qt::ToolButtonStyle shown = button->toolButtonStyle();
+        button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
+        needed += button->sizeHint().width() + row->spacing();
+        button->setToolButtonStyle(shown);
+    }
+    const Qt::ToolButtonStyle style =
+        needed <= width() ? Qt::ToolButtonTextBesideIcon : Qt::ToolButtonIconOnly;
+    for (const auto &[button, symbol] : m_buttons)
+        button->setToolButtonStyle(style);
+}
+
 void CommanderToolBar::setTheme(CommanderTheme theme)
 {
     const CommanderThemeColours palette = colours(theme);
+    const ThemeTextColours text = textColours(palette);
     for (const auto &[button, symbol] : m_buttons)
-        button->setIcon(detail::toolbarIcon(ToolbarSymbol(symbol), palette.accent));
-    setStyleSheet(QStringLiteral("QToolButton { background: %1; border: 1px solid %2; border-radius: 5px;"
-                                 " padding: 3px 8px; }"
+        button->setIcon(detail::toolbarIcon(ToolbarSymbol(symbol), palette.accent, text.disabled));
+    setStyleSheet(QStringLiteral("QToolButton { background: %1; color: %4; border: 1px solid %2;"
+                                 " border-radius: 5px; padding: 3px 8px; }"
                                  "QToolButton:hover { border-color: %3; }"
-                                 "QToolButton:disabled { color: rgba(235, 235, 245, 90); }")
-                      .arg(palette.button.name(), palette.border.name(), palette.accent.name()));
+                                 "QToolButton:disabled { color: %5; border-color: %6; }")
+                      .arg(palette.button.name(), palette.border.name(), palette.accent.name(),
+                           text.primary.name(), text.disabled.name(),
+                           blend(palette.border, palette.button, 0.4).name()));
     QPalette labelPalette = m_activeLabel->palette();
     labelPalette.setColor(QPalette::WindowText, palette.accent);
     m_activeLabel->setPalette(labelPalette);

@@ -18,6 +18,8 @@ class CommanderModel;
 // Paste, New tab and Close, then the active-pane label. Buttons that need items
 // to act on are disabled while the active pane has none, Close while it has one
 // tab. The buttons never take the keyboard focus, so keys stay with the panes.
+// Where the labels do not fit (a narrow window), the buttons show their symbols
+// alone, with the label as tooltip, rather than cut labels.
 class CommanderToolBar : public QWidget {
     Q_OBJECT
 public:
@@ -30,7 +32,11 @@ public:
     QToolButton *button(const QString &label) const;
     QLabel *activePaneLabel() const { return m_activeLabel; }
 
+protected:
+    void resizeEvent(QResizeEvent *event) override;
+
 private:
+    void fitLabels();
     QToolButton *addButton(const QString &label, int symbol, std::function<void()> action);
     void followPanes();
     void updateState();

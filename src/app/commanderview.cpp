@@ -7,17 +7,17 @@
 #include "app/keyhandler.h"
 #include "app/statusline.h"
 #include "app/themepalette.h"
+#include "model/commanderthemecolours.h"
 #include "model/themechoice.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/standarddesktopservices.h"
-#include "model/commanderthemecolours.h"
 #include "quillorn/version.h"
 #include "tools/queueview.h"
 #include "tools/toolhost.h"
 
 #include <QApplication>
-#include <QSplitter>
 #include <QGuiApplication>
+#include <QSplitter>
 #include <QVBoxLayout>
 
 namespace quillorn {
@@ -99,7 +99,8 @@ CommanderView::~CommanderView()
     delete m_splitter;
 }
 
-void CommanderView::buildSurroundings(QVBoxLayout *layout, std::function<void(const std::filesystem::path &)> openFile)
+void CommanderView::buildSurroundings(QVBoxLayout *layout,
+                                      std::function<void(const std::filesystem::path &)> openFile)
 {
     QWidget *content = centralWidget();
     m_toolBar = new CommanderToolBar(*m_model, std::move(openFile), content);
@@ -164,13 +165,17 @@ void CommanderView::applyTheme(CommanderTheme theme)
 {
     m_theme = theme;
     CommanderThemeKey::set(this, theme);
+    // Alerts, prompts, menus and tooltips open in windows of their own: the
+    // application's palette and style sheet carry the theme to them.
+    qApp->setPalette(themePalette(theme));
+    qApp->setStyleSheet(themeStyleSheet(theme));
     setPalette(themePalette(theme));
     m_leftPane->setTheme(theme);
     m_rightPane->setTheme(theme);
     const CommanderThemeColours palette = colours(theme);
     if (m_toolBar) {
         m_toolBar->setTheme(theme);
-        m_queueView->setColours(palette.bar, palette.button, palette.accent);
+        m_queueView->setColours(palette);
         m_statusLine->setTheme(theme);
         m_functionKeys->setTheme(theme);
     }

@@ -18,6 +18,7 @@
 #include <QDragEnterEvent>
 #include <QHBoxLayout>
 #include <QHeaderView>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
@@ -30,6 +31,15 @@
 namespace quillorn {
 
 using namespace detail;
+
+namespace {
+
+bool isReturnKey(const QKeyEvent &key)
+{
+    return key.key() == Qt::Key_Return || key.key() == Qt::Key_Enter;
+}
+
+} // namespace
 
 FilePane::FilePane(PaneModel &pane, QWidget *parent)
     : QWidget(parent), m_pane(pane), m_theme(CommanderThemeKey::value(parent))
@@ -52,7 +62,6 @@ FilePane::FilePane(PaneModel &pane, QWidget *parent)
     m_filter->setAcceptDrops(false);
     m_filter->setText(m_pane.filter());
     connect(m_filter, &QLineEdit::textEdited, &m_pane, &PaneModel::setFilter);
-    connect(m_filter, &QLineEdit::returnPressed, this, &FilePane::submitFilter);
     connect(&m_pane, &PaneModel::filterChanged, this, [this] {
         if (m_filter->text() != m_pane.filter())
             m_filter->setText(m_pane.filter());
@@ -83,7 +92,6 @@ QWidget *FilePane::buildPathRow()
     up->setToolTip(tr("Enclosing folder"));
     up->setAccessibleName(up->toolTip());
     up->setAutoRaise(true);
-    up->setIcon(glyphIcon(Glyph::arrowUp, primaryTextColour()));
     connect(up, &QToolButton::clicked, this, [this] { m_pane.navigate(m_pane.directory().parent_path()); });
     layout->addWidget(up);
 
@@ -94,7 +102,6 @@ QWidget *FilePane::buildPathRow()
     m_path->setAcceptDrops(false);
     m_path->setText(m_pane.path());
     connect(m_path, &QLineEdit::textEdited, &m_pane, &PaneModel::setPath);
-    connect(m_path, &QLineEdit::returnPressed, this, &FilePane::submitPath);
     connect(&m_pane, &PaneModel::pathChanged, this, [this] {
         if (m_path->text() != m_pane.path())
             m_path->setText(m_pane.path());
@@ -207,6 +214,15 @@ bool FilePane::eventFilter(QObject *watched, QEvent *event)
         m_lastActivationTime = time;
         break;
     }
+    case QEvent::KeyPress:
+        // A line edit passes Return on to its parents once it has emitted its
+        // signal, and with the focus gone the window's keys would open the item
+        // under the cursor: the fields take the key whole.
+        if ((watched == m_path || watched == m_filter) && isReturnKey(*static_cast<QKeyEvent *>(event))) {
+            watched == m_path ? submitPath() : submitFilter();
+            return true;
+        }
+        break;
     case QEvent::ChildAdded:
         if (auto *child = qobject_cast<QWidget *>(static_cast<QChildEvent *>(event)->child()))
             watchForClicks(child);
@@ -320,31 +336,39 @@ void FilePane::placeOverlays()
 {
     const QRect area = m_list->viewport()->rect();
     m_busy->setGeometry(area);
-    const int height = std::min(area.height(), m_error->heightForWidth(area.width()) > 0
-                                                   ? m_error->heightForWidth(area.width())
-                                                   : m_error->sizeHint().height());
-    m_error->setGeometry(0, 0, area.width(), height);
+    const auto needed = [&] {
+        const int forWidth = m_error->heightForWidth(area.width());
+        return forWidth > 0 ? forWidth : m_error->sizeHint().height();
+    };
+    // In a short window the symbol goes first, so the message and Retry stay whole.
+    m_errorIcon->setVisible(true);
+    if (needed() > area.height())
+        m_errorIcon->setVisible(false);
+    m_error->setGeometry(0, 0, area.width(), std::min(area.height(), needed()));
 }
 
 void FilePane::applyTheme()
 {
     const CommanderThemeColours c = colours(m_theme);
+    findChild<QToolButton *>(QStringLiteral("upButton"))
+        ->setIcon(glyphIcon(Glyph::arrowUp, primaryTextColour(c)));
     m_delegate->setColours(c);
     m_tabs->setColours(c);
     m_header->setColours(c);
     QColor wash = c.pane;
     wash.setAlphaF(0.55f);
     m_busy->setColours(wash, c.accent);
-    m_errorIcon->setPixmap(glyphIcon(Glyph::exclamationFolder, secondaryTextColour(), 32)
+    m_errorIcon->setPixmap(glyphIcon(Glyph::exclamationFolder, secondaryTextColour(c), 32)
                                .pixmap(QSize(32, 32), devicePixelRatioF()));
-    QColor field = c.border;
-    field.setAlphaF(0.5f);
-    const QString primary = primaryTextColour().name(QColor::HexArgb);
-    const QString secondary = secondaryTextColour().name(QColor::HexArgb);
+    const QString fieldBorder = blend(c.border, c.row, 0.5).name();
+    // The fields take their text colours from the palette: a colour set here
+    // would also make the placeholder a faded copy of it. The symbol buttons stay flat in the theme's colours
+    // in every state, also after their menu closes under the pointer; the menu arrow would crowd the symbol,
+    // which says enough.
     setStyleSheet(
         QStringLiteral("QLabel { color: %1; }"
                        "QLabel#footerItems, QLabel#footerTagged { color: %2; }"
-                       "QLineEdit { background: %3; color: %1; border: 1px solid %4; border-radius: 6px;"
+                       "QLineEdit { background: %3; border: 1px solid %4; border-radius: 6px;"
                        " padding: 3px 6px; selection-background-color: %5; }"
                        "QLineEdit:focus { border-color: %6; }"
                        "QTableView { background: %7; border: none; }"
@@ -353,16 +377,15 @@ void FilePane::applyTheme()
                        " padding: 3px 8px; font-weight: bold; }"
                        "QPushButton { background: %8; color: %1; border: none; border-radius: 5px;"
                        " padding: 4px 14px; }"
-                       "QToolButton { color: %1; }"
+                       "QToolButton { color: %1; background: transparent; border: none; border-radius: 4px;"
+                       " padding: 2px; }"
+                       "QToolButton:hover { background: %8; }"
+                       "QToolButton:pressed, QToolButton:open, QToolButton:checked { background: %5; }"
+                       "QToolButton::menu-indicator { image: none; width: 0; }"
                        "QScrollArea, QScrollArea > QWidget, QScrollArea > QWidget > QWidget"
-                       " { background: transparent; }"
-                       "QScrollBar:vertical { background: transparent; width: 10px; margin: 0; }"
-                       "QScrollBar::handle:vertical { background: %4; border-radius: 3px; min-height: 24px;"
-                       " margin: 2px; }"
-                       "QScrollBar::add-line, QScrollBar::sub-line { height: 0; width: 0; }"
-                       "QScrollBar::add-page, QScrollBar::sub-page { background: none; }")
-            .arg(primary, secondary, c.row.name(), field.name(QColor::HexArgb), c.selection.name(),
-                 c.accent.name(), c.pane.name(), c.button.name()));
+                       " { background: transparent; }")
+            .arg(primaryTextColour(c).name(), secondaryTextColour(c).name(), c.row.name(), fieldBorder,
+                 c.selection.name(), c.accent.name(), c.pane.name(), c.button.name()));
     update();
 }
 

@@ -1,10 +1,10 @@
 #include "app/quitguard.h"
 
 #include "app/commanderappdelegate.h"
+#include "platform/desktop/modaldialogs.h"
 
 #include <QCloseEvent>
 #include <QMessageBox>
-#include <QPushButton>
 #include <QWidget>
 
 namespace quillorn {
@@ -21,17 +21,8 @@ bool QuitGuard::eventFilter(QObject *watched, QEvent *event)
     const auto reply = CommanderAppDelegate::applicationShouldTerminate([this](const AlertRequest &request) {
         if (m_alert)
             m_alert->close();
-        auto *box = new QMessageBox(QMessageBox::Warning, request.message, request.message,
-                                    QMessageBox::NoButton, m_window);
-        box->setObjectName(QStringLiteral("quitAlert"));
-        box->setInformativeText(request.informativeText);
-        if (request.buttons.isEmpty())
-            box->setStandardButtons(QMessageBox::Ok);
-        for (const QString &label : request.buttons)
-            box->addButton(label, QMessageBox::AcceptRole);
-        box->setAttribute(Qt::WA_DeleteOnClose);
-        m_alert = box;
-        box->open();
+        m_alert = showAlert(m_window, request);
+        m_alert->setObjectName(QStringLiteral("quitAlert"));
     });
     if (reply == CommanderAppDelegate::TerminateReply::terminateNow)
         return false;

@@ -9,10 +9,10 @@ class QWidget;
 namespace quillorn {
 
 // Puts the quit guard in front of the main window's close. Every way of
-// quitting ends there: closing the window, Ctrl+Q and F10 (both ask the
-// application to quit, which first asks each window to close). A refusal shows
-// its alert over the window without waiting for it: the answer does not depend
-// on the button, so the interface thread never runs a nested event loop.
+// quitting ends there: closing the window, Ctrl+Q, and F10 once the model has
+// let it through (it refuses by itself while the queue has work). A refusal
+// shows its alert over the window without waiting for it: the answer does not
+// depend on the button, so the interface thread never runs a nested event loop.
 class QuitGuard : public QObject {
     Q_OBJECT
 public:

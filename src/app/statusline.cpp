@@ -49,19 +49,13 @@ StatusLine::StatusLine(CommanderModel &model, QWidget *parent) : QWidget(parent)
 void StatusLine::setTheme(CommanderTheme theme)
 {
     QPalette hintPalette = m_hint->palette();
-    QColor secondary = QColor(colours(theme).border).lighter(160);
-    hintPalette.setColor(QPalette::WindowText, secondary);
+    hintPalette.setColor(QPalette::WindowText, textColours(colours(theme)).secondary);
     m_hint->setPalette(hintPalette);
 }
 
 QString StatusLine::statusText() const
 {
     return m_status->text();
-}
-
-QString StatusLine::hintText() const
-{
-    return m_hint->text();
 }
 
 } // namespace quillorn

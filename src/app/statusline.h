@@ -19,10 +19,9 @@ public:
 
     void setTheme(CommanderTheme theme);
     QString statusText() const;
-    QString hintText() const;
 
     static inline const QString hint =
-        QStringLiteral("TAB Switch pane   \u2022   SPACE Tag and advance   \u2022   \u2318R Refresh");
+        QStringLiteral("TAB Switch pane   \u2022   SPACE Tag and advance   \u2022   Ctrl+R Refresh");
 
 private:
     QLabel *m_status = nullptr;

@@ -100,9 +100,9 @@ QString CommanderModel::helpText()
 {
     return QStringLiteral("Tab: switch pane • ↑/↓: navigate • Return: open • Space: tag and advance • "
                           "Backspace: parent folder\n"
-                          "⌘A: select all • ⌘R: refresh • ⌘⇧.: hidden files\n"
+                          "Ctrl+A: select all • Ctrl+R: refresh • Ctrl+Shift+.: hidden files\n"
                           "F2 Rename • F3 View • F4 Edit • F5 Copy • F6 Move • F7 New folder • F8 Trash\n"
-                          "Use Fn with function keys if macOS assigns them to system controls.");
+                          "Use Fn with function keys if the keyboard assigns them to system controls.");
 }
 
 void CommanderModel::perform(int number)
@@ -180,10 +180,9 @@ void CommanderModel::trash(const std::vector<Path> &items)
 {
     if (items.empty())
         return;
-    const QString question =
-        QStringLiteral("Move %1 selected item(s) to the macOS Trash? If Trash is unavailable "
-                       "on a network share, those items will be permanently deleted.")
-            .arg(items.size());
+    const QString question = QStringLiteral("Move %1 selected item(s) to the Trash? If Trash is unavailable "
+                                            "on a network share, those items will be permanently deleted.")
+                                 .arg(items.size());
     const int choice = alert(QStringLiteral("Delete selected items?"), question,
                              {QStringLiteral("Continue"), QStringLiteral("Cancel")});
     if (choice != 0)

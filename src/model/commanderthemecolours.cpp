@@ -1,8 +1,11 @@
 #include "model/commanderthemecolours.h"
 
+#include <algorithm>
 #include <array>
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 
 namespace quillorn {
 
@@ -43,6 +46,84 @@ CommanderThemeColours colours(CommanderTheme theme)
     return CommanderThemeColours{opaque(row[0]), opaque(row[1]), opaque(row[2]),
                                  opaque(row[3]), opaque(row[4]), opaque(row[5]),
                                  opaque(row[6]), opaque(row[7]), opaque(row[8])};
+}
+
+} // namespace quillorn
+
+namespace quillorn {
+
+namespace {
+
+constexpr double kReadableContrast = 4.5;
+constexpr ThemeColour kWhite{255, 255, 255};
+
+double linear(std::uint8_t channel)
+{
+    const double value = channel / 255.0;
+    return value <= 0.04045 ? value / 12.92 : std::pow((value + 0.055) / 1.055, 2.4);
+}
+
+double luminance(ThemeColour colour)
+{
+    return 0.2126 * linear(colour.red) + 0.7152 * linear(colour.green) + 0.0722 * linear(colour.blue);
+}
+
+// The least step from `tint` towards white that reads on every surface but
+// the one skipped.
+ThemeColour readableTint(ThemeColour tint, const std::array<ThemeColour, 9> &surfaces, double contrast,
+                         std::optional<ThemeColour> skipped = std::nullopt)
+{
+    for (int percent = 0; percent < 100; ++percent) {
+        const ThemeColour candidate = blend(kWhite, tint, percent / 100.0);
+        const bool reads = std::all_of(surfaces.begin(), surfaces.end(), [&](ThemeColour surface) {
+            return surface == skipped || contrastRatio(candidate, surface) >= contrast;
+        });
+        if (reads)
+            return candidate;
+    }
+    return kWhite;
+}
+
+} // namespace
+
+double contrastRatio(ThemeColour first, ThemeColour second)
+{
+    const double a = luminance(first);
+    const double b = luminance(second);
+    return (std::max(a, b) + 0.05) / (std::min(a, b) + 0.05);
+}
+
+ThemeColour blend(ThemeColour over, ThemeColour under, double opacity)
+{
+    const auto channel = [opacity](std::uint8_t top, std::uint8_t bottom) {
+        return static_cast<std::uint8_t>(std::lround(top * opacity + bottom * (1 - opacity)));
+    };
+    return {channel(over.red, under.red), channel(over.green, under.green), channel(over.blue, under.blue)};
+}
+
+std::array<ThemeColour, 9> textSurfaces(const CommanderThemeColours &palette)
+{
+    return {palette.window,
+            palette.pane,
+            palette.bar,
+            palette.row,
+            palette.alternateRow,
+            palette.button,
+            palette.selection,
+            blend(palette.selection, palette.row, 0.45),
+            blend(palette.selection, palette.alternateRow, 0.45)};
+}
+
+ThemeTextColours textColours(const CommanderThemeColours &palette)
+{
+    const std::array<ThemeColour, 9> surfaces = textSurfaces(palette);
+    // Margins over the threshold leave room for the smoothing of glyph edges.
+    const ThemeColour primary = readableTint(ThemeColour{236, 238, 244}, surfaces, kReadableContrast + 1.0);
+    // Tagged rows draw all their text in the primary colour, so the secondary
+    // one need not read on the full selection colour.
+    const ThemeColour secondary =
+        readableTint(palette.border, surfaces, kReadableContrast + 0.3, palette.selection);
+    return {primary, secondary, blend(primary, palette.button, 0.42)};
 }
 
 } // namespace quillorn

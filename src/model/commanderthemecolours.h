@@ -4,6 +4,7 @@
 
 #include <QString>
 
+#include <array>
 #include <cstdint>
 
 namespace quillorn {
@@ -19,11 +20,8 @@ struct ThemeColour {
     QString name() const { return QString::asprintf("#%02x%02x%02x", red, green, blue); }
 
     template <typename Colour>
-        requires requires { Colour(int(), int(), int()); }
-    operator Colour() const
-    {
-        return Colour(int(red), int(green), int(blue));
-    }
+    requires requires { Colour(int(), int(), int()); }
+    operator Colour() const { return Colour(int(red), int(green), int(blue)); }
 
     friend bool operator==(const ThemeColour &, const ThemeColour &) = default;
 };
@@ -46,5 +44,26 @@ struct CommanderThemeColours {
 
 // Built anew on every call from the fixed palette table.
 CommanderThemeColours colours(CommanderTheme theme);
+
+// The contrast ratio of two opaque colours, from 1 (equal) to 21 (black on
+// white), by the relative luminance of the web's accessibility guidelines.
+double contrastRatio(ThemeColour first, ThemeColour second);
+// `over` laid at `opacity` (0 to 1) on `under`.
+ThemeColour blend(ThemeColour over, ThemeColour under, double opacity);
+
+// Every surface the window draws text on: the window, pane, bar, both rows,
+// buttons, the selection and the cursor row (the selection at 45% over a row).
+std::array<ThemeColour, 9> textSurfaces(const CommanderThemeColours &palette);
+
+// The text colours of a palette. Primary and secondary text read at a contrast
+// of at least 4.5:1 on every text surface, the secondary one (which keeps the
+// tint of the palette's border) on all but the full selection colour, where
+// views draw primary text. Disabled text is meant to be faint.
+struct ThemeTextColours {
+    ThemeColour primary;
+    ThemeColour secondary;
+    ThemeColour disabled;
+};
+ThemeTextColours textColours(const CommanderThemeColours &palette);
 
 } // namespace quillorn

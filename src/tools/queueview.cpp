@@ -1,12 +1,16 @@
 #include "tools/queueview.h"
 
+#include "model/commanderthemecolours.h"
 #include "operations/appdiagnostics.h"
+#include "platform/core/displaytext.h"
 #include "platform/desktop/bytecount.h"
+#include "platform/desktop/modaldialogs.h"
 #include "platform/desktop/reveal.h"
 #include "services/transferqueue.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
+#include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
 #include <QScrollArea>
@@ -30,20 +34,29 @@ QString percent(double value)
 QLabel *secondaryLabel(const QString &text, QWidget *parent)
 {
     auto *label = new QLabel(text, parent);
-    QPalette palette = label->palette();
-    QColor colour = palette.color(QPalette::WindowText);
-    colour.setAlphaF(0.65f);
-    palette.setColor(QPalette::WindowText, colour);
-    label->setPalette(palette);
+    label->setProperty("secondaryText", true);
     return label;
+}
+
+// Without a file manager or an opener the log is still there: say where.
+void showLogLocation(QWidget *window, const std::filesystem::path &file)
+{
+    showAlert(window, {QStringLiteral("Cannot show the log"),
+                       QStringLiteral("No file manager could show it. The log is at \u2018%1\u2019.")
+                           .arg(displayText(file)),
+                       {}});
 }
 
 } // namespace
 
-QueueView::QueueView(TransferQueue &queue, QWidget *parent)
-    : QWidget(parent), m_queue(queue),
-      m_revealLog([](const std::filesystem::path &file) { revealItem(file); })
+QueueView::QueueView(TransferQueue &queue, QWidget *parent) : QWidget(parent), m_queue(queue)
 {
+    m_revealLog = [window = QPointer<QWidget>(this)](const std::filesystem::path &file) {
+        revealItem(file, [window, file](RevealRoute route) {
+            if (route == RevealRoute::failed && window)
+                showLogLocation(window->window(), file);
+        });
+    };
     setObjectName(QStringLiteral("queueView"));
     setAutoFillBackground(true);
     auto *layout = new QVBoxLayout(this);
@@ -87,6 +100,7 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent)
     m_progressLine = new QLabel(m_progressBlock);
     m_progressLine->setObjectName(QStringLiteral("progressLine"));
     m_detail = secondaryLabel(QString(), m_progressBlock);
+    colourSecondary(m_detail);
     m_detail->setObjectName(QStringLiteral("detailLine"));
     progress->addWidget(m_progressBar);
     progress->addWidget(m_progressLine);
@@ -124,18 +138,32 @@ void QueueView::setExpanded(bool expanded)
     m_scroll->setVisible(expanded);
 }
 
-void QueueView::setColours(const QColor &bar, const QColor &button, const QColor &accent)
+void QueueView::setColours(const CommanderThemeColours &palette)
 {
-    m_accent = accent;
-    m_button = button;
-    QPalette own = palette();
-    own.setColor(QPalette::Window, bar);
-    own.setColor(QPalette::Highlight, accent);
+    m_accent = palette.accent;
+    m_button = palette.button;
+    m_secondary = textColours(palette).secondary;
+    QPalette own = this->palette();
+    own.setColor(QPalette::Window, palette.bar);
+    own.setColor(QPalette::Highlight, palette.accent);
     setPalette(own);
     styleButton(m_showLog);
     styleButton(m_clear);
     for (QPushButton *cancel : findChildren<QPushButton *>(QStringLiteral("rowCancel")))
         styleButton(cancel);
+    // State and detail texts: the theme's secondary colour, not a faded
+    // version of the toolkit's text colour, which sank into dark surfaces.
+    for (QLabel *label : findChildren<QLabel *>())
+        colourSecondary(label);
+}
+
+void QueueView::colourSecondary(QLabel *label) const
+{
+    if (!label->property("secondaryText").toBool())
+        return;
+    QPalette palette = label->palette();
+    palette.setColor(QPalette::WindowText, m_secondary);
+    label->setPalette(palette);
 }
 
 void QueueView::styleButton(QPushButton *button) const
@@ -195,9 +223,12 @@ QWidget *QueueView::makeRow(const QueueItem &item)
     state->setObjectName(QStringLiteral("rowState"));
     state->setTextInteractionFlags(Qt::TextSelectableByMouse);
     if (item.state.startsWith(QStringLiteral("Failed"))) {
+        state->setProperty("secondaryText", false);
         QPalette palette = state->palette();
         palette.setColor(QPalette::WindowText, failureColour);
         state->setPalette(palette);
+    } else {
+        colourSecondary(state);
     }
     layout->addWidget(title);
     layout->addWidget(state, 1);

@@ -17,6 +17,7 @@ class QScrollArea;
 
 namespace quillorn {
 
+struct CommanderThemeColours;
 class TransferQueue;
 
 // The collapsible panel under the panes that lists the queue's jobs, shows the
@@ -26,7 +27,8 @@ class TransferQueue;
 class QueueView : public QWidget {
     Q_OBJECT
 public:
-    // Shows the log file to the user; the default reveals it in the file browser.
+    // Shows the log file to the user; the default reveals it in the file browser,
+    // or says where it is when nothing can show it.
     using RevealLog = std::function<void(const std::filesystem::path &)>;
 
     explicit QueueView(TransferQueue &queue, QWidget *parent = nullptr);
@@ -34,8 +36,8 @@ public:
     bool expanded() const { return m_expanded; }
     void setExpanded(bool expanded);
     void setRevealLog(RevealLog reveal) { m_revealLog = std::move(reveal); }
-    // The panel's surface, its buttons' surface and its highlight colour.
-    void setColours(const QColor &bar, const QColor &button, const QColor &accent);
+    // The panel's surface, its buttons and texts in the colours of a theme.
+    void setColours(const CommanderThemeColours &palette);
 
     // "<bytes> of <total>  •  x.x% transferred  •  y.y% left  •  <speed>/s"
     static QString progressLine(std::int64_t bytes, std::int64_t total, double bytesPerSecond);
@@ -47,6 +49,7 @@ private:
     void updateProgress();
     void updateVisibility();
     void styleButton(QPushButton *button) const;
+    void colourSecondary(QLabel *label) const;
     QWidget *makeRow(const QueueItem &item);
 
     TransferQueue &m_queue;
@@ -54,6 +57,7 @@ private:
     RevealLog m_revealLog;
     QColor m_accent{91, 207, 250};
     QColor m_button{45, 67, 101};
+    QColor m_secondary{178, 199, 219};
 
     QToolButton *m_toggle = nullptr;
     QPushButton *m_showLog = nullptr;

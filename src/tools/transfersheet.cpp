@@ -8,6 +8,7 @@
 #include <QFontDatabase>
 #include <QFormLayout>
 #include <QHBoxLayout>
+#include <QKeyEvent>
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
@@ -66,7 +67,7 @@ TransferSheet::TransferSheet(std::vector<Path> sources, Path destination, bool m
     QFont small = noteLabel->font();
     small.setPointSizeF(small.pointSizeF() * 0.85);
     noteLabel->setFont(small);
-    noteLabel->setEnabled(false);
+    noteLabel->setProperty("secondaryText", true);
     layout->addWidget(noteLabel);
 
     auto *buttons = new QHBoxLayout;
@@ -75,6 +76,9 @@ TransferSheet::TransferSheet(std::vector<Path> sources, Path destination, bool m
     cancelButton->setAutoDefault(false);
     m_add = new QPushButton(QStringLiteral("Add to queue"), this);
     m_add->setObjectName(QStringLiteral("addButton"));
+    // Not an auto-default: the focus moving to the picker must not take the
+    // default away from it (see keyPressEvent).
+    m_add->setAutoDefault(false);
     m_add->setDefault(true);
     buttons->addStretch(1);
     buttons->addWidget(cancelButton);
@@ -102,6 +106,18 @@ void TransferSheet::addToQueue()
                     work(m_sources, m_destination, m_move, policy()));
     if (m_dismiss)
         m_dismiss();
+}
+
+void TransferSheet::keyPressEvent(QKeyEvent *event)
+{
+    // Return adds to the queue whatever has the focus: the picker and the Cancel
+    // button pass the key on to here. An open drop-down list is a window of its
+    // own and keeps its Return.
+    if (event->key() == Qt::Key_Return || event->key() == Qt::Key_Enter) {
+        addToQueue();
+        return;
+    }
+    QWidget::keyPressEvent(event);
 }
 
 void TransferSheet::cancel()

@@ -46,6 +46,9 @@ public:
         QStringLiteral("Cancellation keeps completed items. Moves and replacements use Trash when available. "
                        "On network shares without Trash support, confirmed items are permanently removed.");
 
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+
 private:
     std::vector<Path> m_sources;
     Path m_destination;

@@ -136,7 +136,8 @@ private Q_SLOTS:
         m_model->perform(F8Trash);
         QVERIFY(m_model->queue().items().empty());
         QCOMPARE(m_calls, QStringList{"alert:Delete selected items?"});
-        QVERIFY(m_alert.informativeText.startsWith("Move 3 selected item(s) to the macOS Trash?"));
+        QVERIFY(m_alert.informativeText.startsWith(
+            "Move 3 selected item(s) to the Trash? If Trash is unavailable"));
         // The second item vanishes after the user confirmed, before the job reaches it.
         m_alertAnswer = 0;
         m_duringAlert = [&] { fs::remove(m_home / "b.txt"); };

@@ -128,18 +128,23 @@ void paintGlyph(QPainter &painter, Glyph glyph, const QRectF &rect, const QColor
     painter.restore();
 }
 
-QIcon glyphIcon(Glyph glyph, const QColor &colour, int size)
+QIcon glyphIcon(Glyph glyph, const QColor &colour, int size, const QColor &disabled)
 {
     QIcon icon;
     for (int scale : {1, 2}) {
-        QPixmap pixmap(size * scale, size * scale);
-        pixmap.fill(Qt::transparent);
-        {
-            QPainter painter(&pixmap);
-            paintGlyph(painter, glyph, QRectF(0, 0, size * scale, size * scale), colour);
+        for (const QIcon::Mode mode : {QIcon::Normal, QIcon::Disabled}) {
+            const QColor &ink = mode == QIcon::Disabled ? disabled : colour;
+            if (!ink.isValid())
+                continue;
+            QPixmap pixmap(size * scale, size * scale);
+            pixmap.fill(Qt::transparent);
+            {
+                QPainter painter(&pixmap);
+                paintGlyph(painter, glyph, QRectF(0, 0, size * scale, size * scale), ink);
+            }
+            pixmap.setDevicePixelRatio(scale);
+            icon.addPixmap(pixmap, mode);
         }
-        pixmap.setDevicePixelRatio(scale);
-        icon.addPixmap(pixmap);
     }
     return icon;
 }

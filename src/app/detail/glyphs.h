@@ -23,6 +23,8 @@ enum class Glyph {
 };
 
 void paintGlyph(QPainter &painter, Glyph glyph, const QRectF &rect, const QColor &colour);
-QIcon glyphIcon(Glyph glyph, const QColor &colour, int size = 16);
+// The icon in `colour`; a button that is disabled shows it in `disabled` when
+// one is given.
+QIcon glyphIcon(Glyph glyph, const QColor &colour, int size = 16, const QColor &disabled = QColor());
 
 } // namespace quillorn::detail

@@ -28,8 +28,6 @@ QToolButton *menuButton(QWidget *parent, const QString &name, const QString &hel
     button->setAutoRaise(true);
     button->setPopupMode(QToolButton::InstantPopup);
     button->setMenu(menu);
-    // The menu arrow would crowd the symbol; the symbol says enough.
-    button->setStyleSheet(QStringLiteral("QToolButton::menu-indicator { image: none; width: 0; }"));
     return button;
 }
 
@@ -110,15 +108,13 @@ void PaneHeaderBar::updateFolder()
 
 void PaneHeaderBar::updateIcons()
 {
-    const QColor folder = m_active ? m_colours.accent : secondaryTextColour();
+    const QColor folder = m_active ? m_colours.accent : secondaryTextColour(m_colours);
+    const QColor text = primaryTextColour(m_colours);
     m_folderIcon->setPixmap(glyphIcon(Glyph::folderFill, folder).pixmap(QSize(16, 16), devicePixelRatioF()));
     m_folderIcon->setProperty("accented", m_active);
-    m_favourites->setIcon(glyphIcon(Glyph::star, primaryTextColour()));
-    m_locations->setIcon(glyphIcon(Glyph::externalDrive, primaryTextColour()));
-    m_hidden->setIcon(glyphIcon(Glyph::eye, primaryTextColour()));
-    m_hidden->setStyleSheet(QStringLiteral("QToolButton { border: none; border-radius: 4px; padding: 2px; }"
-                                           "QToolButton:checked { background: %1; }")
-                                .arg(m_colours.selection.name()));
+    m_favourites->setIcon(glyphIcon(Glyph::star, text));
+    m_locations->setIcon(glyphIcon(Glyph::externalDrive, text));
+    m_hidden->setIcon(glyphIcon(Glyph::eye, text));
 }
 
 void PaneHeaderBar::buildFavouritesMenu()

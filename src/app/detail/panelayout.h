@@ -1,5 +1,7 @@
 #pragma once
 
+#include "model/commanderthemecolours.h"
+
 #include <QColor>
 #include <QFont>
 
@@ -16,14 +18,18 @@ inline constexpr int kSizeColumnWidth = kSizeWidth + kPartSpacing;
 inline constexpr int kModifiedColumnWidth = kModifiedWidth + kPartSpacing;
 inline constexpr int kMinimumPaneWidth = 420;
 
-// Text colours of the dark appearance every theme uses.
-inline QColor primaryTextColour()
+// Text colours of a theme, readable on each of its surfaces.
+inline QColor primaryTextColour(const CommanderThemeColours &palette)
 {
-    return QColor(255, 255, 255, 217);
+    return textColours(palette).primary;
 }
-inline QColor secondaryTextColour()
+inline QColor secondaryTextColour(const CommanderThemeColours &palette)
 {
-    return QColor(235, 235, 245, 153);
+    return textColours(palette).secondary;
+}
+inline QColor disabledTextColour(const CommanderThemeColours &palette)
+{
+    return textColours(palette).disabled;
 }
 
 // 12-point monospaced text of rows and the path field.

@@ -27,7 +27,7 @@ const QPixmap &PaneRowDelegate::rowIcon(bool directory, int side, qreal scale) c
     auto found = m_icons.find(key);
     if (found == m_icons.end()) {
         const QIcon icon = directory ? glyphIcon(Glyph::folderFill, m_colours.accent, side)
-                                     : glyphIcon(Glyph::doc, secondaryTextColour(), side);
+                                     : glyphIcon(Glyph::doc, secondaryTextColour(m_colours), side);
         found = m_icons.insert(key, icon.pixmap(QSize(side, side), scale));
     }
     return found.value();
@@ -63,7 +63,9 @@ void PaneRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
         paintName(*painter, cell, index);
     } else {
         const QRect text = cell.adjusted(0, 0, -kPartSpacing, 0);
-        painter->setPen(secondaryTextColour());
+        // On the full selection colour only primary text reads.
+        const bool tagged = index.data(PaneTableModel::taggedRole).toBool();
+        painter->setPen(tagged ? primaryTextColour(m_colours) : secondaryTextColour(m_colours));
         const QString value = index.data(Qt::DisplayRole).toString();
         painter->drawText(text, Qt::AlignRight | Qt::AlignVCenter,
                           painter->fontMetrics().elidedText(value, Qt::ElideLeft, text.width()));
@@ -81,7 +83,7 @@ void PaneRowDelegate::paintName(QPainter &painter, const QRect &cell, const QMod
     painter.drawPixmap(glyph, rowIcon(directory, glyphSide, painter.device()->devicePixelRatioF()));
     const QRect text(icon.right() + 1 + kPartSpacing, cell.top(), cell.right() - icon.right() - kPartSpacing,
                      cell.height());
-    painter.setPen(primaryTextColour());
+    painter.setPen(primaryTextColour(m_colours));
     // A line feed in a name is shown as a visible symbol so the row stays one line.
     QString name = index.data(Qt::DisplayRole).toString();
     name.replace(u'\n', QChar(0x2424)).replace(u'\r', QChar(0x240D));

@@ -10,6 +10,8 @@
 #include <QScrollBar>
 #include <QToolButton>
 
+#include <algorithm>
+
 namespace quillorn::detail {
 
 QString folderLabel(const std::filesystem::path &folder)
@@ -65,8 +67,10 @@ PaneTabStrip::PaneTabStrip(PaneModel &pane, QWidget *parent)
 void PaneTabStrip::setColours(const CommanderThemeColours &colours)
 {
     m_colours = colours;
-    m_newTab->setIcon(glyphIcon(Glyph::plus, primaryTextColour()));
-    m_closeTab->setIcon(glyphIcon(Glyph::xmark, primaryTextColour()));
+    const QColor text = primaryTextColour(colours);
+    m_newTab->setIcon(glyphIcon(Glyph::plus, text));
+    // With one tab, Close cannot act and must look so.
+    m_closeTab->setIcon(glyphIcon(Glyph::xmark, text, 16, disabledTextColour(colours)));
     restyle();
 }
 
@@ -95,6 +99,9 @@ void PaneTabStrip::rebuild()
         const int index = static_cast<int>(i);
         connect(button, &QToolButton::clicked, &m_pane, [this, index] { m_pane.selectTab(index); });
         m_tabLayout->addWidget(button);
+        // A button added to a shown strip would appear only once the layout gets
+        // round to it, and the strip's height is measured from the shown ones.
+        button->show();
         m_buttons.append(button);
     }
     m_tabLayout->addStretch(1);
@@ -107,7 +114,7 @@ void PaneTabStrip::restyle()
     const QList<QToolButton *> buttons = tabButtons();
     const QString base = QStringLiteral("QToolButton { padding: 6px; border: none; border-radius: 4px; "
                                         "color: %1; background: %2; }")
-                             .arg(primaryTextColour().name(QColor::HexArgb));
+                             .arg(primaryTextColour(m_colours).name());
     for (int i = 0; i < buttons.size(); ++i) {
         const bool current = i == m_pane.tabIndex();
         buttons[i]->setStyleSheet(
@@ -116,7 +123,11 @@ void PaneTabStrip::restyle()
         if (current)
             m_scroll->ensureWidgetVisible(buttons[i], 0, 0);
     }
-    m_scroll->setFixedHeight(m_tabs->sizeHint().height());
+    // Measured from the buttons themselves: the strip never shrinks below one tab.
+    int height = 0;
+    for (const QToolButton *button : buttons)
+        height = std::max(height, button->sizeHint().height());
+    m_scroll->setFixedHeight(height);
 }
 
 } // namespace quillorn::detail

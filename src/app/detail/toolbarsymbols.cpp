@@ -61,22 +61,25 @@ void paint(QPainter &p, ToolbarSymbol symbol)
 
 } // namespace
 
-QIcon toolbarIcon(ToolbarSymbol symbol, const QColor &colour, int size)
+QIcon toolbarIcon(ToolbarSymbol symbol, const QColor &colour, const QColor &disabled, int size)
 {
     QIcon icon;
     for (const qreal scale : {1.0, 2.0}) {
-        QPixmap pixmap(int(size * scale), int(size * scale));
-        pixmap.fill(Qt::transparent);
-        QPainter painter(&pixmap);
-        painter.setRenderHint(QPainter::Antialiasing);
-        painter.scale(size * scale / 16.0, size * scale / 16.0);
-        QPen pen(colour, 1.5, Qt::SolidLine, Qt::RoundCap, Qt::RoundJoin);
-        painter.setPen(pen);
-        painter.setBrush(Qt::NoBrush);
-        paint(painter, symbol);
-        painter.end();
-        pixmap.setDevicePixelRatio(scale);
-        icon.addPixmap(pixmap);
+        for (const QIcon::Mode mode : {QIcon::Normal, QIcon::Disabled}) {
+            QPixmap pixmap(int(size * scale), int(size * scale));
+            pixmap.fill(Qt::transparent);
+            QPainter painter(&pixmap);
+            painter.setRenderHint(QPainter::Antialiasing);
+            painter.scale(size * scale / 16.0, size * scale / 16.0);
+            QPen pen(mode == QIcon::Disabled ? disabled : colour, 1.5, Qt::SolidLine, Qt::RoundCap,
+                     Qt::RoundJoin);
+            painter.setPen(pen);
+            painter.setBrush(Qt::NoBrush);
+            paint(painter, symbol);
+            painter.end();
+            pixmap.setDevicePixelRatio(scale);
+            icon.addPixmap(pixmap, mode);
+        }
     }
     return icon;
 }

@@ -18,6 +18,7 @@ enum class ToolbarSymbol {
     xmark
 };
 
-QIcon toolbarIcon(ToolbarSymbol symbol, const QColor &colour, int size = 14);
+// The symbol in `colour`, and in `disabled` on a disabled button.
+QIcon toolbarIcon(ToolbarSymbol symbol, const QColor &colour, const QColor &disabled, int size = 14);
 
 } // namespace quillorn::detail

@@ -2,12 +2,16 @@
 
 #include <QDialog>
 #include <QDialogButtonBox>
+#include <QGuiApplication>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMessageBox>
 #include <QPointer>
 #include <QPushButton>
+#include <QScreen>
 #include <QVBoxLayout>
+
+#include <algorithm>
 
 namespace quillorn {
 
@@ -31,32 +35,75 @@ private:
     QPointer<QWidget> m_window;
 };
 
+// The toolkit wraps an alert's text at a fixed width, which breaks the lines
+// of the keyboard help mid-phrase: the text is given the width of its longest
+// line, up to most of the screen.
+void fitToLongestLine(QMessageBox &box)
+{
+    auto *label = box.findChild<QLabel *>(QStringLiteral("qt_msgbox_informativelabel"));
+    if (!label)
+        return;
+    const QFontMetrics metrics(label->font());
+    int widest = 0;
+    for (const QString &line : label->text().split(QLatin1Char('\n')))
+        widest = std::max(widest, metrics.horizontalAdvance(line));
+    const QScreen *screen =
+        box.parentWidget() ? box.parentWidget()->screen() : QGuiApplication::primaryScreen();
+    const int limit = screen ? screen->availableGeometry().width() * 4 / 5 : 1000;
+    label->setMinimumWidth(std::min(widest + metrics.averageCharWidth(), limit));
+}
+
+// The first button accepts; the others are escapes, as on the Mac.
+QList<QAbstractButton *> addButtons(QMessageBox &box, const QStringList &labels)
+{
+    QList<QAbstractButton *> buttons;
+    if (labels.isEmpty()) {
+        box.setStandardButtons(QMessageBox::Ok);
+        box.setDefaultButton(QMessageBox::Ok);
+        return {box.button(QMessageBox::Ok)};
+    }
+    for (const QString &label : labels)
+        buttons << box.addButton(label,
+                                 buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole);
+    box.setDefaultButton(static_cast<QPushButton *>(buttons.front()));
+    box.setEscapeButton(buttons.size() > 1 ? buttons.back() : buttons.front());
+    return buttons;
+}
+
+void describe(QMessageBox &box, const AlertRequest &alert)
+{
+    box.setWindowModality(box.parentWidget() ? Qt::WindowModal : Qt::ApplicationModal);
+    box.setIcon(QMessageBox::NoIcon);
+    box.setText(alert.message);
+    box.setInformativeText(alert.informativeText);
+    fitToLongestLine(box);
+}
+
 } // namespace
 
 int runAlert(QWidget *parent, const AlertRequest &alert)
 {
     const KeyboardReturn keyboardReturn(parent);
     QMessageBox box(parent);
-    box.setWindowModality(parent ? Qt::WindowModal : Qt::ApplicationModal);
-    box.setIcon(QMessageBox::NoIcon);
-    box.setText(alert.message);
-    box.setInformativeText(alert.informativeText);
-    if (alert.buttons.isEmpty()) {
-        box.setStandardButtons(QMessageBox::Ok);
-        box.setDefaultButton(QMessageBox::Ok);
-        return box.exec() == QMessageBox::Ok ? 0 : -1;
-    }
-    QList<QAbstractButton *> buttons;
-    for (const QString &label : alert.buttons) {
-        // Only the first button accepts; the others are escapes, as on the Mac.
-        QPushButton *button =
-            box.addButton(label, buttons.isEmpty() ? QMessageBox::AcceptRole : QMessageBox::RejectRole);
-        buttons << button;
-    }
-    box.setDefaultButton(static_cast<QPushButton *>(buttons.front()));
-    box.setEscapeButton(buttons.size() > 1 ? buttons.back() : buttons.front());
+    describe(box, alert);
+    const QList<QAbstractButton *> buttons = addButtons(box, alert.buttons);
     box.exec();
     return static_cast<int>(buttons.indexOf(box.clickedButton()));
+}
+
+QMessageBox *showAlert(QWidget *parent, const AlertRequest &alert)
+{
+    auto *box = new QMessageBox(parent);
+    describe(*box, alert);
+    addButtons(*box, alert.buttons);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    QObject::connect(box, &QDialog::finished, box,
+                     [window = QPointer<QWidget>(parent ? parent->window() : nullptr)] {
+                         if (window)
+                             window->activateWindow();
+                     });
+    box->open();
+    return box;
 }
 
 std::optional<QString> askForText(QWidget *parent, const QString &title, const QString &value)

@@ -5,6 +5,7 @@
 #include <QString>
 #include <optional>
 
+class QMessageBox;
 class QWidget;
 
 namespace quillorn {
@@ -15,6 +16,10 @@ namespace quillorn {
 // Returns the index of the chosen button (first button = 0), or -1 when the
 // alert was dismissed without one. No buttons: a single default "OK".
 int runAlert(QWidget *parent, const AlertRequest &alert);
+
+// The same alert shown without waiting for an answer; it goes when closed and
+// hands the keyboard back to its window. For alerts whose answer changes nothing.
+QMessageBox *showAlert(QWidget *parent, const AlertRequest &alert);
 
 // A prompt titled `title` with one text field 360 × 24 holding `value`, focused
 // and fully selected, and the buttons "OK" and "Cancel". Returns the text as

@@ -1,21 +1,25 @@
 #include "platform/desktop/reveal.h"
 
+#include "platform/desktop/defaultapplication.h"
+
 #include <QDBusConnection>
 #include <QDBusMessage>
 #include <QDBusPendingCallWatcher>
 #include <QDBusPendingReply>
-#include <QDesktopServices>
 
 namespace quillorn {
 
 namespace {
 
-RevealRoute openContainingFolder(const std::filesystem::path &item)
+void openContainingFolder(const std::filesystem::path &item, std::function<void(RevealRoute)> done)
 {
     std::filesystem::path folder = item.parent_path();
     if (folder.empty())
         folder = "/";
-    return QDesktopServices::openUrl(fileUrl(folder)) ? RevealRoute::containingFolder : RevealRoute::failed;
+    openWithDefaultApplication(folder, [done = std::move(done)](bool opened) {
+        if (done)
+            done(opened ? RevealRoute::containingFolder : RevealRoute::failed);
+    });
 }
 
 } // namespace
@@ -23,9 +27,10 @@ RevealRoute openContainingFolder(const std::filesystem::path &item)
 void revealItem(const std::filesystem::path &item, std::function<void(RevealRoute)> done)
 {
     auto finish = [item, done = std::move(done)](bool shownByFileManager) {
-        const RevealRoute route = shownByFileManager ? RevealRoute::fileManager : openContainingFolder(item);
-        if (done)
-            done(route);
+        if (!shownByFileManager)
+            openContainingFolder(item, done);
+        else if (done)
+            done(RevealRoute::fileManager);
     };
 
     QDBusConnection bus = QDBusConnection::sessionBus();

@@ -5,11 +5,30 @@
 #include "platform/desktop/modaldialogs.h"
 #include "platform/desktop/quicklook.h"
 
+#include "platform/core/displaytext.h"
+
 #include <QCoreApplication>
+#include <QMessageBox>
 #include <QPointer>
 #include <QWidget>
 
 namespace quillorn {
+
+namespace {
+
+// One alert names every file nothing could open, however many were asked for at once.
+void reportUnopened(QWidget *parent, const std::filesystem::path &file)
+{
+    static QPointer<QMessageBox> shown;
+    const QString line = QStringLiteral("No application could open \u2018%1\u2019.").arg(displayText(file));
+    if (shown && shown->isVisible()) {
+        shown->setInformativeText(shown->informativeText() + QLatin1Char('\n') + line);
+        return;
+    }
+    shown = showAlert(parent, {QStringLiteral("Cannot open the file"), line, {}});
+}
+
+} // namespace
 
 DesktopServices standardDesktopServices(QWidget *window)
 {
@@ -17,7 +36,12 @@ DesktopServices standardDesktopServices(QWidget *window)
     // the dialogs have no parent.
     QPointer<QWidget> parent(window);
     DesktopServices desktop;
-    desktop.openFile = &openWithDefaultApplication;
+    desktop.openFile = [parent](const std::filesystem::path &file) {
+        openWithDefaultApplication(file, [parent, file](bool opened) {
+            if (!opened)
+                reportUnopened(parent.data(), file);
+        });
+    };
     desktop.writeClipboard = &FileClipboard::write;
     desktop.readClipboard = &FileClipboard::read;
     desktop.preview = [parent](const std::filesystem::path &item, QuickLook::Failed failed) {

@@ -1,0 +1,189 @@
+#include "windowfixture.h"
+
+#include "app/commandertoolbar.h"
+#include "app/detail/panetablemodel.h"
+#include "app/detail/panetabstrip.h"
+#include "model/commandermodel.h"
+#include "model/commanderthemecolours.h"
+#include "operations/commandererror.h"
+#include "platform/desktop/modaldialogs.h"
+#include "services/transferqueue.h"
+#include "tools/queueview.h"
+
+#include <QAbstractButton>
+#include <QHeaderView>
+#include <QLabel>
+#include <QLineEdit>
+#include <QMessageBox>
+#include <QToolButton>
+
+#include <atomic>
+#include <map>
+#include <thread>
+
+using namespace quillorn;
+using namespace quillorn::test;
+
+namespace {
+
+ThemeColour channels(const QColor &colour)
+{
+    return {std::uint8_t(colour.red()), std::uint8_t(colour.green()), std::uint8_t(colour.blue())};
+}
+
+// What the user sees of one text: the commonest colour of its area is the
+// background, the pixel that stands out most from it is the ink.
+double measuredContrast(const QImage &image, const QRect &area)
+{
+    std::map<QRgb, int> counts;
+    const QRect inside = area.intersected(image.rect());
+    for (int y = inside.top(); y <= inside.bottom(); ++y)
+        for (int x = inside.left(); x <= inside.right(); ++x)
+            ++counts[image.pixel(x, y)];
+    if (counts.empty())
+        return 0;
+    const QRgb background = std::max_element(counts.begin(), counts.end(), [](auto &a, auto &b) {
+                                return a.second < b.second;
+                            })->first;
+    double best = 1;
+    for (const auto &[pixel, count] : counts)
+        best = std::max(best, contrastRatio(channels(QColor(pixel)), channels(QColor(background))));
+    return best;
+}
+
+struct TextArea {
+    QString what;
+    QRect area; // in the coordinates of the grabbed widget
+};
+
+} // namespace
+
+// Every text the main window draws, in all twelve themes, reads at a contrast
+// of at least 4.5:1 against what is behind it (WCAG AA), as measured on the
+// drawn pixels. Exempt are the colours the design fixes itself: the accent of
+// the function-key numbers and of the active-pane label, and the orange of a
+// failed job. Disabled controls are meant to be faint and are left out.
+class ThemeContrastTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        m_f.setUp();
+        m_f.tree->file("Right/b.txt", "in the way");
+        PaneModel &left = m_f.left();
+        left.newTab();
+        left.setCursor(*m_f.tree / "Left/b.txt");
+        left.setSelection({*m_f.tree / "Left/c.txt"});
+        PaneModel &right = m_f.view->model().right();
+        right.navigate(*m_f.tree / "Right/missing");
+        WindowFixture::waitListed(right);
+        TransferQueue &queue = m_f.view->model().queue();
+        queue.enqueue("Copy 1 → Right", [](OperationControl &) {});
+        queue.enqueue("Copy 2 → Archive", [](OperationControl &) {
+            throw CommanderError("An item named ‘r.txt’ already exists.");
+        });
+        queue.enqueue("Copy 3 → Right", [this](OperationControl &control) {
+            control.total(100);
+            control.add(40);
+            control.detail("Copying ‘b.txt’");
+            while (!m_release)
+                std::this_thread::sleep_for(std::chrono::milliseconds(5));
+        });
+        QTRY_VERIFY(queue.running() && queue.detail() == "Copying ‘b.txt’");
+        m_help = showAlert(m_f.view.get(), {"Keyboard help", CommanderModel::helpText(), {}});
+    }
+
+    void cleanupTestCase()
+    {
+        delete m_help;
+        m_release = true;
+        QTRY_VERIFY(!m_f.view->model().queue().running());
+        m_f.tearDown();
+    }
+
+    void everyTextReadsInEveryTheme_data()
+    {
+        QTest::addColumn<int>("theme");
+        for (CommanderTheme theme : allCommanderThemes)
+            QTest::newRow(qPrintable(rawValue(theme))) << int(theme);
+    }
+
+    void everyTextReadsInEveryTheme()
+    {
+        QFETCH(int, theme);
+        m_f.view->applyTheme(CommanderTheme(theme));
+        QTest::qWait(20);
+        QStringList weak;
+        double weakest = 21;
+        int count = 0;
+        for (QWidget *window :
+             {static_cast<QWidget *>(m_f.view.get()), static_cast<QWidget *>(m_help.data())}) {
+            const QImage image = window->grab().toImage();
+            for (const TextArea &text : textAreas(window)) {
+                const double contrast = measuredContrast(image, text.area);
+                ++count;
+                weakest = std::min(weakest, contrast);
+                if (contrast < 4.5)
+                    weak << QStringLiteral("%1 (%2:1)").arg(text.what).arg(contrast, 0, 'f', 2);
+            }
+        }
+        qInfo("%s: weakest of %d texts %.2f:1", qPrintable(rawValue(CommanderTheme(theme))), count, weakest);
+        QVERIFY2(weak.isEmpty(), qPrintable(weak.join(", ")));
+    }
+
+private:
+    // The area of each text a window shows, icons and frames left out.
+    static QList<TextArea> textAreas(QWidget *window)
+    {
+        QList<TextArea> areas;
+        const auto add = [&](QWidget *widget, const QString &what, QRect rect) {
+            if (widget->window() != window || !widget->isVisible() || !widget->isEnabled() || rect.isEmpty())
+                return;
+            if (!widget->visibleRegion().boundingRect().contains(rect))
+                rect = rect.intersected(widget->visibleRegion().boundingRect());
+            areas.append({what, QRect(widget->mapTo(window, rect.topLeft()), rect.size())});
+        };
+        for (QLabel *label : window->findChildren<QLabel *>()) {
+            const QString name = label->objectName();
+            if (label->text().isEmpty() || name == "functionKeyNumber" || name == "activePaneLabel" ||
+                label->text().startsWith("Failed"))
+                continue; // the accent and the failure orange are the design's own
+            add(label, "label “" + label->text().left(30) + "”", label->contentsRect());
+        }
+        for (QAbstractButton *button : window->findChildren<QAbstractButton *>()) {
+            const auto *tool = qobject_cast<QToolButton *>(button);
+            if (button->text().isEmpty() || (tool && tool->toolButtonStyle() == Qt::ToolButtonIconOnly))
+                continue;
+            // Past the symbol, inside the frame.
+            const int symbol = button->icon().isNull() ? 0 : button->iconSize().width() + 6;
+            add(button, "button “" + button->text() + "”", button->rect().adjusted(3 + symbol, 3, -3, -3));
+        }
+        for (QLineEdit *edit : window->findChildren<QLineEdit *>())
+            add(edit, "field “" + (edit->text().isEmpty() ? edit->placeholderText() : edit->text()) + "”",
+                edit->rect().adjusted(4, 4, -4, -4));
+        for (QHeaderView *header : window->findChildren<QHeaderView *>())
+            for (int section = 0; section < header->count(); ++section)
+                add(header->viewport(), "column header " + QString::number(section),
+                    QRect(header->sectionViewportPosition(section), 0, header->sectionSize(section),
+                          header->height()));
+        for (auto *list : window->findChildren<QTableView *>()) {
+            for (int row = 0; row < list->model()->rowCount(); ++row)
+                for (int column = 0; column < list->model()->columnCount(); ++column) {
+                    QRect cell = list->visualRect(list->model()->index(row, column));
+                    if (column == detail::PaneTableModel::nameColumn)
+                        cell.setLeft(cell.left() + 34); // past the symbol
+                    add(list->viewport(), QStringLiteral("row %1 column %2").arg(row).arg(column),
+                        cell.adjusted(0, 0, 0, -1));
+                }
+        }
+        return areas;
+    }
+
+    WindowFixture m_f;
+    QPointer<QMessageBox> m_help;
+    std::atomic<bool> m_release = false;
+};
+
+QTEST_MAIN(ThemeContrastTest)
+#include "tst_themecontrast.moc"
