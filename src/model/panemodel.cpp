@@ -51,24 +51,25 @@ void releaseElsewhere(std::shared_ptr<const std::vector<FileEntry>> entries)
         fileSystemPool().start([entries]() mutable { entries.reset(); });
 }
 
-QStringList pathTexts(const std::vector<fs::path> &paths)
+// A stored path made a folder: a relative one is taken from the working
+// folder, and dot components and trailing separators go, so that a stored
+// "/data/" and "/data" name the same folder.
+fs::path storedFolder(const fs::path &stored)
 {
-    QStringList texts;
-    texts.reserve(static_cast<qsizetype>(paths.size()));
-    for (const fs::path &path : paths)
-        texts.append(displayText(path));
-    return texts;
+    std::error_code error;
+    fs::path base = fs::current_path(error);
+    if (error)
+        base = "/";
+    return standardized(stored, base);
 }
 
-// Stored paths that can name a folder: absolute ones. Anything else in the
-// store is damage, not a folder, and is left out.
-QStringList absolutePathTexts(const QStringList &texts)
+std::vector<fs::path> storedFolders(const std::vector<fs::path> &stored)
 {
-    QStringList result;
-    for (const QString &text : texts)
-        if (text.startsWith(QLatin1Char('/')))
-            result.append(text);
-    return result;
+    std::vector<fs::path> folders;
+    folders.reserve(stored.size());
+    for (const fs::path &path : stored)
+        folders.push_back(storedFolder(path));
+    return folders;
 }
 
 } // namespace
@@ -99,19 +100,16 @@ PaneModel::~PaneModel()
 
 void PaneModel::restore(const fs::path &start)
 {
-    const QStringList storedTabs = absolutePathTexts(m_preferences.stringList(key(".tabs")));
-    if (storedTabs.isEmpty())
+    m_tabs = storedFolders(m_preferences.pathList(key(".tabs")));
+    if (m_tabs.empty())
         m_tabs = {start};
-    else
-        for (const QString &text : storedTabs)
-            m_tabs.push_back(pathFromText(text));
 
-    const auto lastDirectory = m_preferences.contains(key(".lastDirectory"))
-                                   ? std::optional<QString>(m_preferences.text(key(".lastDirectory")))
-                                   : std::nullopt;
-    const qsizetype remembered = lastDirectory ? storedTabs.indexOf(*lastDirectory) : -1;
-    if (remembered >= 0)
-        m_tabIndex = static_cast<int>(remembered);
+    // Compared as folders, not as the stored texts.
+    const auto lastDirectory = m_preferences.path(key(".lastDirectory"));
+    const auto remembered =
+        lastDirectory ? std::find(m_tabs.begin(), m_tabs.end(), storedFolder(*lastDirectory)) : m_tabs.end();
+    if (remembered != m_tabs.end())
+        m_tabIndex = static_cast<int>(remembered - m_tabs.begin());
     else
         m_tabIndex = std::min(std::max(m_preferences.integer(key(".tabIndex"), 0), 0),
                               static_cast<int>(m_tabs.size()) - 1);
@@ -121,8 +119,7 @@ void PaneModel::restore(const fs::path &start)
     m_sort = fileSortFromRawValue(m_preferences.text(key(".sort")).toStdString()).value_or(FileSort::name);
     m_ascending =
         m_preferences.isBoolean(key(".ascending")) ? m_preferences.boolean(key(".ascending")) : true;
-    for (const QString &text : absolutePathTexts(m_preferences.stringList(key(".favourites"))))
-        m_favourites.push_back(pathFromText(text));
+    m_favourites = storedFolders(m_preferences.pathList(key(".favourites")));
     sortFavourites();
     m_path = displayText(m_directory);
 }
@@ -136,13 +133,13 @@ void PaneModel::persist()
 {
     if (m_restoring || m_persistenceKey.isEmpty())
         return;
-    m_preferences.setStringList(key(".tabs"), pathTexts(m_tabs));
+    m_preferences.setPathList(key(".tabs"), m_tabs);
     m_preferences.setInteger(key(".tabIndex"), m_tabIndex);
-    m_preferences.setText(key(".lastDirectory"), displayText(m_directory));
+    m_preferences.setPath(key(".lastDirectory"), m_directory);
     m_preferences.setBoolean(key(".hidden"), m_showHidden);
     m_preferences.setText(key(".sort"), QString::fromUtf8(rawValue(m_sort)));
     m_preferences.setBoolean(key(".ascending"), m_ascending);
-    m_preferences.setStringList(key(".favourites"), pathTexts(m_favourites));
+    m_preferences.setPathList(key(".favourites"), m_favourites);
     m_preferences.sync();
 }
 

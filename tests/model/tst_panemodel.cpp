@@ -127,7 +127,7 @@ private Q_SLOTS:
         const QByteArray garbage =
             "left.tabs=@Variant(\\0\\0\\0\\x7f\\0\\0\\0\\x3)\nleft.tabIndex=@Rect(1 2 3 4)\n"
             "left.sort=size\nleft.ascending=no\nleft.hidden=yes\n"
-            "left.favourites=relative, also relative\n\xff\xfe\x01garbage[[\n";
+            "left.favourites=@Rect(1 2 3 4)\n\xff\xfe\x01garbage[[\n";
         QTest::newRow("last folder over the index")
             << QString("b") << tabs + "left.lastDirectory=@/b\nleft.tabIndex=0\n";
         QTest::newRow("index beyond the tabs") << QString("c") << tabs + "left.tabIndex=7\n";
@@ -148,6 +148,58 @@ private Q_SLOTS:
         QCOMPARE(pane.sort(), FileSort::name);
         QVERIFY(pane.ascending() && !pane.showHidden() && pane.favourites().empty());
         QVERIFY(settled(pane) && !pane.error());
+    }
+
+    // Stored tabs and favourites are made folders as a typed path would be:
+    // relative ones from the working folder, trailing separators dropped, so
+    // that ".lastDirectory" finds its tab.
+    void storedPathsAreMadeFoldersBeforeTheyAreCompared()
+    {
+        PaneFixture f;
+        for (const char *name : {"a", "b", "c"})
+            f.tree.folder(name);
+        const QString root = f.text(f.tree.root());
+        std::ofstream(f.preferences.fileName().toStdString(), std::ios::binary)
+            << ("[General]\nleft.tabs=" + root + "/a, " + root + "/b/, c\nleft.lastDirectory=" + root +
+                "/b\nleft.tabIndex=0\nleft.favourites=c, " + root + "//a/./\n")
+                   .toStdString();
+        const fs::path working = fs::current_path();
+        fs::current_path(f.tree.root());
+        Preferences restored(f.preferences.fileName());
+        PaneModel pane(f.tree.root(), "left", PaneModelOptions{&restored, 3'600'000, {}});
+        fs::current_path(working);
+        QCOMPARE(pane.tabs(), (Folders{f.tree / "a", f.tree / "b", f.tree / "c"}));
+        QCOMPARE(pane.directory(), f.tree / "b");
+        QCOMPARE(pane.favourites(), (Folders{f.tree / "a", f.tree / "c"}));
+    }
+
+    // A folder name that is not valid UTF-8 comes back byte for byte; valid
+    // ones stay readable text in the file.
+    void foldersThatAreNotUtf8ComeBackByteForByte()
+    {
+        PaneFixture f;
+        const fs::path odd = f.tree.folder("caf\xe9"), plain = f.tree.folder("café");
+        {
+            auto pane = f.listed({}, "left");
+            pane->navigate(plain);
+            pane->toggleFavourite();
+            pane->newTab();
+            pane->navigate(odd);
+            pane->toggleFavourite();
+        }
+        std::ifstream file(f.preferences.fileName().toStdString(), std::ios::binary);
+        const std::string stored((std::istreambuf_iterator<char>(file)), {});
+        QVERIFY2(stored.find(plain.string()) != std::string::npos, stored.c_str());
+        Preferences reread = f.reread();
+        PaneModel pane(f.tree.root(), "left", PaneModelOptions{&reread, 3'600'000, {}});
+        QCOMPARE(pane.tabs(), (Folders{plain, odd}));
+        QCOMPARE(pane.directory(), odd);
+        QCOMPARE(pane.favourites().size(), std::size_t(2));
+        QVERIFY(settled(pane) && !pane.error());
+        // One odd folder alone in a list is stored readably too.
+        reread.setPathList("single", {odd});
+        reread.sync();
+        QCOMPARE(f.reread().pathList("single"), Folders{odd});
     }
 
     void tabsAndSettingsArePersistedAndRestored()
@@ -191,7 +243,8 @@ private Q_SLOTS:
         PaneFixture fixture;
         const fs::path file = fixture.tree.file("grows.txt", "1");
         bool active = false;
-        PaneModel pane(fixture.tree.root(), {}, PaneModelOptions{&fixture.preferences, 50, [&] { return active; }});
+        PaneModel pane(fixture.tree.root(), {},
+                       PaneModelOptions{&fixture.preferences, 50, [&] { return active; }});
         QVERIFY(settled(pane));
         std::ofstream(file, std::ios::app) << "23";
         QTest::qWait(300);

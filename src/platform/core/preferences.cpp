@@ -1,8 +1,33 @@
 #include "platform/core/preferences.h"
 
+#include <QStringDecoder>
+
 namespace quillorn {
 
 namespace {
+
+// Valid UTF-8 as text, anything else as its bytes.
+QVariant storedPath(const std::filesystem::path &path)
+{
+    const QByteArray bytes = QByteArray::fromStdString(path.native());
+    QStringDecoder decoder(QStringDecoder::Utf8, QStringDecoder::Flag::Stateless);
+    const QString text = decoder(bytes);
+    if (decoder.hasError())
+        return bytes;
+    return text;
+}
+
+std::optional<std::filesystem::path> pathFrom(const QVariant &value)
+{
+    switch (value.typeId()) {
+    case QMetaType::QString:
+        return std::filesystem::path(value.toString().toUtf8().toStdString());
+    case QMetaType::QByteArray:
+        return std::filesystem::path(value.toByteArray().toStdString());
+    default:
+        return std::nullopt;
+    }
+}
 
 // INI files hold every scalar as text, so a stored value reads back as a
 // string; values set in this process are still typed. Both forms count.
@@ -28,8 +53,10 @@ Preferences &Preferences::standard()
     return store;
 }
 
+// The native format is an INI file named .conf on Linux (and the property
+// list on macOS), which is the file the documentation promises.
 Preferences::Preferences()
-    : m_settings(std::make_unique<QSettings>(QSettings::IniFormat, QSettings::UserScope,
+    : m_settings(std::make_unique<QSettings>(QSettings::NativeFormat, QSettings::UserScope,
                                              QStringLiteral("Quillorn"), QStringLiteral("Quillorn")))
 {
 }
@@ -100,6 +127,58 @@ bool Preferences::isBoolean(const QString &key) const
 std::optional<bool> Preferences::booleanValue(const QString &key) const
 {
     return asBoolean(m_settings->value(key));
+}
+
+std::vector<std::filesystem::path> Preferences::pathList(const QString &key) const
+{
+    const QVariant value = m_settings->value(key);
+    QVariantList items;
+    switch (value.typeId()) {
+    case QMetaType::QStringList:
+    case QMetaType::QVariantList:
+        items = value.toList();
+        break;
+    default:
+        // A list of one element is stored as the element itself.
+        items = {value};
+        break;
+    }
+    std::vector<std::filesystem::path> paths;
+    for (const QVariant &item : items) {
+        const std::optional<std::filesystem::path> path = pathFrom(item);
+        if (!path)
+            return {};
+        paths.push_back(*path);
+    }
+    return paths;
+}
+
+std::optional<std::filesystem::path> Preferences::path(const QString &key) const
+{
+    return pathFrom(m_settings->value(key));
+}
+
+void Preferences::setPathList(const QString &key, const std::vector<std::filesystem::path> &value)
+{
+    QVariantList items;
+    bool allText = true;
+    for (const std::filesystem::path &path : value) {
+        items.append(storedPath(path));
+        allText = allText && items.back().typeId() == QMetaType::QString;
+    }
+    // QSettings writes a mixed list of one element as an opaque binary blob;
+    // the element alone stays readable.
+    if (allText)
+        m_settings->setValue(key, QVariant(items).toStringList());
+    else if (items.size() == 1)
+        m_settings->setValue(key, items.front());
+    else
+        m_settings->setValue(key, items);
+}
+
+void Preferences::setPath(const QString &key, const std::filesystem::path &value)
+{
+    m_settings->setValue(key, storedPath(value));
 }
 
 void Preferences::setStringList(const QString &key, const QStringList &value)

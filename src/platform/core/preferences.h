@@ -4,15 +4,20 @@
 #include <QString>
 #include <QStringList>
 #include <QVariant>
+#include <filesystem>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace quillorn {
 
-// The user's preferences: an INI file read through QSettings
-// (~/.config/Quillorn/Quillorn.conf for the standard store). Every read is typed and
-// takes a default; a missing key, garbage or a value of the wrong type yields the
-// default and never throws. Lives on the interface thread.
+// The user's preferences: an INI file read through QSettings in its native
+// format (~/.config/Quillorn/Quillorn.conf for the standard store, honouring
+// $XDG_CONFIG_HOME). Every read is typed and takes a default; a missing key,
+// garbage or a value of the wrong type yields the default and never throws.
+// Paths come back byte for byte: one that is valid UTF-8 is stored as its plain
+// text, so hand edits keep working; any other is stored as QSettings' escaped
+// byte array (@ByteArray(...)). Lives on the interface thread.
 class Preferences {
 public:
     // The application's store, created on first use.
@@ -34,11 +39,16 @@ public:
     bool boolean(const QString &key, bool fallback = false) const;
     // Whether the stored value reads as a boolean at all (see boolean()).
     bool isBoolean(const QString &key) const;
+    // Stored paths, in order; empty when missing or not a list of paths.
+    std::vector<std::filesystem::path> pathList(const QString &key) const;
+    std::optional<std::filesystem::path> path(const QString &key) const;
 
     void setStringList(const QString &key, const QStringList &value);
     void setInteger(const QString &key, int value);
     void setText(const QString &key, const QString &value);
     void setBoolean(const QString &key, bool value);
+    void setPathList(const QString &key, const std::vector<std::filesystem::path> &value);
+    void setPath(const QString &key, const std::filesystem::path &value);
     void remove(const QString &key);
 
     // Writes pending changes to disk.
