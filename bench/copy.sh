@@ -1,36 +1,47 @@
 #!/usr/bin/env bash
-# Times the transfer engine against the usual tools in one run, on the same disk:
-#   one 2 GiB file:            quillorn  vs  cp -a SRC DST && sync
+# Times the transfer engine against the usual tools in one run, each tool run
+# REPEAT times in alternation (a burst of other disk traffic on a shared machine
+# then lands on every tool), reporting the median and the best run:
+#   one 2 GiB file:             quillorn  vs  cp -a SRC DST && sync
 #   20,000 files of 4 KiB in 200 folders:
-#                              quillorn  vs  rsync -a --fsync  vs  cp -a SRC DST && sync
-# and quillorn's peak resident memory for each. Every durable copy is timed
+#                               quillorn  vs  rsync -a --fsync  vs  cp -a SRC DST && sync
+# on the temp folder's disk and on a fresh ext4 loop volume (root only), then what
+# flushing every file costs on a FUSE volume (bindfs), and the ways of making a
+# folder of new files durable (flush_alternatives). Every durable copy is timed
 # from start to data on disk; the source stays in the page cache for all tools.
 #
 #   BENCH_BUILD=build/bench bash bench/copy.sh
 # Environment: BENCH_DIR (where the data goes, default /tmp), REPEAT (runs per
-# tool, median reported, default 3), BIG_MIB (size of the big file, default 2048).
+# tool, default 7), BIG_MIB (size of the big file, default 2048).
 set -euo pipefail
 
 BENCH_BUILD=${BENCH_BUILD:-build/bench}
 BENCH_DIR=${BENCH_DIR:-/tmp}
-REPEAT=${REPEAT:-3}
+REPEAT=${REPEAT:-7}
 BIG_MIB=${BIG_MIB:-2048}
 tool=$(realpath "$BENCH_BUILD/bench/transfer_tool" 2>/dev/null || true)
+flushes=$(realpath "$BENCH_BUILD/bench/flush_alternatives" 2>/dev/null || true)
 
 for needed in rsync /usr/bin/time cp sync; do
     command -v "$needed" >/dev/null || { echo "copy.sh: $needed is missing (packages rsync, time)"; exit 1; }
 done
-[ -x "$tool" ] || { echo "copy.sh: $BENCH_BUILD/bench/transfer_tool is not built (cmake -DQUILLORN_BENCH=ON)"; exit 1; }
+[ -x "$tool" ] && [ -x "$flushes" ] ||
+    { echo "copy.sh: build the bench targets first (cmake -DQUILLORN_BENCH=ON)"; exit 1; }
 
 work=$(mktemp -d "$BENCH_DIR/quillorn-bench.XXXXXX")
-trap 'rm -rf "$work"' EXIT
+mounts=()
+cleanup() {
+    for m in "${mounts[@]}"; do umount "$m" 2>/dev/null || umount -l "$m" 2>/dev/null || true; done
+    rm -rf "$work"
+}
+trap cleanup EXIT
 free_mib=$(df -Pm "$work" | awk 'NR == 2 { print $4 }')
-if [ "$free_mib" -lt $((BIG_MIB * 2 + 1024)) ]; then
-    echo "copy.sh: need $((BIG_MIB * 2 + 1024)) MiB free in $BENCH_DIR, have $free_mib"; exit 1
+if [ "$free_mib" -lt $((BIG_MIB * 3 + 2048)) ]; then
+    echo "copy.sh: need $((BIG_MIB * 3 + 2048)) MiB free in $BENCH_DIR, have $free_mib"; exit 1
 fi
-# The engine logs every item; keep that away from the user's own log.
-export XDG_DATA_HOME="$work/data"
-mkdir -p "$work/src" "$work/dst" "$XDG_DATA_HOME"
+# The engine logs every item and journals its staging items; keep that away from the user's own.
+export XDG_DATA_HOME="$work/data" XDG_STATE_HOME="$work/state"
+mkdir -p "$work/src" "$XDG_DATA_HOME"
 
 echo "Preparing data in $work ..."
 head -c "$((BIG_MIB * 1024 * 1024))" /dev/urandom > "$work/src/big.bin"
@@ -54,70 +65,105 @@ seconds() {
 }
 
 median() { printf '%s\n' "$@" | sort -n | awk '{ a[NR] = $1 } END { print a[int((NR + 1) / 2)] }'; }
+lowest() { printf '%s\n' "$@" | sort -n | head -1; }
+ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
 
-# once NAME ITEM COMMAND...: one timed run, its copy checked on the first run
-# and then removed. Runs of the tools alternate, so a burst of other disk
-# traffic on a shared machine does not land on one tool only.
 declare -A runs rss
+# once NAME DST ITEM COMMAND...: one timed run into DST, its copy checked on the
+# first run and then removed.
 once() {
-    local name=$1 item=$2; shift 2
-    local time
+    local name=$1 dst=$2 item=$3; shift 3
+    local time kib
     time=$(seconds "$@")
     if [ -z "${runs[$name]:-}" ]; then
-        if [ -d "$work/src/$item" ]; then diff -r "$work/src/$item" "$work/dst/$item" >/dev/null
-        else cmp "$work/src/$item" "$work/dst/$item"; fi || { echo "copy.sh: $name made a wrong copy"; exit 1; }
+        if [ -d "$work/src/$item" ]; then diff -r "$work/src/$item" "$dst/$item" >/dev/null
+        else cmp "$work/src/$item" "$dst/$item"; fi || { echo "copy.sh: $name made a wrong copy"; exit 1; }
     fi
     runs[$name]="${runs[$name]:-} $time"
-    local kib
     kib=$(cat "$work/rss")
     [ "$kib" -gt "${rss[$name]:-0}" ] && rss[$name]=$kib
-    rm -rf "${work:?}/dst/$item"
+    rm -rf "${dst:?}/$item"
 }
 
-declare -A result best
-summarise() {
-    local name
-    for name in "$@"; do
-        # shellcheck disable=SC2086
-        result[$name]=$(median ${runs[$name]})
-        # shellcheck disable=SC2086
-        best[$name]=$(printf '%s\n' ${runs[$name]} | sort -n | head -1)
-        echo "  $name:${runs[$name]} s"
-    done
-}
-
-echo "One ${BIG_MIB} MiB file, $REPEAT runs each:"
-for ((i = 0; i < REPEAT; i++)); do
-    once big-quillorn big.bin "$tool" "$work/dst" "$work/src/big.bin"
-    once big-cp big.bin sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/big.bin" "$work/dst/big.bin"
-done
-summarise big-quillorn big-cp
-
-echo "20,000 files of 4 KiB in 200 folders, $REPEAT runs each:"
-for ((i = 0; i < REPEAT; i++)); do
-    once tree-quillorn tree "$tool" "$work/dst" "$work/src/tree"
-    once tree-rsync tree rsync -a --fsync "$work/src/tree" "$work/dst/"
-    once tree-cp tree sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/tree" "$work/dst/tree"
-done
-summarise tree-quillorn tree-rsync tree-cp
-
-ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
-mib_s() { awk -v a="$BIG_MIB" -v b="$1" 'BEGIN { printf "%.0f", a / b }'; }
-echo
-# Speed relative to a tool: its time over quillorn's (above 1 means quillorn is faster).
-row() { # LABEL TOOL [QUILLORN TARGET]
-    local speed="-"
+# row LABEL NAME [REFERENCE TARGET]: median and best of NAME; with a reference,
+# the reference's time over NAME's (above 1 means quillorn is faster).
+row() {
+    # shellcheck disable=SC2086
+    local med best speed="-"
+    med=$(median ${runs[$2]}); best=$(lowest ${runs[$2]})
     if [ -n "${3:-}" ]; then
-        speed="$(ratio "${result[$2]}" "${result[$3]}")x / $(ratio "${best[$2]}" "${best[$3]}")x $4"
+        # shellcheck disable=SC2086
+        speed="$(ratio "$med" "$(median ${runs[$3]})")x / $(ratio "$best" "$(lowest ${runs[$3]})")x $4"
     fi
-    printf '%-30s %8s %8s %s\n' "$1" "${result[$2]}" "${best[$2]}" "$speed"
+    printf '  %-28s %8s %8s  %s\n' "$1" "$med" "$best" "$speed"
 }
-printf '%-30s %8s %8s %s\n' "case" "median s" "best s" "quillorn speed vs it (median / best)"
-row "big file: quillorn" big-quillorn
-row "big file: cp -a && sync" big-cp big-quillorn "(target >= 0.90)"
-echo "  throughput: quillorn $(mib_s "${result[big-quillorn]}") MiB/s, cp -a && sync $(mib_s "${result[big-cp]}") MiB/s"
-row "20k files: quillorn" tree-quillorn
-row "20k files: rsync -a --fsync" tree-rsync tree-quillorn "(target >= 1.00)"
-row "20k files: cp -a && sync" tree-cp tree-quillorn "(aim 1.00)"
+
+# suite LABEL DST: the big file and the tree, every tool REPEAT times, alternating.
+suite() {
+    local label=$1 dst=$2 i
+    mkdir -p "$dst"
+    echo
+    echo "== $label: $REPEAT runs of each tool, alternating"
+    for ((i = 0; i < REPEAT; i++)); do
+        once "$label big-q" "$dst" big.bin "$tool" "$dst" "$work/src/big.bin"
+        once "$label big-cp" "$dst" big.bin sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/big.bin" "$dst/big.bin"
+    done
+    for ((i = 0; i < REPEAT; i++)); do
+        once "$label tree-q" "$dst" tree "$tool" "$dst" "$work/src/tree"
+        once "$label tree-rsync" "$dst" tree rsync -a --fsync "$work/src/tree" "$dst/"
+        once "$label tree-cp" "$dst" tree sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/tree" "$dst/tree"
+    done
+    printf '  %-28s %8s %8s  %s\n' "case" "median s" "best s" "quillorn speed vs it (median / best)"
+    row "${BIG_MIB} MiB: quillorn" "$label big-q"
+    row "${BIG_MIB} MiB: cp -a && sync" "$label big-cp" "$label big-q" "(target >= 0.90)"
+    row "20k files: quillorn" "$label tree-q"
+    row "20k files: rsync -a --fsync" "$label tree-rsync" "$label tree-q" "(target >= 1.00)"
+    row "20k files: cp -a && sync" "$label tree-cp" "$label tree-q" "(target >= 0.77, within 1.3x)"
+    echo "  quillorn peak RSS: ${BIG_MIB} MiB file $((rss[$label big-q] / 1024)) MiB, 20k files $((rss[$label tree-q] / 1024)) MiB"
+}
+
+suite "temp folder's disk" "$work/dst"
+
+loop=""
+if [ "$(id -u)" -eq 0 ] && command -v mkfs.ext4 >/dev/null; then
+    truncate -s $((BIG_MIB * 2 + 1536))M "$work/ext4.img"
+    mkfs.ext4 -q -F "$work/ext4.img"
+    mkdir "$work/ext4"
+    if mount -o loop "$work/ext4.img" "$work/ext4"; then
+        mounts+=("$work/ext4")
+        loop="$work/ext4"
+        suite "fresh ext4 loop volume" "$loop/dst"
+    else
+        echo; echo "== fresh ext4 loop volume: skipped, this machine refuses the loop mount"
+    fi
+else
+    echo; echo "== fresh ext4 loop volume: skipped, needs root and mkfs.ext4"
+fi
+
+if [ "$(id -u)" -eq 0 ] && command -v bindfs >/dev/null; then
+    mkdir -p "$work/fusebacking" "$work/fuse" "$work/plain"
+    bindfs "$work/fusebacking" "$work/fuse"
+    mounts+=("$work/fuse")
+    echo
+    echo "== FUSE volume (bindfs over the temp disk): every file flushed on its own, $REPEAT runs"
+    for ((i = 0; i < REPEAT; i++)); do
+        once "fuse tree-q" "$work/fuse" tree "$tool" "$work/fuse" "$work/src/tree"
+        once "plain tree-q" "$work/plain" tree "$tool" "$work/plain" "$work/src/tree"
+        once "fuse tree-cp" "$work/fuse" tree sh -c 'cp -a "$1" "$2" && sync' sh "$work/src/tree" "$work/fuse/tree"
+    done
+    printf '  %-28s %8s %8s  %s\n' "case" "median s" "best s" "quillorn speed vs it (median / best)"
+    row "20k files onto FUSE" "fuse tree-q"
+    row "20k files, same disk direct" "plain tree-q" "fuse tree-q" "(the cost of FUSE and per-file flushes)"
+    row "cp -a && sync onto FUSE" "fuse tree-cp" "fuse tree-q" "(not durable: sync never reaches the daemon)"
+else
+    echo; echo "== FUSE volume: skipped, needs root and bindfs"
+fi
+
 echo
-echo "quillorn peak RSS: big file $((rss[big-quillorn] / 1024)) MiB, 20k files $((rss[tree-quillorn] / 1024)) MiB"
+echo "== Making 20,000 new files durable, temp folder's disk"
+"$flushes" "$work" "$REPEAT"
+if [ -n "$loop" ]; then
+    echo
+    echo "== Making 20,000 new files durable, fresh ext4 loop volume"
+    "$flushes" "$loop" "$REPEAT"
+fi
