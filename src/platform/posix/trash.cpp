@@ -4,6 +4,7 @@
 #include "platform/posix/detail/trashinfo.h"
 #include "platform/posix/filedescriptor.h"
 #include "platform/posix/posixerror.h"
+#include "platform/posix/renaming.h"
 #include "platform/posix/volume.h"
 
 #include <cerrno>
@@ -169,21 +170,14 @@ std::filesystem::path moveIntoTrash(TrashFolder &trash, int parent, const std::s
             throwPosixError(trash.path / "info" / infoName, error);
         }
         info = FileDescriptor();
-        int moved = ::renameat2(parent, name.c_str(), trash.files.get(), entry.c_str(), RENAME_NOREPLACE);
-        if (moved != 0 && errno == EINVAL) {
-            // File systems without RENAME_NOREPLACE (some FUSE ones): look first.
-            struct stat existing {};
-            if (::fstatat(trash.files.get(), entry.c_str(), &existing, AT_SYMLINK_NOFOLLOW) == 0)
-                errno = EEXIST;
-            else
-                moved = ::renameat(parent, name.c_str(), trash.files.get(), entry.c_str());
-        }
-        if (moved == 0)
+        try {
+            renameWithoutReplacing(parent, name, trash.files.get(), entry, original);
             return trash.path / "files" / entry;
-        const int error = errno;
-        dropInfo();
-        if (error != EEXIST) // an orphan in files/ without its info: take the next name
-            throwPosixError(original, error);
+        } catch (const PosixError &error) {
+            dropInfo();
+            if (error.code().value() != EEXIST) // an orphan in files/ without its info: take the next name
+                throw;
+        }
     }
 }
 
