@@ -59,6 +59,8 @@ QString themeStyleSheet(CommanderTheme theme)
                "QToolTip { background: %8; color: %2; border: 1px solid %4; padding: 3px; }"
                "QComboBox QAbstractItemView { background: %8; color: %2; selection-background-color: %6;"
                " border: 1px solid %4; }"
+               "QScrollArea { background: transparent; border: none; }"
+               "QScrollArea > QWidget > QWidget { background: transparent; }"
                "QScrollBar:vertical { background: transparent; width: 10px; margin: 0; }"
                "QScrollBar:horizontal { background: transparent; height: 10px; margin: 0; }"
                "QScrollBar::handle { background: %4; border-radius: 3px; margin: 2px; }"

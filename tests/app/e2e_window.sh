@@ -2,7 +2,9 @@
 # Drives the real quillorn binary under Xvfb with real key events (xdotool):
 # copy (F5, Return), rename (F2), new folder (F7), trash (F8, Return on
 # "Continue"), a move refused by the Stop policy (F6 onto an existing name),
-# and quit (F10). Checks the files on disk and the diagnostics log lines.
+# Return in the transfer sheet after its policy picker had the focus, Return in
+# the filter field, the tab buttons after Ctrl+T and Backspace, and quit (F10).
+# Checks the files on disk and the diagnostics log lines.
 # Usage: e2e_window.sh <path to quillorn>
 set -u
 binary=${1:?usage: e2e_window.sh <quillorn binary>}
@@ -82,6 +84,34 @@ sleep 0.5; cursor_to_row 1; open_dialog F6; keys Return
 check "F6 onto an existing name failed" wait_for 100 log_has "QUEUE FAILED title=Move 1 → Right"
 check "the refused move left the source" grep -q 'from the left' "$left/beta.txt"
 check "the refused move left the existing item" grep -q 'already here' "$right/beta.txt"
+# Rows now: New Folder, beta.txt, renamed.txt. Window coordinates below are
+# those of the default 1180 × 740 window at the screen's corner.
+shot() { [ -n "${E2E_SHOTS:-}" ] && import -window root "$E2E_SHOTS/$1.png"; return 0; }
+queue_lines() { awk -v line="$1" 'index($0, line) { n++ } END { print n + 0 }' "$log" 2>/dev/null; }
+# 7. Return in the transfer sheet after the policy picker had the focus: F5 on
+# beta.txt, Tab to the picker, Down twice to "Keep both", Return adds the job.
+sleep 0.5; cursor_to_row 1; open_dialog F5; keys Tab Down Down; shot 7-picker; keys Return
+check "Return after the picker queued a keep-both copy" wait_for 100 test "$(ls "$right" | grep -c '^beta')" -eq 2
+check "the picker left the existing beta.txt alone" grep -q 'already here' "$right/beta.txt"
+# 8. Return in the filter field with the cursor on a folder: it only leaves the
+# field. F7 then tries to make "New Folder" where the pane still is, which fails
+# as the name exists; had Return entered the folder, it would succeed inside it.
+sleep 0.5; cursor_to_row 0; failed=$(queue_lines "QUEUE FAILED title=File operation")
+xdotool mousemove --window "$window" 250 174 click 1; sleep 0.3
+xdotool type --delay 40 "New"; keys Return; shot 8-filter; open_dialog F7; keys Return
+check "F7 after Return in the filter ran in the same folder" \
+    wait_for 100 test "$(queue_lines "QUEUE FAILED title=File operation")" -gt "$failed"
+check "Return in the filter field did not enter the folder" test ! -e "$left/New Folder/New Folder"
+# 9. Tab buttons after Ctrl+T and Backspace: the second tab goes to the parent
+# folder, a click on the first tab's button brings Left back, and F7 there fails
+# again on the existing name instead of making one in the parent.
+sleep 0.5; refocus; failed=$(queue_lines "QUEUE FAILED title=File operation")
+keys ctrl+t BackSpace; sleep 0.5; shot 9-tabs
+xdotool mousemove --window "$window" 40 80 click 1; sleep 0.5; shot 9-first-tab
+open_dialog F7; keys Return
+check "the first tab's button was on screen and brought Left back" \
+    wait_for 100 test "$(queue_lines "QUEUE FAILED title=File operation")" -gt "$failed"
+check "no folder was made in the parent" test ! -e "$work/New Folder"
 # 6. Quit with F10: the queue is idle, so the application ends at once, with status 0.
 sleep 0.5; refocus; keys F10
 if check "F10 quit" wait_for 100 bash -c "! kill -0 $app_pid 2>/dev/null"; then

@@ -251,6 +251,7 @@ private Q_SLOTS:
         const QString folder = qEnvironmentVariable("QUILLORN_SCREENSHOT_DIR");
         for (CommanderTheme theme : allCommanderThemes) {
             m_f.view->applyTheme(theme);
+            QTest::qWait(20); // the restyled layout settles, as on screen
             const QImage image = m_f.view->grab().toImage();
             const auto colourAt = [&](QWidget *widget) {
                 return image.pixelColor(widget->mapTo(m_f.view.get(), QPoint(4, 2)));
