@@ -107,6 +107,10 @@ void ToolHost::close()
     dialog->disconnect(this);
     dialog->close();
     dialog->deleteLater();
+    // Closed by the model (a search hit's folder shown, the request dropped):
+    // the keyboard goes back to the window as when the sheet closes itself.
+    if (m_window)
+        m_window->activateWindow();
 }
 
 void ToolHost::present(const ToolSheet &tool)

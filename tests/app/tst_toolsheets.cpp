@@ -78,6 +78,22 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
     }
 
+    // Regression: a sheet closed by the model (here by "Show folder") left no
+    // window with the keyboard, so the next key went nowhere.
+    void keysReachTheWindowAfterShowFolder()
+    {
+        auto *sheet = open<SearchSheet>(Qt::Key_F);
+        sheet->findChild<QLineEdit *>("queryField")->setText("alpha");
+        sheet->search();
+        QTRY_COMPARE(sheet->report().items.size(), std::size_t(1));
+        sheet->showFolder(0);
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+        QTRY_COMPARE(QApplication::activeWindow(), m_f.view.get());
+        m_f.left().setCursor(*m_f.tree / "Left/c.txt");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_I, Qt::ControlModifier);
+        QVERIFY(current<InfoSheet>());
+    }
+
     void everyWayOfClosingASearchCancelsIt()
     {
         for (int route = 0; route < 3; ++route) {
