@@ -112,13 +112,14 @@ TEST(MountPoints, replacingAMountedShareLeavesItsFilesAndNothingHalfDone)
     tree.file("backing/keep.txt", "on the share");
     tree.file("src/share/new.txt", "new");
     const fs::path where = tree.folder("dst/share");
-    MOUNT_OR_SKIP(share, ScopedMount::byCommand("bindfs -o subtype=sshfs " + shellQuote(backing) + " " +
-                                                    shellQuote(where),
-                                                where));
+    MOUNT_OR_SKIP(share,
+                  ScopedMount::byCommand(
+                      "bindfs -o subtype=sshfs " + shellQuote(backing) + " " + shellQuote(where), where));
     for (const bool move : {false, true})
-        EXPECT_THAT(failure([&] { transfer({tree / "src/share"}, tree / "dst", move, replace); }),
-                    StartsWith("Removing the existing destination \u2018share\u2019 failed: \u2018share\u2019 is "
-                               "the mount point of another volume."));
+        EXPECT_THAT(
+            failure([&] { transfer({tree / "src/share"}, tree / "dst", move, replace); }),
+            StartsWith("Removing the existing destination \u2018share\u2019 failed: \u2018share\u2019 is "
+                       "the mount point of another volume."));
     EXPECT_THAT(contents(where), ElementsAre(Pair("keep.txt", "on the share")));
     EXPECT_THAT(contents(tree / "dst"), ElementsAre(Key("share")));
     EXPECT_THAT(contents(tree / "src/share"), ElementsAre(Pair("new.txt", "new")));
@@ -258,6 +259,31 @@ TEST(Fidelity, sparseFilesKeepTheirHolesAndHardLinksStayLinkedWithinTheTransfer)
     EXPECT_FALSE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/box/c.txt"));
     EXPECT_FALSE(fs::equivalent(first, tree / "dst/box/a.txt"));
     EXPECT_EQ(control.progress().completed, control.progress().expected);
+}
+
+TEST(Fidelity, onAVolumeThatRefusesModesTheCopyIsNeverMoreOpenThanItsSource)
+{
+    TestTree tree;
+    const fs::path backing = tree.folder("backing"), where = tree.folder("strict");
+    MOUNT_OR_SKIP(volume, ScopedMount::byCommand(
+                              "bindfs --chmod-deny " + shellQuote(backing) + " " + shellQuote(where), where));
+    const std::vector<std::pair<std::string, fs::perms>> sources = {{"read-only.txt", fs::perms(0400)},
+                                                                    {"private.txt", fs::perms(0600)},
+                                                                    {"shared.txt", fs::perms(0644)}};
+    std::vector<fs::path> paths;
+    for (const auto &[name, mode] : sources) {
+        paths.push_back(tree.file(fs::path("src") / name, name));
+        fs::permissions(paths.back(), mode);
+    }
+    const auto logged = logMark();
+    transfer(paths, where);
+    for (const auto &[name, mode] : sources) {
+        const fs::perms copied = fs::symlink_status(backing / name).permissions();
+        EXPECT_EQ(copied & ~mode, fs::perms::none) << name << " is more open than its source";
+        EXPECT_EQ(copied, mode & fs::perms::owner_all) << name;
+    }
+    EXPECT_THAT(logged(), Contains(StartsWith("METADATA WARNING attribute=permissions destination=" +
+                                              (where / "shared.txt").string())));
 }
 
 TEST(ErrorTexts, failuresNameTheItemWhereTheUserWillLookAndTheSystemsReason)

@@ -64,12 +64,12 @@ bool mayHaveHoles(const struct stat &info)
 }
 
 // Nobody but the owner may look while the data is written, and the owner gets
-// read access only when the source gives it: should the volume then refuse the
-// source's mode, the copy is still no more open than the source. Write access
-// stays until the mode is applied; extended attributes need it.
+// no more than the source gives: should the volume then refuse the source's
+// mode, the copy is still no more open than the source. (The descriptor is
+// writable whatever the mode it created the file with.)
 mode_t creationMode(const struct stat &source)
 {
-    return 0600 & (source.st_mode | 0200);
+    return source.st_mode & 0600;
 }
 
 void seekTo(int descriptor, off_t offset, const fs::path &item)
@@ -151,7 +151,7 @@ public:
         Folder &target = m_owned.back();
         // A folder's metadata follows its contents, so writing them does not
         // disturb the copied dates, and a read-only mode comes last.
-        m_copy.copyMetadata(folder.fd.get(), ".", target, ".", folder.shown, entry.info);
+        m_copy.copyMetadata(folder.fd.get(), ".", target, ".", folder.shown, target.shown, entry.info);
         if (m_copy.m_flushEachFile)
             m_copy.m_manager.flush(target.fd.get(), target.shown);
         else if (m_owned.size() == 1)
@@ -237,7 +237,7 @@ void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &
         m_manager.flush(output.get(), shown);
     if (sourceChanged(entry.info, entryAttributes(folder, entry.name)))
         throw CommanderError(changedMessage(entry.name));
-    copyMetadata(folder.fd.get(), entry.name, target, name, source, entry.info);
+    copyMetadata(folder.fd.get(), entry.name, target, name, source, shown, entry.info);
     if (entry.info.st_nlink > 1)
         m_links.remember(entry.info, m_top, below);
 }
@@ -306,9 +306,8 @@ bool TreeCopy::linkToFirstCopy(const Entry &entry, const Folder &target, const s
 
 void TreeCopy::copyMetadata(int sourceFolder, const std::string &sourceName, const Folder &target,
                             const std::string &targetName, const fs::path &sourcePath,
-                            const struct stat &before)
+                            const fs::path &targetPath, const struct stat &before)
 {
-    const fs::path targetPath = targetName == "." ? target.shown : target / targetName;
     AppDiagnostics &log = AppDiagnostics::shared();
     for (const MetadataProblem &problem :
          quillorn::copyMetadata(sourceFolder, sourceName, target.fd.get(), targetName, before)) {

@@ -50,9 +50,10 @@ private:
     void copyData(int input, int output, const struct stat &opened, const std::filesystem::path &source,
                   const std::filesystem::path &target);
     bool linkToFirstCopy(const Entry &entry, const Folder &target, const std::string &name);
+    // Logs what cannot be carried, naming the items as the user will know them.
     void copyMetadata(int sourceFolder, const std::string &sourceName, const Folder &target,
                       const std::string &targetName, const std::filesystem::path &sourcePath,
-                      const struct stat &before);
+                      const std::filesystem::path &targetPath, const struct stat &before);
 
     const FileOperations::FileManager &m_manager;
     OperationControl &m_control;

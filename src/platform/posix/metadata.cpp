@@ -162,6 +162,13 @@ std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &s
     // mode step then restores.
     std::optional<std::error_code> copyfile;
     copyOwner(target, before, copyfile);
+    // Extended attributes need the owner's write permission, which a copy of a
+    // read-only file was not created with; the mode step takes it away again.
+    struct stat now {};
+    if (!S_ISLNK(before.st_mode) &&
+        ::fstatat(targetFolder, targetName.c_str(), &now, AT_SYMLINK_NOFOLLOW) == 0 &&
+        !(now.st_mode & S_IWUSR))
+        ::fchmodat(targetFolder, targetName.c_str(), (now.st_mode & 07777) | S_IWUSR, 0);
     copyAttributes(source, target, copyfile);
     if (copyfile)
         problems.push_back({"copyfile", *copyfile});
