@@ -4,10 +4,10 @@
 #include "operations/detail/logtext.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/privatefolder.h"
+#include "platform/posix/userfolders.h"
 
 #include <cxxabi.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -23,17 +23,6 @@ namespace fs = std::filesystem;
 namespace quillorn {
 
 namespace {
-
-fs::path applicationSupportFolder()
-{
-    if (const char *data = std::getenv("XDG_DATA_HOME"); data && *data == '/')
-        return data;
-    if (const char *home = std::getenv("HOME"); home && *home)
-        return fs::path(home) / ".local/share";
-    if (const passwd *user = ::getpwuid(::getuid()); user && user->pw_dir)
-        return fs::path(user->pw_dir) / ".local/share";
-    return "/tmp";
-}
 
 std::string timestamp()
 {
@@ -63,8 +52,7 @@ std::string typeName(const std::exception &error)
 AppDiagnostics &AppDiagnostics::shared()
 {
     // Never destroyed: a worker thread may still log while the process exits.
-    static AppDiagnostics *const instance =
-        new AppDiagnostics(applicationSupportFolder() / "Quillorn" / "Logs");
+    static AppDiagnostics *const instance = new AppDiagnostics(dataHome() / "Quillorn" / "Logs");
     return *instance;
 }
 

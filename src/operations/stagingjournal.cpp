@@ -5,10 +5,10 @@
 #include "platform/posix/posixerror.h"
 #include "platform/posix/privatefolder.h"
 #include "platform/posix/removal.h"
+#include "platform/posix/userfolders.h"
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <pwd.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,17 +28,6 @@ namespace {
 
 constexpr std::string_view kPrefix = "staging-";
 constexpr std::size_t kRewriteAbove = 64 * 1024;
-
-fs::path stateFolder()
-{
-    if (const char *state = std::getenv("XDG_STATE_HOME"); state && *state == '/')
-        return state;
-    if (const char *home = std::getenv("HOME"); home && *home)
-        return fs::path(home) / ".local/state";
-    if (const passwd *user = ::getpwuid(::getuid()); user && user->pw_dir)
-        return fs::path(user->pw_dir) / ".local/state";
-    return "/tmp";
-}
 
 std::string newIdentifier()
 {
@@ -227,7 +216,7 @@ std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
 StagingJournal &StagingJournal::shared()
 {
     // Never destroyed: a transfer on a worker thread may still record while the process exits.
-    static StagingJournal *const instance = new StagingJournal(stateFolder() / "Quillorn");
+    static StagingJournal *const instance = new StagingJournal(stateHome() / "Quillorn");
     return *instance;
 }
 

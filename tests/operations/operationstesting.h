@@ -13,6 +13,7 @@
 
 #include <fstream>
 #include <map>
+#include <optional>
 
 namespace fs = std::filesystem;
 
@@ -87,6 +88,17 @@ inline std::vector<fs::path> transfer(const std::vector<fs::path> &sources, cons
 }
 
 } // namespace quillorn::test
+
+// Mounts a file system for the rest of the test, or skips the test saying why not.
+#define MOUNT_OR_SKIP(name, ...)                                                                             \
+    if (!runningAsRoot())                                                                                    \
+        GTEST_SKIP() << "needs root to mount a file system";                                                 \
+    std::optional<ScopedMount> name;                                                                         \
+    try {                                                                                                    \
+        name.emplace(__VA_ARGS__);                                                                           \
+    } catch (const std::exception &error) {                                                                  \
+        GTEST_SKIP() << "this machine refuses the mount: " << error.what();                                  \
+    }
 
 using namespace quillorn;
 using namespace quillorn::test;

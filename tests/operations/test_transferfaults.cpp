@@ -6,17 +6,6 @@
 
 namespace {
 
-// Mounts a file system for the rest of the test, or skips the test saying why not.
-#define MOUNT_OR_SKIP(name, ...)                                                                             \
-    if (!runningAsRoot())                                                                                    \
-        GTEST_SKIP() << "needs root to mount a file system";                                                 \
-    std::optional<ScopedMount> name;                                                                         \
-    try {                                                                                                    \
-        name.emplace(__VA_ARGS__);                                                                           \
-    } catch (const std::exception &error) {                                                                  \
-        GTEST_SKIP() << "this machine refuses the mount: " << error.what();                                  \
-    }
-
 const auto trashCount = [] { return contents(dataHome / "Trash/files").size(); };
 
 TEST(CrossVolume, moveCopiesTrashesTheSourceAndWarnsOfAttributesTheVolumeLacks)

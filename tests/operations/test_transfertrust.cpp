@@ -18,16 +18,6 @@
 
 namespace {
 
-#define MOUNT_OR_SKIP(name, ...)                                                                             \
-    if (!runningAsRoot())                                                                                    \
-        GTEST_SKIP() << "needs root to mount a file system";                                                 \
-    std::optional<ScopedMount> name;                                                                         \
-    try {                                                                                                    \
-        name.emplace(__VA_ARGS__);                                                                           \
-    } catch (const std::exception &error) {                                                                  \
-        GTEST_SKIP() << "this machine refuses the mount: " << error.what();                                  \
-    }
-
 const std::string sameItem = "Source and destination are the same item.";
 
 // Exit status and standard error of the transfer driver run behind prefix (strace, setpriv, prlimit).

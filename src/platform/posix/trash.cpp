@@ -5,6 +5,7 @@
 #include "platform/posix/filedescriptor.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/renaming.h"
+#include "platform/posix/userfolders.h"
 #include "platform/posix/volume.h"
 
 #include <cerrno>
@@ -63,11 +64,7 @@ std::optional<TrashFolder> completeTrash(FileDescriptor folder, std::filesystem:
 
 std::filesystem::path homeTrashPath()
 {
-    const char *data = std::getenv("XDG_DATA_HOME");
-    if (data && data[0] == '/')
-        return std::filesystem::path(data) / "Trash";
-    const char *home = std::getenv("HOME");
-    return std::filesystem::path(home && home[0] ? home : "/") / ".local/share/Trash";
+    return dataHome() / "Trash";
 }
 
 // The device the home trash is (or would be created) on.
