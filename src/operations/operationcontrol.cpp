@@ -8,14 +8,40 @@ namespace quillorn {
 
 void OperationControl::cancel()
 {
-    std::lock_guard guard(m_lock);
-    m_stopped = true;
+    {
+        std::lock_guard guard(m_lock);
+        m_stopped = true;
+    }
+    m_unpaused.notify_all();
 }
 
 void OperationControl::check() const
 {
-    if (isCancelled())
+    std::unique_lock guard(m_lock);
+    m_unpaused.wait(guard, [this] { return !m_paused || m_stopped; });
+    if (m_stopped)
         throw CancellationError();
+}
+
+void OperationControl::pause()
+{
+    std::lock_guard guard(m_lock);
+    m_paused = true;
+}
+
+void OperationControl::resume()
+{
+    {
+        std::lock_guard guard(m_lock);
+        m_paused = false;
+    }
+    m_unpaused.notify_all();
+}
+
+bool OperationControl::isPaused() const
+{
+    std::lock_guard guard(m_lock);
+    return m_paused;
 }
 
 bool OperationControl::isCancelled() const

@@ -3,6 +3,9 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <chrono>
+#include <thread>
+
 namespace {
 
 // The default services, with afterChunk() run after the first chunk copied and
@@ -168,6 +171,53 @@ TEST(TransferMove, replacingASourceFolderThatChangesWhileCopiedPreservesBothSide
                 "Quillorn.CommanderError 1"));
     EXPECT_THAT(contents(tree / "src/box"), ElementsAre(Key("big.bin"), Key("late.txt")));
     EXPECT_THAT(contents(tree / "dst/box"), ElementsAre(Pair("old.txt", "old")));
+}
+
+} // namespace
+
+namespace {
+
+TEST(TransferPause, holdsItsStagingItemStillThenFinishesOrCancelsCleanly)
+{
+    for (const bool resume : {true, false}) {
+        TestTree tree;
+        const fs::path source = tree.file("src/big.bin", pattern(8 * 1024 * 1024 + 3)),
+                       dst = tree.folder("dst");
+        OperationControl control;
+        const FileOperations operations = hooked([&] { control.pause(); });
+        std::exception_ptr failure;
+        std::thread worker([&] {
+            try {
+                operations.transfer({source}, dst, false, stop, control, false);
+            } catch (...) {
+                failure = std::current_exception();
+            }
+        });
+        // Paused after the first chunk: the staging file keeps its size.
+        while (control.progress().completed < static_cast<std::int64_t>(FileOperations::chunkSize))
+            std::this_thread::yield();
+        const auto stagingSize = [&] {
+            const auto left = contents(dst);
+            return left.size() == 1 ? left.begin()->second.size() : std::size_t(0);
+        };
+        const std::size_t held = stagingSize();
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        EXPECT_EQ(stagingSize(), held);
+        EXPECT_EQ(held, FileOperations::chunkSize);
+        EXPECT_TRUE(control.isPaused());
+        if (resume)
+            control.resume();
+        else
+            control.cancel();
+        worker.join();
+        if (resume) {
+            EXPECT_FALSE(failure);
+            EXPECT_THAT(contents(dst), ElementsAre(Pair("big.bin", pattern(8 * 1024 * 1024 + 3))));
+        } else {
+            EXPECT_THROW(std::rethrow_exception(failure), CancellationError);
+            EXPECT_TRUE(fs::is_empty(dst));
+        }
+    }
 }
 
 } // namespace
