@@ -382,6 +382,7 @@ bool FileOperations::renameOnVolume(Run &run, const detail::Item &item, const st
     }
     run.control.add(bytes);
     flushFolder(run.destination);
+    run.control.published(source, target);
     AppDiagnostics::shared().record("TRANSFER ITEM COMPLETE phase=rename target=" + target.string());
     return true;
 }
@@ -430,6 +431,7 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
         journal.remove(staging);
         run.links.renameTop(stagingName, targetName);
         flushFolder(run.destination);
+        control.published(source, target);
         if (run.move) {
             step("Removing the copied source " + quoted(name));
             discard(source, run.permanentlyRemoveRemoteItems);

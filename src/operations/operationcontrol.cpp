@@ -38,6 +38,24 @@ void OperationControl::resume()
     m_unpaused.notify_all();
 }
 
+void OperationControl::onPublished(PublishedListener listener)
+{
+    std::lock_guard guard(m_lock);
+    m_published = std::move(listener);
+}
+
+void OperationControl::published(const std::filesystem::path &source,
+                                 const std::filesystem::path &target) const
+{
+    PublishedListener listener;
+    {
+        std::lock_guard guard(m_lock);
+        listener = m_published;
+    }
+    if (listener)
+        listener(source, target);
+}
+
 bool OperationControl::isPaused() const
 {
     std::lock_guard guard(m_lock);

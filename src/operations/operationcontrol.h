@@ -2,6 +2,8 @@
 
 #include <condition_variable>
 #include <cstdint>
+#include <filesystem>
+#include <functional>
 #include <mutex>
 #include <string>
 
@@ -29,6 +31,14 @@ public:
     void pause();
     void resume();
     bool isPaused() const;
+
+    // Told on the worker's thread, right after each item was published under its
+    // final name (before a moved source is removed), so a record of the work can
+    // be brought up to date before anything else happens. Set before the work starts.
+    using PublishedListener =
+        std::function<void(const std::filesystem::path &source, const std::filesystem::path &target)>;
+    void onPublished(PublishedListener listener);
+    void published(const std::filesystem::path &source, const std::filesystem::path &target) const;
     void add(std::int64_t bytes);
     void total(std::int64_t bytes);
     void detail(std::string text);
@@ -42,6 +52,7 @@ private:
     std::int64_t m_completed = 0;
     std::int64_t m_expected = 0;
     std::string m_currentDetail = "Preparing";
+    PublishedListener m_published;
 };
 
 } // namespace quillorn

@@ -221,3 +221,27 @@ TEST(TransferPause, holdsItsStagingItemStillThenFinishesOrCancelsCleanly)
 }
 
 } // namespace
+
+namespace {
+
+TEST(TransferRecord, eachPublishedItemIsToldWhileItsMovedSourceIsStillThere)
+{
+    TestTree tree;
+    MOUNT_OR_SKIP(volume, "tmpfs", tree.folder("volume"), "size=4m");
+    const fs::path copied = tree.file("src/a.txt", "a"), moved = tree.file("src/b.txt", "b");
+    std::vector<std::tuple<fs::path, fs::path, bool, bool>> told;
+    OperationControl control;
+    control.onPublished([&](const fs::path &source, const fs::path &target) {
+        told.emplace_back(source, target, fs::exists(source), fs::exists(target));
+    });
+    FileOperations().transfer({copied}, volume->path(), false, stop, control, false);
+    FileOperations().transfer({moved}, volume->path(), true, stop, control, false);
+    const fs::path sub = volume->path() / "sub";
+    fs::create_directory(sub);
+    FileOperations().transfer({volume->path() / "b.txt"}, sub, true, stop, control, false); // a rename
+    EXPECT_THAT(told, ElementsAre(std::tuple(copied, volume->path() / "a.txt", true, true),
+                                  std::tuple(moved, volume->path() / "b.txt", true, true),
+                                  std::tuple(volume->path() / "b.txt", sub / "b.txt", false, true)));
+}
+
+} // namespace
