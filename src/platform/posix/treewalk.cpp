@@ -1,5 +1,6 @@
 #include "platform/posix/treewalk.h"
 
+#include "platform/posix/filedescriptor.h"
 #include "platform/posix/posixerror.h"
 
 #include <dirent.h>
@@ -32,7 +33,7 @@ constexpr std::size_t listingBufferSize = 32 * 1024;
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 
 struct Frame {
-    int fd = -1;
+    FileDescriptor fd;
     std::vector<char> buffer;
     long filled = 0;
     long position = 0;
@@ -69,14 +70,9 @@ bool isDotOrDotDot(const char *name)
     return name[0] == '.' && (name[1] == 0 || (name[1] == '.' && name[2] == 0));
 }
 
-// Owns the open folders of the walk, closed however the walk ends.
+// The open folders of the walk (closed however it ends), with reused listing buffers.
 class Frames {
 public:
-    ~Frames()
-    {
-        for (Frame &frame : m_frames)
-            ::close(frame.fd);
-    }
     Frame &push(int fd, std::size_t pathLength)
     {
         std::vector<char> buffer;
@@ -86,12 +82,11 @@ public:
         } else {
             buffer.resize(listingBufferSize);
         }
-        m_frames.push_back(Frame{fd, std::move(buffer), 0, 0, pathLength});
+        m_frames.push_back(Frame{FileDescriptor(fd), std::move(buffer), 0, 0, pathLength});
         return m_frames.back();
     }
     void pop()
     {
-        ::close(m_frames.back().fd);
         m_spare.push_back(std::move(m_frames.back().buffer));
         m_frames.pop_back();
     }
@@ -147,7 +142,8 @@ void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
     while (!frames.empty()) {
         Frame &frame = frames.top();
         if (frame.position >= frame.filled) {
-            const long read = ::syscall(SYS_getdents64, frame.fd, frame.buffer.data(), frame.buffer.size());
+            const long read =
+                ::syscall(SYS_getdents64, frame.fd.get(), frame.buffer.data(), frame.buffer.size());
             if (read < 0) {
                 const int error = errno;
                 path.resize(frame.pathLength);
@@ -156,7 +152,7 @@ void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
                     frames.depth() == 1
                         ? std::string_view(start.name)
                         : std::string_view(path).substr(slash == std::string::npos ? 0 : slash + 1);
-                const int parentFd = frames.depth() > 1 ? frames.parent().fd : -1;
+                const int parentFd = frames.depth() > 1 ? frames.parent().fd.get() : -1;
                 const Entry folder{name, path, baseDepth + frames.depth() - 1, Kind::directory, parentFd};
                 frames.pop();
                 if (visitor.failed(folder, error) == Next::stop)
@@ -182,10 +178,10 @@ void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
             path += '/';
         path += name;
         Entry entry{std::string_view(path).substr(path.size() - std::char_traits<char>::length(name)), path,
-                    baseDepth + frames.depth(), kindOfType(record->type), frame.fd};
+                    baseDepth + frames.depth(), kindOfType(record->type), frame.fd.get()};
         if (record->type == DT_UNKNOWN) {
             struct stat status {};
-            if (::fstatat(frame.fd, name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            if (::fstatat(frame.fd.get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
                 if (visitor.failed(entry, errno) == Next::stop)
                     return;
                 continue;
@@ -197,7 +193,7 @@ void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
             return;
         if (next == Next::prune || entry.kind != Kind::directory)
             continue;
-        const int child = openFolder(frame.fd, name);
+        const int child = openFolder(frame.fd.get(), name);
         if (child < 0) {
             if (visitor.failed(entry, errno) == Next::stop)
                 return;

@@ -1,6 +1,7 @@
 #include "services/detail/pairdigest.h"
 
 #include "operations/operationcontrol.h"
+#include "platform/posix/filedescriptor.h"
 #include "platform/posix/posixerror.h"
 #include "services/directorytools.h"
 
@@ -20,20 +21,15 @@ struct DigestContextDeleter {
     void operator()(EVP_MD_CTX *context) const { EVP_MD_CTX_free(context); }
 };
 
-struct CloseOnExit {
-    int fd;
-    ~CloseOnExit() { ::close(fd); } // a close error changes nothing read
-};
-
 } // namespace
 
 Sha256 fileDigest(const std::filesystem::path &file, OperationControl &control,
                   std::vector<unsigned char> &buffer)
 {
-    const int fd = ::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK);
-    if (fd < 0)
+    const FileDescriptor handle(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+    if (!handle)
         throwPosixError(file);
-    const CloseOnExit closer{fd};
+    const int fd = handle.get(); // closed on every way out; a close error changes nothing read
     struct stat status {};
     if (::fstat(fd, &status) != 0)
         throwPosixError(file);
