@@ -1,0 +1,249 @@
+#include "platform/posix/filecontents.h"
+
+#include "platform/posix/filedescriptor.h"
+#include "platform/posix/metadata.h"
+#include "platform/posix/posixerror.h"
+#include "platform/posix/renaming.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <fcntl.h>
+#include <random>
+#include <sys/stat.h>
+#include <unistd.h>
+
+namespace quillorn {
+
+namespace {
+
+using Path = std::filesystem::path;
+
+constexpr std::size_t writeChunk = 0x100000;
+
+// O_NONBLOCK: opening a FIFO that was put in the file's place must not wait for a writer.
+constexpr int readFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+bool sameItem(const struct stat &a, const struct stat &b)
+{
+    return a.st_dev == b.st_dev && a.st_ino == b.st_ino;
+}
+
+bool untouched(const struct stat &before, const struct stat &now)
+{
+    return sameItem(before, now) && before.st_size == now.st_size &&
+           before.st_mtim.tv_sec == now.st_mtim.tv_sec && before.st_mtim.tv_nsec == now.st_mtim.tv_nsec;
+}
+
+// Up to `limit` + 1 bytes, so that a file that grew past the limit shows it.
+std::string readAll(int descriptor, std::size_t expected, std::size_t limit, const Path &shown)
+{
+    std::string bytes(std::min(expected, limit) + 1, '\0');
+    std::size_t filled = 0;
+    for (;;) {
+        if (filled == bytes.size()) {
+            if (bytes.size() > limit)
+                break;
+            bytes.resize(std::min(bytes.size() * 2, limit + 1));
+        }
+        const ssize_t count = ::read(descriptor, bytes.data() + filled, bytes.size() - filled);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throwPosixError(shown);
+        if (count == 0)
+            break;
+        filled += std::size_t(count);
+    }
+    bytes.resize(filled);
+    return bytes;
+}
+
+void writeAll(int descriptor, std::string_view bytes, off_t offset, const Path &shown)
+{
+    while (!bytes.empty()) {
+        const ssize_t count = ::pwrite(descriptor, bytes.data(), std::min(bytes.size(), writeChunk), offset);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throwPosixError(shown);
+        bytes.remove_prefix(std::size_t(count));
+        offset += count;
+    }
+}
+
+void flush(int descriptor, const Path &shown)
+{
+    if (::fsync(descriptor) != 0)
+        throwPosixError(shown);
+}
+
+std::string temporaryName(const char *prefix)
+{
+    static thread_local std::mt19937_64 random{std::random_device{}()};
+    static constexpr char digits[] = "0123456789ABCDEF";
+    std::string name = prefix;
+    for (std::uint64_t value = random(), i = 0; i < 16; ++i, value >>= 4)
+        name += digits[value & 15];
+    return name;
+}
+
+ContentsWrite writeInPlace(int folder, const std::string &name, const struct stat &before,
+                           std::string_view bytes, ContentsWrite method, const Path &shown)
+{
+    const FileDescriptor file(
+        ::openat(folder, name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file) {
+        if (errno == ELOOP)
+            return ContentsWrite::changedOnDisk;
+        throwPosixError(shown);
+    }
+    struct stat now {};
+    if (::fstat(file.get(), &now) != 0)
+        throwPosixError(shown);
+    if (!untouched(before, now))
+        return ContentsWrite::changedOnDisk;
+    // Claim the space first: when the disk is full this fails before one old byte is overwritten.
+    if (off_t(bytes.size()) > before.st_size &&
+        ::fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, off_t(bytes.size())) != 0 && errno != EOPNOTSUPP &&
+        errno != ENOSYS)
+        throwPosixError(shown);
+    writeAll(file.get(), bytes, 0, shown);
+    if (off_t(bytes.size()) < before.st_size && ::ftruncate(file.get(), off_t(bytes.size())) != 0)
+        throwPosixError(shown);
+    flush(file.get(), shown);
+    return method;
+}
+
+// The new file next to the old one, with the old one's metadata and new times.
+// None when it cannot carry all of that: the caller then writes in place.
+bool prepareReplacement(int folder, const std::string &name, const std::string &temporary, int descriptor,
+                        const struct stat &before, std::string_view bytes, const Path &shown)
+{
+    writeAll(descriptor, bytes, 0, shown);
+    if (!copyMetadata(folder, name, folder, temporary, before).empty())
+        return false;
+    struct stat made {};
+    if (::fstat(descriptor, &made) != 0 || made.st_uid != before.st_uid || made.st_gid != before.st_gid)
+        return false;
+    // copyMetadata carried the old times; a saved file is modified now.
+    if (::futimens(descriptor, nullptr) != 0)
+        throwPosixError(shown);
+    flush(descriptor, shown);
+    return true;
+}
+
+ContentsWrite replaceThroughNewFile(int folder, const std::string &name, const struct stat &before,
+                                    std::string_view bytes, const Path &shown)
+{
+    const std::string temporary = temporaryName(".quillorn-save-");
+    const FileDescriptor made(
+        ::openat(folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!made) {
+        if (errno == EACCES || errno == EPERM || errno == EROFS)
+            return writeInPlace(folder, name, before, bytes, ContentsWrite::inPlaceFolderClosed, shown);
+        throwPosixError(shown);
+    }
+    try {
+        if (!prepareReplacement(folder, name, temporary, made.get(), before, bytes, shown)) {
+            ::unlinkat(folder, temporary.c_str(), 0);
+            return writeInPlace(folder, name, before, bytes, ContentsWrite::inPlaceMetadata, shown);
+        }
+        // The last look before the old file goes: what changed while the new one was written is kept.
+        struct stat now {};
+        if (::fstatat(folder, name.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0)
+            throwPosixError(shown);
+        if (!untouched(before, now)) {
+            ::unlinkat(folder, temporary.c_str(), 0);
+            return ContentsWrite::changedOnDisk;
+        }
+        if (::renameat(folder, temporary.c_str(), folder, name.c_str()) != 0)
+            throwPosixError(shown);
+    } catch (...) {
+        ::unlinkat(folder, temporary.c_str(), 0);
+        throw;
+    }
+    // The rename itself is durable once the folder is flushed.
+    if (::fsync(folder) != 0 && errno != EBADF && errno != EINVAL)
+        throwPosixError(shown);
+    return ContentsWrite::replaced;
+}
+
+FileDescriptor openFolder(const Path &folder)
+{
+    FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor) // a folder we may enter but not list still takes files
+        descriptor = FileDescriptor(::open(folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+    if (!descriptor)
+        throwPosixError(folder);
+    return descriptor;
+}
+
+} // namespace
+
+std::optional<std::string> readRegularFile(const Path &file, std::size_t limit)
+{
+    struct stat before {};
+    if (::lstat(file.c_str(), &before) != 0)
+        throwPosixError(file);
+    if (!S_ISREG(before.st_mode) || std::uintmax_t(before.st_size) > limit)
+        return std::nullopt;
+    const FileDescriptor descriptor(::open(file.c_str(), readFlags));
+    if (!descriptor) {
+        if (errno == ELOOP)
+            return std::nullopt; // became a link since
+        throwPosixError(file);
+    }
+    struct stat opened {};
+    if (::fstat(descriptor.get(), &opened) != 0)
+        throwPosixError(file);
+    if (!S_ISREG(opened.st_mode) || !sameItem(before, opened))
+        return std::nullopt;
+    std::string bytes = readAll(descriptor.get(), std::size_t(opened.st_size), limit, file);
+    if (bytes.size() > limit)
+        return std::nullopt;
+    return bytes;
+}
+
+ContentsWrite replaceContents(const Path &file, std::string_view expected, std::string_view bytes)
+{
+    const FileDescriptor folder = openFolder(file.parent_path());
+    const std::string name = file.filename().string();
+    const FileDescriptor current(::openat(folder.get(), name.c_str(), readFlags));
+    if (!current) {
+        if (errno == ELOOP)
+            return ContentsWrite::changedOnDisk;
+        throwPosixError(file);
+    }
+    struct stat before {};
+    if (::fstat(current.get(), &before) != 0)
+        throwPosixError(file);
+    if (!S_ISREG(before.st_mode) || std::uintmax_t(before.st_size) != expected.size())
+        return ContentsWrite::changedOnDisk;
+    if (readAll(current.get(), expected.size(), expected.size(), file) != expected)
+        return ContentsWrite::changedOnDisk;
+    if (before.st_nlink > 1)
+        return writeInPlace(folder.get(), name, before, bytes, ContentsWrite::inPlaceLinked, file);
+    return replaceThroughNewFile(folder.get(), name, before, bytes, file);
+}
+
+void createFile(const Path &file, std::string_view bytes)
+{
+    const FileDescriptor folder = openFolder(file.parent_path());
+    const std::string temporary = temporaryName(".quillorn-new-");
+    const FileDescriptor made(::openat(folder.get(), temporary.c_str(),
+                                       O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
+    if (!made)
+        throwPosixError(file);
+    try {
+        writeAll(made.get(), bytes, 0, file);
+        flush(made.get(), file);
+        renameWithoutReplacing(folder.get(), temporary, folder.get(), file.filename().string(), file);
+    } catch (...) {
+        ::unlinkat(folder.get(), temporary.c_str(), 0);
+        throw;
+    }
+    if (::fsync(folder.get()) != 0 && errno != EBADF && errno != EINVAL)
+        throwPosixError(file);
+}
+
+} // namespace quillorn

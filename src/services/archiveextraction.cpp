@@ -1,0 +1,41 @@
+#include "services/archiveextraction.h"
+
+#include "operations/commandererror.h"
+#include "operations/fileoperations.h"
+#include "operations/operationcontrol.h"
+#include "platform/posix/filecontents.h"
+#include "platform/posix/posixerror.h"
+#include "services/archivetools.h"
+
+#include <cerrno>
+
+namespace quillorn {
+
+QString ArchiveExtraction::fileName() const
+{
+    return member.section(QLatin1Char('/'), -1);
+}
+
+QString ArchiveExtraction::title() const
+{
+    return QStringLiteral("Extract ") + fileName();
+}
+
+void ArchiveExtraction::operator()(OperationControl &control) const
+{
+    control.check();
+    const std::string name = fileName().toStdString();
+    const Path target = FileOperations::child(name, destination);
+    const QByteArray data = bytes ? *bytes : ArchiveTools::member(member, archive);
+    control.check();
+    try {
+        createFile(target, std::string_view(data.constData(), std::size_t(data.size())));
+    } catch (const PosixError &error) {
+        // The name was free when checked and was taken before the file could be published.
+        if (error.code().value() == EEXIST)
+            throw CommanderError("An item named \u2018" + name + "\u2019 already exists.");
+        throw;
+    }
+}
+
+} // namespace quillorn

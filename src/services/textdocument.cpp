@@ -1,0 +1,39 @@
+#include "services/textdocument.h"
+
+#include "operations/commandererror.h"
+
+#include <QStringDecoder>
+
+namespace quillorn {
+
+TextDocument TextDocument::load(const Path &url)
+{
+    const std::optional<std::string> bytes = readRegularFile(url, limit);
+    if (!bytes)
+        throw CommanderError("The editor supports regular UTF-8 files up to 8 MB. Open other files in their "
+                             "associated application.");
+    if (bytes->find('\0') != std::string::npos)
+        throw CommanderError("This is not a UTF-8 text file.");
+    // A byte order mark is text like any other: kept, so it is written back.
+    QStringDecoder decoder(QStringDecoder::Utf8,
+                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
+    QByteArray original = QByteArray::fromStdString(*bytes);
+    QString text = decoder.decode(original);
+    if (decoder.hasError())
+        throw CommanderError("This is not a UTF-8 text file.");
+    return {url, std::move(original), std::move(text)};
+}
+
+TextDocument::SaveMethod TextDocument::save()
+{
+    const QByteArray bytes = text.toUtf8();
+    const ContentsWrite method =
+        replaceContents(url, std::string_view(original.constData(), std::size_t(original.size())),
+                        std::string_view(bytes.constData(), std::size_t(bytes.size())));
+    if (method == ContentsWrite::changedOnDisk)
+        throw CommanderError("This file changed on disk. Save was stopped to preserve the external changes.");
+    original = bytes;
+    return method;
+}
+
+} // namespace quillorn
