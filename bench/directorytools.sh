@@ -53,6 +53,9 @@ cp -a "$work/L" "$work/R"
 cat "$work/L"/* > "$work/big.bin"
 sync
 
+# Both tools share the cores with whatever else runs; the load says how much.
+echo "load average before the runs: $(cut -d' ' -f1-3 /proc/loadavg) on $(nproc) cores"
+
 # ---- search
 ours=() theirs=()
 find "$work/tree" -iname "*$QUERY*" >/dev/null # warm
