@@ -1,6 +1,5 @@
 #include "model/commandermodel.h"
 
-#include "model/detail/filecommands.h"
 #include "platform/core/displaytext.h"
 
 #include <QCoreApplication>
@@ -43,6 +42,7 @@ CommanderModel::CommanderModel(CommanderModelOptions options, QObject *parent)
       m_queue(new TransferQueue(this, options.queuePollIntervalMs))
 {
     createPanes(options.panes);
+    m_queue->setRunner(JobRunner(m_operations));
 
     // Every finished job may have touched either folder, so both panes re-list.
     QPointer<CommanderModel> self(this);
@@ -163,7 +163,7 @@ void CommanderModel::rename(const std::vector<Path> &items)
     // An untouched answer means the item's own name, bytes included: a name that
     // is not valid UTF-8 is shown with replacement marks, which are not its bytes.
     const std::string name = *answer == shown ? item.filename().string() : pathFromText(*answer).string();
-    run([item, name] { detail::renameItem(item, name); });
+    m_queue->enqueue(fileOperationTitle, RenameJob{item, name});
 }
 
 void CommanderModel::newFolder()
@@ -173,7 +173,7 @@ void CommanderModel::newFolder()
         return;
     const std::string name = pathFromText(*answer).string();
     const Path folder = active().directory();
-    run([name, folder] { detail::createFolder(name, folder); });
+    m_queue->enqueue(fileOperationTitle, NewFolderJob{folder, name});
 }
 
 void CommanderModel::trash(const std::vector<Path> &items)
@@ -187,10 +187,7 @@ void CommanderModel::trash(const std::vector<Path> &items)
                              {QStringLiteral("Continue"), QStringLiteral("Cancel")});
     if (choice != 0)
         return;
-    m_queue->enqueue(fileOperationTitle, [operations = m_operations, items](OperationControl &control) {
-        control.check();
-        detail::discardItems(operations, items);
-    });
+    m_queue->enqueue(fileOperationTitle, TrashJob{items});
 }
 
 void CommanderModel::quit()
@@ -283,14 +280,6 @@ std::optional<QString> CommanderModel::prompt(const QString &title, const QStrin
 int CommanderModel::alert(const QString &message, const QString &informativeText, const QStringList &buttons)
 {
     return m_desktop.alert ? m_desktop.alert({message, informativeText, buttons}) : -1;
-}
-
-void CommanderModel::run(std::function<void()> work)
-{
-    m_queue->enqueue(fileOperationTitle, [work = std::move(work)](OperationControl &control) {
-        control.check();
-        work();
-    });
 }
 
 } // namespace quillorn

@@ -94,7 +94,6 @@ private:
     void quit();
     std::optional<QString> prompt(const QString &title, const QString &value);
     int alert(const QString &message, const QString &informativeText, const QStringList &buttons = {});
-    void run(std::function<void()> work);
     void setStatus(const QString &status);
 
     DesktopServices m_desktop;

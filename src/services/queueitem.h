@@ -1,13 +1,28 @@
 #pragma once
 
 #include "operations/operationcontrol.h"
+#include "services/queuejob.h"
 
 #include <QString>
 #include <QUuid>
-#include <functional>
+#include <cstdint>
 #include <memory>
+#include <optional>
 
 namespace quillorn {
+
+// Where a job of the transfer queue stands. Its wording for the queue row and
+// the log comes from one place, QueueItem::text().
+enum class JobState {
+    waiting,               // added, not started
+    running,               // its work is executing
+    paused,                // its work holds still at its next check, keeping its place
+    interrupted,           // left unfinished by an earlier run of the program
+    complete,              // the work returned
+    cancelled,             // cancelled before it started; it never runs
+    cancelledWhileRunning, // the work ended with a cancellation
+    failed,                // the work failed; the message is in `failure`
+};
 
 // One job of the transfer queue. The control is shared with the job's work
 // while it runs on its background thread; everything else is read and written
@@ -15,23 +30,34 @@ namespace quillorn {
 struct QueueItem {
     using Work = std::function<void(OperationControl &)>;
 
-    // The state texts a queue row shows; a failure is failedPrefix + the error's message.
-    static inline const QString waiting = QStringLiteral("Waiting");
-    static inline const QString running = QStringLiteral("Running");
-    static inline const QString complete = QStringLiteral("Complete");
-    static inline const QString cancelled = QStringLiteral("Cancelled");
-    static inline const QString cancelledWhileRunning =
-        QStringLiteral("Cancelled — previously completed items remain");
-    static inline const QString failedPrefix = QStringLiteral("Failed: ");
-
     QUuid id;
     QString title;
     std::shared_ptr<OperationControl> control;
-    QString state;
-    Work work;
+    JobState state = JobState::waiting;
+    QString failure; // the error's message, for a failed job
+    Job job;
+    // The bytes the job will count, once measured; the running job's own total
+    // comes from its control.
+    std::optional<std::int64_t> total;
+    // Left unfinished by an earlier run: it skips what that run got done.
+    bool rerun = false;
 
-    // Waiting and running jobs are unfinished; every other state is final.
-    bool isFinished() const { return state != waiting && state != running; }
+    // The row's state text: "Waiting", "Running", "Paused", "Interrupted",
+    // "Complete", "Cancelled", "Cancelled — previously completed items remain",
+    // or "Failed: " + the message.
+    static QString text(JobState state, const QString &failure = {});
+    QString stateText() const { return text(state, failure); }
+
+    // Waiting, running and paused jobs are still to be done; the quit guard
+    // counts them as work. An interrupted job waits for the user's decision.
+    bool isUnfinished() const
+    {
+        return state == JobState::waiting || state == JobState::running || state == JobState::paused;
+    }
+    // Complete, cancelled and failed jobs have ended; "Clear finished" drops them.
+    bool isFinished() const { return !isUnfinished() && state != JobState::interrupted; }
+    // The running job, paused or not.
+    bool isActive() const { return state == JobState::running || state == JobState::paused; }
 };
 
 } // namespace quillorn

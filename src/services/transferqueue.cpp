@@ -4,6 +4,7 @@
 #include "operations/commandererror.h"
 #include "platform/core/receiverguard.h"
 #include "services/errortext.h"
+#include "services/jobjournal.h"
 
 #include <QMetaObject>
 #include <algorithm>
@@ -37,17 +38,68 @@ TransferQueue::~TransferQueue()
     m_receiver->release();
     for (const QueueItem &item : m_items)
         item.control->cancel();
+    for (const auto &[id, control] : m_measuring)
+        control->cancel();
+}
+
+void TransferQueue::setJournal(std::shared_ptr<JobJournal> journal)
+{
+    m_journal = std::move(journal);
+    changed();
+}
+
+void TransferQueue::recoverInterrupted(std::function<void()> before)
+{
+    std::thread([before = std::move(before), journal = m_journal, receiver = m_receiver, queue = this] {
+        // In this order: a job is offered again only once the staging items of
+        // its killed run are gone.
+        if (before)
+            before();
+        if (!journal)
+            return;
+        std::vector<QueueItem> items;
+        for (JobJournal::Entry &entry : journal->recover())
+            items.push_back({entry.id,
+                             entry.title,
+                             std::make_shared<OperationControl>(),
+                             JobState::interrupted,
+                             {},
+                             std::move(entry.job),
+                             std::nullopt,
+                             true});
+        receiver->post([queue, items = std::move(items)] { queue->adopt(items); });
+    }).detach();
+}
+
+void TransferQueue::adopt(const std::vector<QueueItem> &items)
+{
+    for (const QueueItem &item : items) {
+        if (find(item.id))
+            continue;
+        log("INTERRUPTED", item.title);
+        m_items.push_back(item);
+    }
+    if (!items.empty())
+        changed();
 }
 
 QUuid TransferQueue::enqueue(const QString &title, QueueItem::Work work)
 {
-    QueueItem item{QUuid::createUuid(), title, std::make_shared<OperationControl>(), QueueItem::waiting,
-                   std::move(work)};
+    return enqueue(title, Job(OpaqueJob{std::move(work)}));
+}
+
+QUuid TransferQueue::enqueue(const QString &title, Job job)
+{
+    QueueItem item{QUuid::createUuid(), title, std::make_shared<OperationControl>(),
+                   JobState::waiting,   {},    std::move(job),
+                   std::nullopt,        false};
     const QUuid id = item.id;
     m_items.push_back(std::move(item));
     log("ADDED", title);
-    Q_EMIT itemsChanged();
+    changed();
     startNext();
+    if (const QueueItem *added = find(id); added && added->state == JobState::waiting)
+        measure(*added);
     return id;
 }
 
@@ -57,23 +109,130 @@ void TransferQueue::cancel(const QUuid &id)
     if (!item)
         return;
     item->control->cancel();
-    if (item->state == QueueItem::waiting) {
-        item->state = QueueItem::cancelled;
-        Q_EMIT itemsChanged();
+    if (item->state == JobState::waiting || item->state == JobState::interrupted) {
+        item->state = JobState::cancelled;
+        changed();
     }
+}
+
+void TransferQueue::pause(const QUuid &id)
+{
+    QueueItem *item = find(id);
+    if (!item || item->state != JobState::running)
+        return;
+    item->control->pause();
+    item->state = JobState::paused;
+    m_pauseStarted.start();
+    log("PAUSED", item->title);
+    changed();
+}
+
+void TransferQueue::resume(const QUuid &id)
+{
+    QueueItem *item = find(id);
+    if (!item)
+        return;
+    if (item->state == JobState::paused) {
+        m_pausedNs += m_pauseStarted.nsecsElapsed();
+        item->control->resume();
+        item->state = JobState::running;
+        log("RESUMED", item->title);
+        changed();
+    } else if (item->state == JobState::interrupted) {
+        item->state = JobState::waiting;
+        log("RESUMED", item->title);
+        changed();
+        startNext();
+        if (const QueueItem *waiting = find(id); waiting && waiting->state == JobState::waiting)
+            measure(*waiting);
+    }
+}
+
+void TransferQueue::discard(const QUuid &id)
+{
+    const auto it =
+        std::find_if(m_items.begin(), m_items.end(), [&](const QueueItem &item) { return item.id == id; });
+    if (it == m_items.end() || it->state != JobState::interrupted)
+        return;
+    log("DISCARDED", it->title);
+    m_items.erase(it);
+    changed();
+}
+
+bool TransferQueue::move(const QUuid &id, int index)
+{
+    const auto from =
+        std::find_if(m_items.begin(), m_items.end(), [&](const QueueItem &item) { return item.id == id; });
+    if (from == m_items.end() || from->state != JobState::waiting)
+        return false;
+    // The running job stays ahead of every waiting one.
+    const auto active =
+        std::find_if(m_items.begin(), m_items.end(), [](const QueueItem &item) { return item.isActive(); });
+    const int first = active == m_items.end() ? 0 : int(active - m_items.begin()) + 1;
+    const int source = int(from - m_items.begin());
+    const int target = std::clamp(index, first, int(m_items.size()) - 1);
+    if (target == source)
+        return false;
+    QueueItem moved = std::move(*from);
+    m_items.erase(from);
+    m_items.insert(m_items.begin() + target, std::move(moved));
+    changed();
+    return true;
+}
+
+bool TransferQueue::moveAmongWaiting(const QUuid &id, int direction)
+{
+    const auto at =
+        std::find_if(m_items.begin(), m_items.end(), [&](const QueueItem &item) { return item.id == id; });
+    if (at == m_items.end() || direction == 0)
+        return false;
+    const int step = direction < 0 ? -1 : 1;
+    for (int index = int(at - m_items.begin()) + step; index >= 0 && index < int(m_items.size());
+         index += step)
+        if (m_items[std::size_t(index)].state == JobState::waiting)
+            return move(id, index);
+    return false;
 }
 
 void TransferQueue::clearFinished()
 {
     const auto removed = std::erase_if(m_items, [](const QueueItem &item) { return item.isFinished(); });
     if (removed > 0)
-        Q_EMIT itemsChanged();
+        changed();
 }
 
 bool TransferQueue::hasWork() const
 {
     return std::any_of(m_items.begin(), m_items.end(),
-                       [](const QueueItem &item) { return !item.isFinished(); });
+                       [](const QueueItem &item) { return item.isUnfinished(); });
+}
+
+std::optional<double> TransferQueue::secondsLeft() const
+{
+    if (!m_running || m_total < 1 || m_bytesPerSecond <= 0)
+        return std::nullopt;
+    return double(std::max<std::int64_t>(m_total - m_bytes, 0)) / m_bytesPerSecond;
+}
+
+std::optional<std::int64_t> TransferQueue::waitingBytes() const
+{
+    std::optional<std::int64_t> sum;
+    for (const QueueItem &item : m_items) {
+        if (item.state != JobState::waiting)
+            continue;
+        if (!item.total)
+            return std::nullopt;
+        sum = sum.value_or(0) + *item.total;
+    }
+    return sum;
+}
+
+std::optional<double> TransferQueue::waitingSecondsLeft() const
+{
+    const std::optional<std::int64_t> bytes = waitingBytes();
+    if (!bytes || m_bytesPerSecond <= 0)
+        return std::nullopt;
+    return double(*bytes) / m_bytesPerSecond;
 }
 
 QueueItem *TransferQueue::find(const QUuid &id)
@@ -83,46 +242,107 @@ QueueItem *TransferQueue::find(const QUuid &id)
     return it == m_items.end() ? nullptr : &*it;
 }
 
+void TransferQueue::changed()
+{
+    Q_EMIT itemsChanged();
+    if (!m_journal)
+        return;
+    std::vector<JobJournal::Entry> entries;
+    for (const QueueItem &item : m_items)
+        if ((item.isUnfinished() || item.state == JobState::interrupted) && JobRunner::storable(item.job))
+            entries.push_back({item.id, item.title, item.job, {}});
+    m_journal->save(std::move(entries));
+}
+
+void TransferQueue::measure(const QueueItem &item)
+{
+    if (item.total || !JobRunner::storable(item.job))
+        return;
+    auto control = std::make_shared<OperationControl>();
+    m_measuring[item.id] = control;
+    std::thread([job = item.job, id = item.id, control, receiver = m_receiver, queue = this] {
+        std::int64_t total = 0;
+        try {
+            total = JobRunner::measure(job, *control).value_or(0);
+        } catch (const CancellationError &) {
+            return;
+        } catch (...) {
+            // Sources that cannot be measured fail the job when it runs; until
+            // then they count for nothing.
+        }
+        receiver->post([queue, id, total] { queue->measured(id, total); });
+    }).detach();
+}
+
+void TransferQueue::measured(const QUuid &id, std::int64_t total)
+{
+    m_measuring.erase(id);
+    if (QueueItem *item = find(id)) {
+        item->total = total;
+        Q_EMIT itemsChanged();
+    }
+}
+
 void TransferQueue::startNext()
 {
     if (m_running)
         return;
     auto next = std::find_if(m_items.begin(), m_items.end(),
-                             [](const QueueItem &item) { return item.state == QueueItem::waiting; });
+                             [](const QueueItem &item) { return item.state == JobState::waiting; });
     if (next == m_items.end())
         return;
 
-    next->state = QueueItem::running;
+    next->state = JobState::running;
     m_current = next->control;
     setRunning(true);
     publishProgress({0, 0, "Preparing"}, 0);
-    Q_EMIT itemsChanged();
+    changed();
 
     m_started.start();
+    m_pausedNs = 0;
     log("START", next->title);
     m_timer->start();
 
     // The worker gets its own copy of the job: the list may change while it runs.
-    std::thread([item = *next, receiver = m_receiver, queue = this] {
-        const Outcome outcome = runWork(item);
+    std::thread([item = *next, runner = m_runner, journal = m_journal, receiver = m_receiver, queue = this] {
+        const Outcome outcome = runWork(item, runner, journal);
         receiver->post([queue, outcome] { queue->finish(outcome); });
     }).detach();
 }
 
-TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item)
+TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRunner &runner,
+                                              const std::shared_ptr<JobJournal> &journal)
 {
     try {
-        item.work(*item.control);
+        JobRunner::Earlier earlier;
+        if (journal && JobRunner::storable(item.job)) {
+            // Recorded before a moved source is removed, so a crash right after
+            // a publish still finds it done at the next start.
+            item.control->onPublished([journal, id = item.id](const auto &source, const auto &) {
+                journal->published(id, source);
+            });
+            if (item.rerun)
+                earlier.published = journal->publishedBy(item.id);
+        }
+        runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
     } catch (const CancellationError &) {
         log("CANCELLED", item.title);
-        return {item.id, QueueItem::cancelledWhileRunning};
+        return {item.id, JobState::cancelledWhileRunning, {}};
     } catch (...) {
         const std::exception_ptr error = std::current_exception();
         log("FAILED", item.title, " error=" + AppDiagnostics::describe(error));
-        return {item.id, QueueItem::failedPrefix + userFacingDescription(error)};
+        return {item.id, JobState::failed, userFacingDescription(error)};
     }
     log("COMPLETE", item.title);
-    return {item.id, QueueItem::complete};
+    return {item.id, JobState::complete, {}};
+}
+
+double TransferQueue::activeSeconds() const
+{
+    std::int64_t paused = m_pausedNs;
+    if (m_current && m_current->isPaused())
+        paused += m_pauseStarted.nsecsElapsed();
+    return double(m_started.nsecsElapsed() - paused) / 1e9;
 }
 
 void TransferQueue::poll()
@@ -130,7 +350,7 @@ void TransferQueue::poll()
     if (!m_current)
         return;
     const OperationControl::Progress progress = m_current->progress();
-    const double elapsed = static_cast<double>(m_started.nsecsElapsed()) / 1e9;
+    const double elapsed = activeSeconds();
     publishProgress(progress,
                     elapsed > speedSettleSeconds ? static_cast<double>(progress.completed) / elapsed : 0);
 }
@@ -139,13 +359,14 @@ void TransferQueue::finish(const Outcome &outcome)
 {
     if (m_current) {
         const OperationControl::Progress progress = m_current->progress();
-        const double elapsed = static_cast<double>(m_started.nsecsElapsed()) / 1e9;
+        const double elapsed = activeSeconds();
         publishProgress(progress, elapsed > 0 ? static_cast<double>(progress.completed) / elapsed : 0);
     }
     if (QueueItem *item = find(outcome.id)) {
         item->state = outcome.state;
-        Q_EMIT itemsChanged();
+        item->failure = outcome.failure;
     }
+    changed();
     m_timer->stop();
     m_current.reset();
     setRunning(false);

@@ -177,7 +177,7 @@ private Q_SLOTS:
         TransferQueue &queue = m_f.view->model().queue();
         QCOMPARE(queue.items().size(), std::size_t(1));
         QVERIFY(!m_f.view->toolHost()->sheet());
-        QTRY_COMPARE(queue.items().front().state, "Complete");
+        QTRY_COMPARE(queue.items().front().stateText(), "Complete");
         // Kept both: the existing item and a copy beside it under a new name.
         QCOMPARE(int(std::distance(fs::directory_iterator(*m_f.tree / "Right"), fs::directory_iterator())),
                  4);

@@ -66,7 +66,7 @@ class CommanderModelTest : public QObject {
 
     QString stateOfLast() const
     {
-        return m_model->queue().items().empty() ? QString() : m_model->queue().items().back().state;
+        return m_model->queue().items().empty() ? QString() : m_model->queue().items().back().stateText();
     }
 
 private Q_SLOTS:

@@ -56,7 +56,7 @@ private Q_SLOTS:
         const auto states = [&queue] {
             QStringList states;
             for (const QueueItem &item : queue.items())
-                states << item.state;
+                states << item.stateText();
             return states;
         };
         QList<QUuid> ids;

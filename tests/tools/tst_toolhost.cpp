@@ -83,7 +83,7 @@ private Q_SLOTS:
         m_host->sheet()->findChild<QComboBox *>("policyPicker")->setCurrentIndex(3); // Replace
         m_host->sheet()->findChild<QPushButton *>("addButton")->click();
         QTRY_VERIFY(!m_model->queue().hasWork());
-        QVERIFY(m_model->queue().items().front().state.startsWith("Failed: "));
+        QVERIFY(m_model->queue().items().front().stateText().startsWith("Failed: "));
         QCOMPARE(test::TestTree::read(m_tree / "Inbox/a.txt"), std::string("from the left"));
         QCOMPARE(test::TestTree::read(m_tree / "Left/a.txt"), std::string("from the left"));
         QCOMPARE(TransferSheet::queueTitle(3, "/home/me/Photos/", false), QStringLiteral("Copy 3 → Photos"));

@@ -1,4 +1,4 @@
-#include "model/detail/filecommands.h"
+#include "services/detail/filecommands.h"
 
 #include "operations/commandererror.h"
 #include "platform/posix/posixerror.h"
@@ -45,12 +45,6 @@ void createFolder(const std::string &name, const std::filesystem::path &folder)
     const std::filesystem::path target = FileOperations::child(name, folder);
     if (::mkdir(target.c_str(), 0777) != 0)
         throwPosixError(target);
-}
-
-void discardItems(const FileOperations &operations, const std::vector<std::filesystem::path> &items)
-{
-    for (const std::filesystem::path &item : items)
-        operations.discard(item, true);
 }
 
 } // namespace quillorn::detail

@@ -4,7 +4,6 @@
 
 #include <filesystem>
 #include <string>
-#include <vector>
 
 namespace quillorn::detail {
 
@@ -18,9 +17,5 @@ void renameItem(const std::filesystem::path &item, const std::string &name);
 
 // Creates one folder (no intermediate folders, default attributes).
 void createFolder(const std::string &name, const std::filesystem::path &folder);
-
-// Discards the items in order; the first failure ends the work and later items
-// stay untouched.
-void discardItems(const FileOperations &operations, const std::vector<std::filesystem::path> &items);
 
 } // namespace quillorn::detail

@@ -1,0 +1,211 @@
+#include "services/detail/journaltext.h"
+
+#include <sstream>
+
+namespace quillorn::detail {
+
+namespace {
+
+constexpr std::string_view header = "quillorn-jobs 1";
+
+template <class... Ts> struct Overloaded : Ts... {
+    using Ts::operator()...;
+};
+
+std::string field(std::string_view key, const std::string &bytes)
+{
+    return std::string(key) + ' ' + percentEncoded(bytes) + '\n';
+}
+
+std::string jobFields(const Job &job)
+{
+    return std::visit(Overloaded{
+                          [](const TransferJob &transfer) {
+                              std::string text = field("kind", "transfer") +
+                                                 field("move", transfer.move ? "1" : "0") +
+                                                 field("policy", std::string(rawValue(transfer.policy))) +
+                                                 field("destination", transfer.destination.native());
+                              for (const auto &source : transfer.sources)
+                                  text += field("source", source.native());
+                              return text;
+                          },
+                          [](const RenameJob &rename) {
+                              return field("kind", "rename") + field("item", rename.item.native()) +
+                                     field("name", rename.name);
+                          },
+                          [](const NewFolderJob &folder) {
+                              return field("kind", "newFolder") + field("folder", folder.folder.native()) +
+                                     field("name", folder.name);
+                          },
+                          [](const TrashJob &trash) {
+                              std::string text = field("kind", "trash");
+                              for (const auto &item : trash.items)
+                                  text += field("item", item.native());
+                              return text;
+                          },
+                          [](const OpaqueJob &) { return std::string(); },
+                      },
+                      job);
+}
+
+// The fields of one job, in order, with their decoded values.
+using Fields = std::vector<std::pair<std::string, std::string>>;
+
+std::optional<std::string> only(const Fields &fields, std::string_view key)
+{
+    std::optional<std::string> found;
+    for (const auto &[name, value] : fields) {
+        if (name != key)
+            continue;
+        if (found)
+            return std::nullopt;
+        found = value;
+    }
+    return found;
+}
+
+std::vector<std::filesystem::path> all(const Fields &fields, std::string_view key)
+{
+    std::vector<std::filesystem::path> paths;
+    for (const auto &[name, value] : fields)
+        if (name == key)
+            paths.emplace_back(value);
+    return paths;
+}
+
+std::optional<Job> jobOf(const Fields &fields)
+{
+    const std::optional<std::string> kind = only(fields, "kind");
+    if (kind == "transfer") {
+        const auto move = only(fields, "move"), policy = only(fields, "policy"),
+                   destination = only(fields, "destination");
+        const auto chosen = policy ? conflictPolicyFromRawValue(*policy) : std::nullopt;
+        TransferJob job{all(fields, "source"), destination.value_or(""), move == "1",
+                        chosen.value_or(ConflictPolicy::stop)};
+        if (!move || (*move != "0" && *move != "1") || !chosen || !destination || job.sources.empty())
+            return std::nullopt;
+        return job;
+    }
+    if (kind == "rename" || kind == "newFolder") {
+        const auto path = only(fields, kind == "rename" ? "item" : "folder"), name = only(fields, "name");
+        if (!path || !name)
+            return std::nullopt;
+        if (kind == "rename")
+            return RenameJob{*path, *name};
+        return NewFolderJob{*path, *name};
+    }
+    if (kind == "trash" && !all(fields, "item").empty())
+        return TrashJob{all(fields, "item")};
+    return std::nullopt;
+}
+
+} // namespace
+
+std::string percentEncoded(const std::string &bytes)
+{
+    static constexpr char hex[] = "0123456789ABCDEF";
+    std::string text;
+    for (const char c : bytes) {
+        const auto byte = static_cast<unsigned char>(c);
+        if (byte > 0x20 && byte < 0x7F && byte != '%') {
+            text.push_back(c);
+        } else {
+            text.push_back('%');
+            text.push_back(hex[byte >> 4]);
+            text.push_back(hex[byte & 15]);
+        }
+    }
+    return text;
+}
+
+std::optional<std::string> percentDecoded(const std::string &text)
+{
+    const auto digit = [](char c) -> int {
+        if (c >= '0' && c <= '9')
+            return c - '0';
+        if (c >= 'A' && c <= 'F')
+            return c - 'A' + 10;
+        return -1;
+    };
+    std::string bytes;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte <= 0x20 || byte >= 0x7F)
+            return std::nullopt;
+        if (text[i] != '%') {
+            bytes.push_back(text[i]);
+            continue;
+        }
+        if (i + 2 >= text.size())
+            return std::nullopt;
+        const int high = digit(text[i + 1]), low = digit(text[i + 2]);
+        if (high < 0 || low < 0)
+            return std::nullopt;
+        bytes.push_back(static_cast<char>(high * 16 + low));
+        i += 2;
+    }
+    return bytes;
+}
+
+std::string journalText(const std::vector<JournalEntry> &entries)
+{
+    std::string text = std::string(header) + '\n';
+    for (const JournalEntry &entry : entries) {
+        text += "job " + entry.id.toString(QUuid::WithoutBraces).toStdString() + '\n';
+        text += field("title", entry.title.toStdString()) + jobFields(entry.job);
+        for (const auto &source : entry.published)
+            text += field("published", source.native());
+    }
+    return text + "end\n";
+}
+
+std::optional<std::vector<JournalEntry>> parseJournal(const std::string &text)
+{
+    std::istringstream lines(text);
+    std::string line;
+    if (!std::getline(lines, line) || line != header)
+        return std::nullopt;
+    std::vector<JournalEntry> entries;
+    std::optional<JournalEntry> current;
+    Fields fields;
+    const auto close = [&] {
+        if (!current)
+            return true;
+        const std::optional<Job> job = jobOf(fields);
+        const std::optional<std::string> title = only(fields, "title");
+        if (!job || !title)
+            return false;
+        current->job = *job;
+        current->title = QString::fromStdString(*title);
+        current->published = all(fields, "published");
+        entries.push_back(std::move(*current));
+        current.reset();
+        fields.clear();
+        return true;
+    };
+    while (std::getline(lines, line)) {
+        if (line == "end")
+            return close() && lines.peek() == std::char_traits<char>::eof() ? std::optional(entries)
+                                                                            : std::nullopt;
+        const std::size_t space = line.find(' ');
+        if (space == std::string::npos)
+            return std::nullopt;
+        const std::string key = line.substr(0, space);
+        const std::optional<std::string> value = percentDecoded(line.substr(space + 1));
+        if (!value)
+            return std::nullopt;
+        if (key == "job") {
+            const QUuid id = QUuid::fromString(QString::fromStdString(*value));
+            if (!close() || id.isNull())
+                return std::nullopt;
+            current = JournalEntry{id, {}, {}, {}};
+        } else if (!current) {
+            return std::nullopt;
+        } else {
+            fields.emplace_back(key, *value);
+        }
+    }
+    return std::nullopt; // no "end": cut off
+}
+
+} // namespace quillorn::detail

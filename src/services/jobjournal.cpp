@@ -1,0 +1,335 @@
+#include "services/jobjournal.h"
+
+#include "operations/appdiagnostics.h"
+#include "platform/posix/filedescriptor.h"
+#include "platform/posix/posixerror.h"
+#include "platform/posix/privatefolder.h"
+#include "platform/posix/userfolders.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <optional>
+#include <random>
+#include <set>
+
+namespace fs = std::filesystem;
+
+namespace quillorn {
+
+namespace {
+
+constexpr std::string_view prefix = "jobs-";
+
+std::string newIdentifier()
+{
+    std::random_device random;
+    char text[48];
+    std::snprintf(text, sizeof text, "%d-%08x%08x", static_cast<int>(::getpid()), random(), random());
+    return text;
+}
+
+std::string fileName(const std::string &owner, const char *suffix)
+{
+    return std::string(prefix) + owner + suffix;
+}
+
+void writeAll(int descriptor, const std::string &text, const fs::path &shown)
+{
+    for (std::size_t written = 0; written < text.size();) {
+        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count <= 0)
+            throwPosixError(shown, count < 0 ? errno : EIO);
+        written += static_cast<std::size_t>(count);
+    }
+}
+
+std::string readAll(int descriptor, const fs::path &shown)
+{
+    std::string text;
+    char buffer[16384];
+    for (ssize_t count; (count = ::read(descriptor, buffer, sizeof buffer)) != 0;) {
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throwPosixError(shown);
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+// The owners named by "jobs-ID.lock", ".journal" and ".journal.new" in the folder.
+std::set<std::string> ownersIn(int folder)
+{
+    std::set<std::string> owners;
+    DIR *listing = ::fdopendir(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
+    if (!listing)
+        return owners;
+    while (const dirent *entry = ::readdir(listing)) {
+        const std::string name = entry->d_name;
+        const std::size_t dot = name.find('.');
+        if (name.compare(0, prefix.size(), prefix) == 0 && dot != std::string::npos)
+            owners.insert(name.substr(prefix.size(), dot - prefix.size()));
+    }
+    ::closedir(listing);
+    return owners;
+}
+
+// The owner's lock, now held here, when the owner is gone; nothing while it
+// lives. An owner without a lock file is gone: a live one takes its lock before
+// it writes, and recovery deletes the lock last.
+std::optional<FileDescriptor> lockOfGoneOwner(int folder, const std::string &owner)
+{
+    FileDescriptor lock(
+        ::openat(folder, fileName(owner, ".lock").c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!lock)
+        return errno == ENOENT ? std::optional<FileDescriptor>(FileDescriptor()) : std::nullopt;
+    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
+        return std::nullopt;
+    return lock;
+}
+
+// Made, locked, and checked to still carry its name: a recovery may have found
+// it in between, unlocked, and deleted it.
+FileDescriptor takeLock(int folder, const std::string &name, const fs::path &shown)
+{
+    for (int attempt = 0; attempt < 5; ++attempt) {
+        FileDescriptor lock(
+            ::openat(folder, name.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!lock || ::flock(lock.get(), LOCK_EX) != 0)
+            throwPosixError(shown);
+        struct stat held {
+        }, named{};
+        if (::fstat(lock.get(), &held) == 0 &&
+            ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
+            held.st_ino == named.st_ino && held.st_dev == named.st_dev)
+            return lock;
+    }
+    throwPosixError(shown, EAGAIN);
+}
+
+void removeOwnerFiles(int folder, const std::string &owner)
+{
+    // The lock goes last, so a journal is never found without its lock while it matters.
+    for (const char *suffix : {".journal", ".journal.new", ".lock"})
+        ::unlinkat(folder, fileName(owner, suffix).c_str(), 0);
+}
+
+} // namespace
+
+struct JobJournal::Files {
+    FileDescriptor folder, lock;
+};
+
+std::shared_ptr<JobJournal> JobJournal::open()
+{
+    return std::make_shared<JobJournal>(stateHome() / "Quillorn");
+}
+
+JobJournal::JobJournal(Path folder)
+    : m_folder(std::move(folder)), m_id(newIdentifier()), m_files(std::make_unique<Files>()),
+      m_writer([this] { writerLoop(); })
+{
+}
+
+JobJournal::~JobJournal()
+{
+    {
+        std::lock_guard guard(m_lock);
+        m_stopping = true;
+    }
+    m_changed.notify_all();
+    m_writer.join();
+    writeLatest();
+    std::lock_guard guard(m_lock);
+    if (m_jobs.empty() && m_files->folder)
+        removeOwnerFiles(m_files->folder.get(), m_id);
+}
+
+void JobJournal::save(std::vector<Entry> jobs)
+{
+    {
+        std::lock_guard guard(m_lock);
+        for (Entry &job : jobs) {
+            const auto known = std::find_if(m_jobs.begin(), m_jobs.end(),
+                                            [&](const Entry &entry) { return entry.id == job.id; });
+            if (known != m_jobs.end())
+                job.published = std::move(known->published);
+        }
+        m_jobs = std::move(jobs);
+        ++m_version;
+    }
+    m_changed.notify_all();
+}
+
+void JobJournal::published(const QUuid &id, const Path &source) noexcept
+{
+    try {
+        {
+            std::lock_guard guard(m_lock);
+            for (Entry &entry : m_jobs)
+                if (entry.id == id)
+                    entry.published.push_back(source);
+            ++m_version;
+        }
+        writeLatest();
+    } catch (const std::exception &error) {
+        reportOnce(error);
+    }
+}
+
+std::vector<JobJournal::Path> JobJournal::publishedBy(const QUuid &id) const
+{
+    std::lock_guard guard(m_lock);
+    for (const Entry &entry : m_jobs)
+        if (entry.id == id)
+            return entry.published;
+    return {};
+}
+
+void JobJournal::flush()
+{
+    std::unique_lock guard(m_lock);
+    const std::uint64_t wanted = m_version;
+    m_caughtUp.wait(guard, [&] { return m_written >= wanted; });
+}
+
+void JobJournal::writerLoop()
+{
+    std::unique_lock guard(m_lock);
+    for (;;) {
+        m_changed.wait(guard, [this] { return m_stopping || m_written < m_version; });
+        if (m_stopping)
+            return;
+        guard.unlock();
+        writeLatest();
+        guard.lock();
+    }
+}
+
+bool JobJournal::writeLatest() noexcept
+{
+    std::lock_guard writing(m_writeLock);
+    std::uint64_t version = 0;
+    std::string text;
+    bool none = false;
+    {
+        std::lock_guard guard(m_lock);
+        version = m_version;
+        text = detail::journalText(m_jobs);
+        none = m_jobs.empty();
+    }
+    bool written = true;
+    try {
+        // Nothing to keep and nothing kept yet: no files at all.
+        if (text != m_lastText && !(none && !m_files->lock))
+            write(text);
+        m_lastText = text;
+    } catch (const std::exception &error) {
+        reportOnce(error);
+        written = false;
+    }
+    {
+        std::lock_guard guard(m_lock);
+        m_written = std::max(m_written, version);
+    }
+    m_caughtUp.notify_all();
+    return written;
+}
+
+void JobJournal::write(const std::string &text)
+{
+    if (!m_files->folder)
+        m_files->folder = openPrivateFolder(m_folder);
+    const int folder = m_files->folder.get();
+    if (!m_files->lock)
+        m_files->lock = takeLock(folder, fileName(m_id, ".lock"), m_folder / fileName(m_id, ".lock"));
+    const std::string fresh = fileName(m_id, ".journal.new"), name = fileName(m_id, ".journal");
+    FileDescriptor file(
+        ::openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!file)
+        throwPosixError(m_folder / fresh);
+    writeAll(file.get(), text, m_folder / fresh);
+    if (::fsync(file.get()) != 0 || ::renameat(folder, fresh.c_str(), folder, name.c_str()) != 0 ||
+        ::fsync(folder) != 0)
+        throwPosixError(m_folder / name);
+}
+
+void JobJournal::reportOnce(const std::exception &error) noexcept
+{
+    if (m_reported.exchange(true))
+        return;
+    AppDiagnostics::shared().record("JOB JOURNAL FAILED path=" + m_folder.string() +
+                                    " error=" + AppDiagnostics::describe(error));
+}
+
+std::vector<JobJournal::Entry> JobJournal::recover()
+{
+    // Nothing to do, and nothing to create, where no journal was ever kept.
+    const FileDescriptor folder(::open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder)
+        return {};
+    std::vector<Entry> found;
+    std::vector<std::string> adopted;
+    std::vector<FileDescriptor> locks; // held until the owners' files are gone
+    for (const std::string &owner : ownersIn(folder.get())) {
+        if (owner == m_id)
+            continue;
+        std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), owner);
+        if (!lock)
+            continue;
+        const std::string name = fileName(owner, ".journal");
+        const fs::path shown = m_folder / name;
+        try {
+            const FileDescriptor file(
+                ::openat(folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+            if (!file && errno == ENOENT) {
+                removeOwnerFiles(folder.get(), owner);
+                continue;
+            }
+            if (!file)
+                throwPosixError(shown);
+            std::optional<std::vector<Entry>> entries = detail::parseJournal(readAll(file.get(), shown));
+            if (!entries)
+                throw std::runtime_error("the journal is damaged");
+            for (Entry &entry : *entries)
+                found.push_back(std::move(entry));
+            adopted.push_back(owner);
+            locks.push_back(std::move(*lock));
+        } catch (const std::exception &error) {
+            const std::string aside = "damaged-" + name;
+            const bool moved = ::renameat(folder.get(), name.c_str(), folder.get(), aside.c_str()) == 0;
+            AppDiagnostics::shared().record("JOB JOURNAL SET ASIDE path=" + shown.string() +
+                                            (moved ? " kept=" + (m_folder / aside).string() : std::string()) +
+                                            " error=" + AppDiagnostics::describe(error));
+            if (moved)
+                removeOwnerFiles(folder.get(), owner);
+        }
+    }
+    if (found.empty() && adopted.empty())
+        return {};
+    {
+        std::lock_guard guard(m_lock);
+        for (const Entry &entry : found)
+            if (std::none_of(m_jobs.begin(), m_jobs.end(),
+                             [&](const Entry &own) { return own.id == entry.id; }))
+                m_jobs.push_back(entry);
+        ++m_version;
+    }
+    // Theirs go only once they are ours on disk.
+    if (!writeLatest())
+        return found;
+    for (const std::string &owner : adopted)
+        removeOwnerFiles(folder.get(), owner);
+    return found;
+}
+
+} // namespace quillorn

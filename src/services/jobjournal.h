@@ -1,0 +1,91 @@
+#pragma once
+
+#include "services/detail/journaltext.h"
+
+#include <QUuid>
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <filesystem>
+#include <memory>
+#include <mutex>
+#include <thread>
+#include <vector>
+
+namespace quillorn {
+
+// The queue's record of its unfinished jobs, kept on disk so that the next
+// start can offer to run again what a killed, crashed or powered-off Quillorn
+// left undone. It stores what each job is (kind, sources, destination, policy)
+// and which sources it already published; never file contents.
+//
+// Like the staging journal, each instance owns two files in its folder, named
+// after the process and a random part: "jobs-ID.lock", flock-held for as long
+// as it lives (so a journal whose lock can be taken belongs to a Quillorn that
+// is gone, and two running ones never take each other's jobs), and
+// "jobs-ID.journal", rewritten whole at each change: temporary file, fsync,
+// rename, fsync of the folder. The queue's changes are written by a thread of
+// the journal's own, so the interface never waits on a disk busy with a copy;
+// a published item is written before the worker goes on, since the next step
+// of a move removes its source.
+class JobJournal {
+public:
+    using Entry = detail::JournalEntry;
+    using Path = std::filesystem::path;
+
+    // The journal in $XDG_STATE_HOME/Quillorn (else ~/.local/state/Quillorn).
+    static std::shared_ptr<JobJournal> open();
+
+    // Nothing is created until the first change is written.
+    explicit JobJournal(Path folder);
+    // Writes what is pending. A journal left with no jobs is deleted; one with
+    // jobs stays for the next start.
+    ~JobJournal();
+    JobJournal(const JobJournal &) = delete;
+    JobJournal &operator=(const JobJournal &) = delete;
+
+    const Path &folder() const { return m_folder; }
+
+    // The unfinished jobs, in queue order (their published sources are kept
+    // from what was recorded). Written soon, on the journal's thread.
+    void save(std::vector<Entry> jobs);
+    // Worker thread: the job published this source. Written before returning.
+    // Never throws: a journal that cannot be written is logged once.
+    void published(const QUuid &id, const Path &source) noexcept;
+    // What the job recorded as published so far.
+    std::vector<Path> publishedBy(const QUuid &id) const;
+    // Waits until everything saved so far is on disk (or failed to be written).
+    void flush();
+
+    // The jobs that Quillorns which are gone left unfinished, oldest journal
+    // first. They become this journal's own (written) before their journals
+    // are deleted, so a crash in between loses nothing. A journal that cannot
+    // be read or is damaged is set aside as "damaged-jobs-ID.journal" and
+    // logged ("JOB JOURNAL SET ASIDE"); the rest are still taken.
+    std::vector<Entry> recover();
+
+private:
+    void writerLoop();
+    // False when the latest state could not be written.
+    bool writeLatest() noexcept;
+    void write(const std::string &text);
+    void reportOnce(const std::exception &error) noexcept;
+
+    const Path m_folder;
+    const std::string m_id;
+
+    mutable std::mutex m_lock; // guards the fields below it
+    std::vector<Entry> m_jobs;
+    std::uint64_t m_version = 0, m_written = 0;
+    bool m_stopping = false;
+    std::condition_variable m_changed, m_caughtUp;
+
+    std::mutex m_writeLock; // one write at a time, in version order
+    struct Files;           // the open folder and lock
+    std::unique_ptr<Files> m_files;
+    std::string m_lastText;
+    std::atomic<bool> m_reported = false;
+    std::thread m_writer;
+};
+
+} // namespace quillorn

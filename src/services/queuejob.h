@@ -1,0 +1,85 @@
+#pragma once
+
+#include "operations/conflictpolicy.h"
+#include "operations/fileoperations.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <functional>
+#include <optional>
+#include <string>
+#include <variant>
+#include <vector>
+
+namespace quillorn {
+
+class OperationControl;
+
+// What one job of the transfer queue does, as plain data: the queue runs it,
+// and the job journal stores it so that a job a crash cut short can be run
+// again at the next start. Paths are kept as the system's bytes.
+struct TransferJob {
+    std::vector<std::filesystem::path> sources;
+    std::filesystem::path destination;
+    bool move = false;
+    ConflictPolicy policy = ConflictPolicy::stop;
+    friend bool operator==(const TransferJob &, const TransferJob &) = default;
+};
+struct RenameJob {
+    std::filesystem::path item;
+    std::string name;
+    friend bool operator==(const RenameJob &, const RenameJob &) = default;
+};
+struct NewFolderJob {
+    std::filesystem::path folder;
+    std::string name;
+    friend bool operator==(const NewFolderJob &, const NewFolderJob &) = default;
+};
+struct TrashJob {
+    std::vector<std::filesystem::path> items;
+    friend bool operator==(const TrashJob &, const TrashJob &) = default;
+};
+// Work given as a function: it runs like any other job but cannot be written
+// down, so a crash forgets it.
+struct OpaqueJob {
+    std::function<void(OperationControl &)> work;
+    friend bool operator==(const OpaqueJob &, const OpaqueJob &) { return false; }
+};
+
+using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, OpaqueJob>;
+
+// Runs jobs on the calling (background) thread with one engine.
+class JobRunner {
+public:
+    using Path = std::filesystem::path;
+
+    explicit JobRunner(FileOperations operations = FileOperations()) : m_operations(std::move(operations)) {}
+
+    // What an earlier run of the same job, cut short by a crash, got done: the
+    // sources it published under their final names.
+    struct Earlier {
+        std::vector<Path> published;
+    };
+
+    // Runs the job; throws what its work throws. Run again after a crash
+    // (`earlier` given), a job skips what the earlier run finished: a published
+    // source is not transferred again, and a moved one that is still there now
+    // leaves as any moved source does, through the Trash; an item already
+    // trashed, renamed or created is not missed.
+    void run(const Job &job, OperationControl &control, const Earlier *earlier = nullptr) const;
+
+    // The bytes a job will count through its control, or nothing when that
+    // cannot be known before it runs (work given as a function).
+    static std::optional<std::int64_t> measure(const Job &job, OperationControl &control);
+
+    // Whether the job can be written to the journal.
+    static bool storable(const Job &job) { return !std::holds_alternative<OpaqueJob>(job); }
+
+private:
+    void transfer(const TransferJob &job, OperationControl &control, const Earlier *earlier) const;
+    void trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const;
+
+    FileOperations m_operations;
+};
+
+} // namespace quillorn
