@@ -35,7 +35,7 @@ printf 'beta already here\n' >"$right/beta.txt"
 # A bus address that refuses at once: with none, libdbus forks a bus launcher
 # from a threaded, sanitized process, which can hang the window.
 env -u WAYLAND_DISPLAY DBUS_SESSION_BUS_ADDRESS="unix:path=$work/no-session-bus" \
-    QT_QPA_PLATFORM=xcb XDG_DATA_HOME="$work/data" XDG_CONFIG_HOME="$work/config" \
+    QT_QPA_PLATFORM=xcb XDG_DATA_HOME="$work/data" XDG_CONFIG_HOME="$work/config" XDG_STATE_HOME="$work/state" \
     QUILLORN_RELEASE_PREVIEW_LEFT="$left" QUILLORN_RELEASE_PREVIEW_RIGHT="$right" \
     ASAN_OPTIONS="${ASAN_OPTIONS:-detect_leaks=0}" "$binary" >"$work/app.log" 2>&1 &
 app_pid=$!
