@@ -16,7 +16,7 @@ JOBS        ?= $(shell nproc)
 # the desktop's trash client (gio from libglib2.0-bin, its GIO module gvfs,
 # gvfs-daemons, dbus-daemon for dbus-run-session); unzip for archives; rsync and
 # time for the copy benchmark; python3 and desktop-file-utils for the install check.
-PACKAGES := cmake g++ make pkg-config ninja-build \
+PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
 	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev \
 	libgtest-dev libgmock-dev libbenchmark-dev \
 	xvfb xauth xdotool x11-utils \
@@ -27,7 +27,7 @@ PACKAGES := cmake g++ make pkg-config ninja-build \
 # Only `make bench` installs these: reference programs the benchmarks measure against.
 BENCH_PACKAGES := krusader
 
-.PHONY: deps bench-deps build run test bench install clean
+.PHONY: deps bench-deps build run test format-check bench install clean
 
 # $(call install_missing,<packages>): installs those not installed yet.
 define install_missing
@@ -60,7 +60,11 @@ run: build
 	fi
 	./$(BUILD)/src/app/quillorn
 
-test: deps
+# Every tracked C++ file as the checked-in .clang-format lays it out.
+format-check: deps
+	@git ls-files '*.cpp' '*.h' | xargs clang-format --dry-run --Werror
+
+test: deps format-check
 	@[ -f $(TEST_BUILD)/build.ninja ] || cmake -S . -B $(TEST_BUILD) -G Ninja -DCMAKE_BUILD_TYPE=Debug -DQUILLORN_SANITIZE=ON
 	cmake --build $(TEST_BUILD) -j $(JOBS)
 	cd $(TEST_BUILD) && ctest --output-on-failure -j $(JOBS)

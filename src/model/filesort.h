@@ -15,9 +15,12 @@ inline constexpr std::array<FileSort, 3> allFileSorts{FileSort::name, FileSort::
 constexpr std::string_view rawValue(FileSort sort)
 {
     switch (sort) {
-    case FileSort::name: return "Name";
-    case FileSort::size: return "Size";
-    case FileSort::modified: return "Modified";
+    case FileSort::name:
+        return "Name";
+    case FileSort::size:
+        return "Size";
+    case FileSort::modified:
+        return "Modified";
     }
     return "Name";
 }

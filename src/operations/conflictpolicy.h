@@ -16,10 +16,14 @@ inline constexpr std::array<ConflictPolicy, 4> allConflictPolicies{
 constexpr std::string_view rawValue(ConflictPolicy policy)
 {
     switch (policy) {
-    case ConflictPolicy::stop: return "Stop";
-    case ConflictPolicy::skip: return "Skip";
-    case ConflictPolicy::keepBoth: return "Keep both";
-    case ConflictPolicy::replace: return "Replace (old item to Trash)";
+    case ConflictPolicy::stop:
+        return "Stop";
+    case ConflictPolicy::skip:
+        return "Skip";
+    case ConflictPolicy::keepBoth:
+        return "Keep both";
+    case ConflictPolicy::replace:
+        return "Replace (old item to Trash)";
     }
     return "Stop";
 }

@@ -34,9 +34,13 @@ void makeWritable(const fs::path &root)
 
 } // namespace
 
-TestTree::TestTree() : TestTree(fs::temp_directory_path()) {}
+TestTree::TestTree() : TestTree(fs::temp_directory_path())
+{
+}
 
-TestTree::TestTree(const fs::path &parent) : m_root(makeTemporaryFolder(parent)) {}
+TestTree::TestTree(const fs::path &parent) : m_root(makeTemporaryFolder(parent))
+{
+}
 
 TestTree::~TestTree()
 {
@@ -79,6 +83,9 @@ std::string TestTree::read(const fs::path &path)
     return buffer.str();
 }
 
-bool runningAsRoot() { return ::geteuid() == 0; }
+bool runningAsRoot()
+{
+    return ::geteuid() == 0;
+}
 
 } // namespace quillorn::test

@@ -8,8 +8,7 @@
 namespace quillorn::detail {
 
 PaneTableModel::PaneTableModel(PaneModel &pane, QObject *parent)
-    : QAbstractTableModel(parent), m_pane(pane), m_rows(pane.visibleCount()),
-      m_shownCursor(pane.cursor())
+    : QAbstractTableModel(parent), m_pane(pane), m_rows(pane.visibleCount()), m_shownCursor(pane.cursor())
 {
     connect(&m_pane, &PaneModel::visibleChanged, this, &PaneTableModel::resetRows);
     connect(&m_pane, &PaneModel::selectionChanged, this, &PaneTableModel::repaintTagChanges);
