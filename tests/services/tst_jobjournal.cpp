@@ -1,0 +1,250 @@
+#include "operations/appdiagnostics.h"
+#include "scopedmount.h"
+#include "services/jobjournal.h"
+#include "services/transferqueue.h"
+#include "testtree.h"
+
+#include <QProcess>
+#include <QSignalSpy>
+#include <QTest>
+
+#include <sys/stat.h>
+
+using namespace quillorn;
+using namespace quillorn::test;
+namespace fs = std::filesystem;
+
+namespace {
+
+JobJournal::Entry entry(const QString &title, Job job, std::vector<fs::path> published = {})
+{
+    return {QUuid::createUuid(), title, std::move(job), std::move(published)};
+}
+
+// What the journal folder holds, by name.
+QStringList namesIn(const fs::path &folder)
+{
+    QStringList names;
+    if (fs::exists(folder))
+        for (const auto &item : fs::directory_iterator(folder))
+            names << QString::fromStdString(item.path().filename().string());
+    names.sort();
+    return names;
+}
+
+std::string pattern(std::size_t size, char seed)
+{
+    std::string bytes(size, '\0');
+    for (std::size_t index = 0; index < size; ++index)
+        bytes[index] = char(seed + index * 7 % 251);
+    return bytes;
+}
+
+// Every item below the folder whose name begins with ".quillorn-".
+QStringList stagingBelow(const fs::path &folder)
+{
+    QStringList found;
+    for (const auto &item : fs::recursive_directory_iterator(folder))
+        if (item.path().filename().string().starts_with(".quillorn-"))
+            found << QString::fromStdString(item.path().string());
+    return found;
+}
+
+} // namespace
+
+class JobJournalTest : public QObject {
+    Q_OBJECT
+
+private Q_SLOTS:
+    void initTestCase()
+    {
+        qputenv("XDG_DATA_HOME", QByteArray::fromStdString(m_data.root().string()));
+        AppDiagnostics::shared().record("TEST START");
+    }
+
+    void everyKindOfJobComesBackByteForByte()
+    {
+        // Names that are not UTF-8, with spaces, percent signs and line breaks.
+        const fs::path odd = "/tmp/a b/%41\n\xff\xfe.txt";
+        const std::vector<JobJournal::Entry> entries{
+            entry("Copy 2 \u2192 Inbox",
+                  TransferJob{{odd, "/x/y"}, "/dst dir", false, ConflictPolicy::keepBoth}, {odd}),
+            entry("Move 1 \u2192 Data", TransferJob{{"/src"}, "/d", true, ConflictPolicy::replace}),
+            entry("File operation", RenameJob{odd, "new\nname"}),
+            entry("File operation", NewFolderJob{"/f", "New Folder"}),
+            entry("File operation", TrashJob{{odd, "/t"}}),
+        };
+        const auto parsed = detail::parseJournal(detail::journalText(entries));
+        QVERIFY(parsed);
+        QCOMPARE(parsed->size(), entries.size());
+        for (std::size_t index = 0; index < entries.size(); ++index) {
+            QCOMPARE((*parsed)[index].id, entries[index].id);
+            QCOMPARE((*parsed)[index].title, entries[index].title);
+            QVERIFY((*parsed)[index].job == entries[index].job);
+            QVERIFY((*parsed)[index].published == entries[index].published);
+        }
+        QVERIFY(detail::journalText(entries).find("\xff") == std::string::npos);
+    }
+
+    void damagedTextIsRefused_data()
+    {
+        QTest::addColumn<QByteArray>("text");
+        const QByteArray whole = QByteArray::fromStdString(
+            detail::journalText({entry("T", TransferJob{{"/a"}, "/d", false, ConflictPolicy::stop})}));
+        QTest::newRow("cut off before its end") << whole.left(whole.size() - 4);
+        QTest::newRow("another format") << QByteArray("quillorn-jobs 2\nend\n");
+        QTest::newRow("unknown kind") << QByteArray(whole).replace("kind transfer", "kind format");
+        QTest::newRow("unknown policy") << QByteArray(whole).replace("policy Stop", "policy stop");
+        QTest::newRow("bad escape") << QByteArray(whole).replace("source /a", "source /%G1");
+        QTest::newRow("no sources") << QByteArray(whole).replace("source /a\n", "");
+        QTest::newRow("text after the end") << whole + "job x\n";
+        QTest::newRow("binary") << QByteArray("\x00\x01\x02", 3);
+    }
+    void damagedTextIsRefused()
+    {
+        QFETCH(QByteArray, text);
+        QVERIFY(!detail::parseJournal(text.toStdString()));
+    }
+
+    void onlyJobsOfQuillornsThatAreGoneAreTaken()
+    {
+        TestTree tree;
+        const fs::path folder = tree / "state";
+        auto killed = std::make_unique<JobJournal>(folder);
+        const JobJournal::Entry left = entry("Copy 1 \u2192 Photos", TransferJob{{"/a"}, "/d", false, {}});
+        killed->save({left});
+        killed->published(left.id, "/a");
+        auto running = std::make_unique<JobJournal>(folder);
+        running->save({entry("Copy 1 \u2192 Other", TransferJob{{"/b"}, "/d", false, {}})});
+        running->flush();
+
+        // Both owners alive: nobody takes anything.
+        JobJournal starting(folder);
+        QVERIFY(starting.recover().empty());
+        killed.reset(); // its process is gone: its journal stays, its lock is free
+        const auto taken = starting.recover();
+        QCOMPARE(taken.size(), std::size_t(1));
+        QCOMPARE(taken.front().id, left.id);
+        QVERIFY(taken.front().published == std::vector<fs::path>{"/a"});
+        QVERIFY(starting.publishedBy(left.id) == std::vector<fs::path>{"/a"});
+        QVERIFY(JobJournal(folder).recover().empty()); // taken once, by one owner
+        // The living one's files and the new owner's remain; the dead one's are gone.
+        QCOMPARE(namesIn(folder).filter(".journal").size(), 2);
+        QCOMPARE(namesIn(folder).filter(".lock").size(), 2);
+    }
+
+    void aDamagedOrUnreadableJournalIsSetAsideAndTheOthersAreTaken()
+    {
+        TestTree tree;
+        const fs::path folder = tree.folder("state");
+        tree.file("state/jobs-1-damaged.journal", "quillorn-jobs 1\njob 12\n");
+        fs::create_directory(folder / "jobs-2-unreadable.journal"); // opens, but cannot be read
+        {
+            JobJournal gone(folder);
+            gone.save({entry("Copy 1 \u2192 Photos", TransferJob{{"/a"}, "/d", false, {}})});
+        }
+        JobJournal starting(folder);
+        QCOMPARE(starting.recover().size(), std::size_t(1));
+        const QStringList names = namesIn(folder);
+        QVERIFY2(names.contains("damaged-jobs-1-damaged.journal"), qPrintable(names.join(' ')));
+        QVERIFY(names.contains("damaged-jobs-2-unreadable.journal"));
+        const QString log = QString::fromStdString(TestTree::read(AppDiagnostics::shared().fileURL()));
+        QVERIFY(log.contains("JOB JOURNAL SET ASIDE path=" +
+                             QString::fromStdString((folder / "jobs-1-damaged.journal").string())));
+        QVERIFY(starting.recover().empty()); // set aside for good, not offered again
+    }
+
+    void aQueueOffersInterruptedJobsAndStartsNothingByItself()
+    {
+        TestTree tree;
+        const fs::path folder = tree / "state";
+        const fs::path a = tree.file("src/a.txt", "a"), b = tree.file("src/b.txt", "b"),
+                       dst = tree.folder("dst");
+        const JobJournal::Entry copy = entry("Copy 2 \u2192 dst", TransferJob{{a, b}, dst, false, {}}, {a});
+        const JobJournal::Entry other = entry("File operation", NewFolderJob{dst, "New Folder"});
+        { // a killed run had published a.txt (here: by hand) when it died
+            JobJournal killed(folder);
+            killed.save({copy, other});
+        }
+        fs::copy_file(a, dst / "a.txt");
+        TransferQueue queue(nullptr, 10);
+        queue.setJournal(std::make_shared<JobJournal>(folder));
+        bool beforeRan = false;
+        queue.recoverInterrupted([&] { beforeRan = true; });
+        QTRY_COMPARE(queue.items().size(), std::size_t(2));
+        QVERIFY(beforeRan);
+        for (const QueueItem &item : queue.items())
+            QCOMPARE(item.stateText(), QStringLiteral("Interrupted"));
+        QVERIFY(!queue.hasWork()); // quitting now keeps them for the next start
+        QTest::qWait(50);
+        QVERIFY(!queue.running());
+        queue.discard(queue.items()[1].id);
+        queue.resume(queue.items()[0].id);
+        QTRY_COMPARE(queue.items()[0].stateText(), QStringLiteral("Complete"));
+        // a.txt was not copied again (with Stop it would have failed on the name).
+        QCOMPARE(TestTree::read(dst / "b.txt"), std::string("b"));
+        QVERIFY(!fs::exists(dst / "New Folder"));
+    }
+
+    // A move of three files from a tmpfs to the disk, killed while it copies
+    // the second: started again, the job is offered as interrupted and, resumed,
+    // ends with each file once at the destination, each source in the Trash, and
+    // no staging item anywhere.
+    void killedInTheMiddleOfAMoveBetweenVolumesResumesWithoutLossOrDuplicates()
+    {
+        if (!runningAsRoot())
+            QSKIP("needs root to mount a tmpfs");
+        TestTree tree;
+        std::optional<ScopedMount> volume;
+        try {
+            volume.emplace("tmpfs", tree.folder("volume"), "size=64m");
+        } catch (const std::exception &error) {
+            QSKIP(qPrintable(QString("this machine refuses the mount: ") + error.what()));
+        }
+        const std::size_t size = 4 * FileOperations::chunkSize + 5;
+        std::vector<fs::path> sources;
+        for (const char *name : {"a.bin", "b.bin", "c.bin"})
+            sources.push_back(tree.file(fs::path("volume/src") / name, pattern(size, name[0])));
+        const fs::path dst = tree.folder("dst");
+        QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+        environment.insert("XDG_STATE_HOME", QString::fromStdString((tree / "state").string()));
+        environment.insert("XDG_DATA_HOME", QString::fromStdString((tree / "data").string()));
+        environment.insert("CHUNK_DELAY_MS", "60");
+
+        QProcess first;
+        first.setProcessEnvironment(environment);
+        QStringList arguments{"move", QString::fromStdString(dst.string())};
+        for (const fs::path &source : sources)
+            arguments << QString::fromStdString(source.string());
+        first.start(QUILLORN_QUEUE_DRIVER, arguments);
+        QVERIFY(first.waitForStarted());
+        QTRY_VERIFY_WITH_TIMEOUT(fs::exists(dst / "a.bin") && !stagingBelow(dst).isEmpty(), 30000);
+        first.kill(); // SIGKILL
+        QVERIFY(first.waitForFinished());
+        QVERIFY2(!fs::exists(dst / "b.bin") && !stagingBelow(dst).isEmpty(), "not killed in the second item");
+
+        QProcess second;
+        second.setProcessEnvironment(environment);
+        second.start(QUILLORN_QUEUE_DRIVER, {"resume"});
+        QVERIFY(second.waitForFinished(60000));
+        const QString output = QString::fromUtf8(second.readAllStandardOutput());
+        QCOMPARE(second.exitCode(), 0);
+        QVERIFY2(output.contains("STATE title=Move state=Interrupted"), qPrintable(output));
+        QVERIFY2(output.trimmed().endsWith("STATE title=Move state=Complete"), qPrintable(output));
+
+        QCOMPARE(namesIn(dst), (QStringList{"a.bin", "b.bin", "c.bin"}));
+        for (const fs::path &source : sources) {
+            QCOMPARE(TestTree::read(dst / source.filename()), pattern(size, source.filename().string()[0]));
+            const fs::path trashed = tree / "volume/.Trash-0/files" / source.filename();
+            QVERIFY2(fs::exists(source) != fs::exists(trashed), qPrintable(QString::fromStdString(source)));
+        }
+        QVERIFY(stagingBelow(tree.root()).isEmpty());
+        QVERIFY(namesIn(tree / "state/Quillorn").filter(QRegularExpression("^jobs-.*journal$")).isEmpty());
+    }
+
+private:
+    TestTree m_data;
+};
+
+QTEST_GUILESS_MAIN(JobJournalTest)
+#include "tst_jobjournal.moc"
