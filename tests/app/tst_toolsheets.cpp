@@ -228,6 +228,8 @@ private Q_SLOTS:
         m_f.tree->symlink("Left/link", "b.txt");
         m_f.tree->file("Left/theirs", "x");
         m_f.tree->file("Left/odd\xff", "x");
+        const bool orphaned =
+            ::chown(m_f.tree->file("Left/orphan").c_str(), 54321, 54321) == 0; // no such accounts
         ::chmod(m_f.tree->root().c_str(), 0755);
         m_f.left().refresh();
         FixtureWindow::waitListed(m_f.left());
@@ -245,6 +247,12 @@ private Q_SLOTS:
         sheet->applyPermissions();
         QCOMPARE(sheet->status(), "Cannot change symbolic link permissions.");
         m_f.view->model().setTool(std::nullopt);
+
+        if (orphaned) {
+            sheet = openInfo("orphan");
+            QVERIFY(sheet->details().contains("\nOwner: Unknown\nGroup: Unknown\n"));
+            m_f.view->model().setTool(std::nullopt);
+        }
 
         // A name that is not UTF-8: shown with U+FFFD, changed by its real bytes.
         const std::filesystem::path odd = *m_f.tree / "Left/odd\xff";
