@@ -25,7 +25,7 @@ PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
 	unzip rsync time python3 desktop-file-utils
 
 # Only `make bench` installs these: reference programs the benchmarks measure against.
-BENCH_PACKAGES := krusader
+BENCH_PACKAGES := krusader openssl
 
 .PHONY: deps bench-deps build run test format-check bench install clean
 

@@ -128,6 +128,23 @@ bool reachesSameItem(const fs::path &source, const fs::path &target)
            detail::listedSpelling(source) == detail::listedSpelling(target);
 }
 
+// Whether folder is the source folder itself or lies inside it when both are
+// compared as items, not as paths: a bind mount or another mount of the same
+// volume shows the source under a path that shares nothing with its own.
+bool insideOf(const fs::path &folder, const fs::path &source)
+{
+    struct stat item {
+    }, level{};
+    if (::stat(source.c_str(), &item) != 0 || !S_ISDIR(item.st_mode))
+        return false;
+    for (fs::path at = folder;; at = at.parent_path()) {
+        if (::stat(at.c_str(), &level) == 0 && sameItem(item, level))
+            return true;
+        if (!at.has_relative_path())
+            return false;
+    }
+}
+
 // A file larger than the process may write (ulimit -f) must fail that write with
 // EFBIG, which the transfer reports and cleans up after, instead of the default
 // SIGXFSZ ending the whole program with a staging item left behind.
@@ -248,7 +265,7 @@ void FileOperations::validate(const Path &source, const Path &destination)
 {
     const Path s = resolved(source);
     const Path d = resolved(destination);
-    if (d == s || startsWithFolder(d, s))
+    if (d == s || startsWithFolder(d, s) || insideOf(d, source))
         throw CommanderError("Cannot transfer a folder into itself.");
 }
 

@@ -48,6 +48,12 @@ TEST(SameItem, replacingTheSourceReachedThroughABindMountALinkedFolderOrALinkIsR
             EXPECT_EQ(TestTree::read(source), "only copy") << destination;
         }
     EXPECT_TRUE(fs::is_symlink(tree / "dst/x.txt"));
+
+    // A folder copied into itself through the alias would copy its own copy, on and on.
+    tree.folder("real/box/sub");
+    EXPECT_EQ(failure([&] { transfer({real / "box"}, alias->path() / "box/sub"); }),
+              "Cannot transfer a folder into itself.");
+    EXPECT_TRUE(fs::is_empty(real / "box/sub"));
 }
 
 TEST(SameItem, onACaseInsensitiveVolumeCaseOnlyRenamesWorkAndReplaceNeverTrashesTheItem)
