@@ -59,7 +59,7 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : Q
     const Preferences &preferences =
         options.panes.preferences ? *options.panes.preferences : Preferences::standard();
     options = withDefaults(std::move(options), this);
-    auto openFile = options.desktop.openFile; // the tool bar's "Open" uses it too
+    auto openFile = options.desktop.openFile; // the tool bar's "Open" and the editor use it too
     m_model = std::make_unique<CommanderModel>(std::move(options));
 
     m_splitter = new QSplitter(Qt::Horizontal);
@@ -103,7 +103,7 @@ void CommanderView::buildSurroundings(QVBoxLayout *layout,
                                       std::function<void(const std::filesystem::path &)> openFile)
 {
     QWidget *content = centralWidget();
-    m_toolBar = new CommanderToolBar(*m_model, std::move(openFile), content);
+    m_toolBar = new CommanderToolBar(*m_model, openFile, content);
     layout->insertWidget(0, m_toolBar);
     m_queueView = new QueueView(m_model->queue(), content);
     layout->addWidget(m_queueView);
@@ -112,6 +112,9 @@ void CommanderView::buildSurroundings(QVBoxLayout *layout,
     m_functionKeys = new FunctionKeyBar(*m_model, content);
     layout->addWidget(m_functionKeys);
     m_toolHost = new ToolHost(*m_model, this);
+    // The editor's "Open in default app", and its unsaved state for the quit guard.
+    m_toolHost->setServices(
+        {std::move(openFile), [](bool unsaved) { CommanderAppDelegate::unsavedEditor = unsaved; }});
     connect(qApp, &QGuiApplication::applicationStateChanged, this, &CommanderView::refreshWhenActive);
 }
 

@@ -4,6 +4,7 @@
 #include "platform/desktop/modaldialogs.h"
 
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QMessageBox>
 #include <QWidget>
 
@@ -12,11 +13,15 @@ namespace quillorn {
 QuitGuard::QuitGuard(QWidget *window) : QObject(window), m_window(window)
 {
     window->installEventFilter(this);
+    // Quitting closes the open sheet first: the guard must answer before that,
+    // or a sheet with unsaved edits would be asked instead of the user told.
+    QCoreApplication::instance()->installEventFilter(this);
 }
 
 bool QuitGuard::eventFilter(QObject *watched, QEvent *event)
 {
-    if (watched != m_window || event->type() != QEvent::Close)
+    const bool quit = watched == QCoreApplication::instance() && event->type() == QEvent::Quit;
+    if (!quit && (watched != m_window || event->type() != QEvent::Close))
         return false;
     const auto reply = CommanderAppDelegate::applicationShouldTerminate([this](const AlertRequest &request) {
         if (m_alert)

@@ -8,9 +8,10 @@ class QWidget;
 
 namespace quillorn {
 
-// Puts the quit guard in front of the main window's close. Every way of
-// quitting ends there: closing the window, Ctrl+Q, and F10 once the model has
-// let it through (it refuses by itself while the queue has work). A refusal
+// Puts the quit guard in front of the main window's close and of the
+// application's quit. Every way of quitting ends there: closing the window,
+// Ctrl+Q, F10 (from the window once the model has let it through, or from the
+// editor sheet). A refusal
 // shows its alert over the window without waiting for it: the answer does not
 // depend on the button, so the interface thread never runs a nested event loop.
 class QuitGuard : public QObject {

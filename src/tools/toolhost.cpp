@@ -2,12 +2,17 @@
 
 #include "model/commandermodel.h"
 #include "model/commanderthemecolours.h"
+#include "platform/desktop/serveraddress.h"
+#include "tools/archivesheet.h"
 #include "tools/comparesheet.h"
+#include "tools/connectsheet.h"
+#include "tools/editorsheet.h"
 #include "tools/infosheet.h"
 #include "tools/searchsheet.h"
 #include "tools/sheetcontext.h"
 #include "tools/transfersheet.h"
 
+#include <QCoreApplication>
 #include <QDialog>
 #include <QTimer>
 #include <QVBoxLayout>
@@ -17,8 +22,8 @@ namespace quillorn {
 namespace {
 
 // One overload per kind of ToolSheet, reached through std::visit: a kind added
-// to ToolSheet without its sheet here does not compile. A null sheet means the
-// kind has no sheet yet; the host then drops the request at once.
+// to ToolSheet without its sheet here does not compile. A null sheet would
+// make the host drop the request at once.
 
 QWidget *makeSheet(const ToolSheet::Transfer &transfer, SheetContext &context)
 {
@@ -49,22 +54,28 @@ QWidget *makeSheet(const ToolSheet::Info &info, SheetContext &context)
     return new InfoSheet(info.item, context.dismiss);
 }
 
-// Not built yet: the editor, archive and connect sheets. Their requests are
-// dropped as soon as they are made, so the keyboard never stays with a sheet
-// nobody can see.
-QWidget *makeSheet(const ToolSheet::Editor &, SheetContext &)
+QWidget *makeSheet(const ToolSheet::Editor &editor, SheetContext &context)
 {
-    return nullptr;
+    EditorSheet::Actions actions;
+    actions.dismiss = context.dismiss;
+    actions.openFile = context.services.openFile;
+    actions.unsavedChanged = context.services.unsavedEditor;
+    // What Ctrl+Q and the platform ask for; the quit guard answers it.
+    actions.quit = [] {
+        QCoreApplication::postEvent(QCoreApplication::instance(), new QEvent(QEvent::Quit));
+    };
+    return new EditorSheet(editor.file, std::move(actions));
 }
 
-QWidget *makeSheet(const ToolSheet::Archive &, SheetContext &)
+QWidget *makeSheet(const ToolSheet::Archive &archive, SheetContext &context)
 {
-    return nullptr;
+    return new ArchiveSheet(archive.archive, context.model.other().directory(), context.model.queue(),
+                            context.dismiss);
 }
 
-QWidget *makeSheet(const ToolSheet::Connect &, SheetContext &)
+QWidget *makeSheet(const ToolSheet::Connect &, SheetContext &context)
 {
-    return nullptr;
+    return new ConnectSheet(context.dismiss, &handServerAddressToDesktop);
 }
 
 } // namespace
@@ -170,7 +181,7 @@ void ToolHost::present(const ToolSheet &tool)
 
 QWidget *ToolHost::buildContent(const ToolSheet &tool, const std::function<void()> &dismiss)
 {
-    SheetContext context{m_model, dismiss};
+    SheetContext context{m_model, dismiss, m_services};
     return std::visit([&context](const auto &sheet) { return makeSheet(sheet, context); }, tool.value);
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "model/toolsheet.h"
+#include "tools/sheetcontext.h"
 
 #include <QDialog>
 #include <QObject>
@@ -18,9 +19,7 @@ class CommanderModel;
 // window-modal dialog over the main window, in one frame for all sheets: 20
 // points of padding, at least 620 × 300, the theme's window colour and accent.
 // However a sheet closes — its own buttons, Escape, the window closing it, or
-// the model dropping the request — the model's tool goes back to none. Kinds
-// without a sheet yet show nothing and are dropped at once, so the keyboard
-// never stays with a sheet nobody can see.
+// the model dropping the request — the model's tool goes back to none.
 class ToolHost : public QObject {
     Q_OBJECT
 public:
@@ -29,6 +28,8 @@ public:
 
     // The dialog shown now, if any.
     QDialog *sheet() const { return m_dialog; }
+    // For the sheets shown from now on.
+    void setServices(SheetServices services) { m_services = std::move(services); }
 
     static constexpr int padding = 20;
     static constexpr int minimumWidth = 620;
@@ -44,6 +45,7 @@ private:
     QWidget *m_window;
     QPointer<QDialog> m_dialog;
     std::optional<ToolSheet> m_shown;
+    SheetServices m_services;
 };
 
 } // namespace quillorn

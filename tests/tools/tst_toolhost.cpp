@@ -2,6 +2,7 @@
 #include "model/commanderthemecolours.h"
 #include "platform/core/preferences.h"
 #include "testtree.h"
+#include "tools/connectsheet.h"
 #include "tools/toolhost.h"
 #include "tools/transfersheet.h"
 
@@ -53,7 +54,9 @@ private Q_SLOTS:
         QVERIFY(m_model->tool()); // closing the first did not clear the second
         m_model->setTool(std::nullopt);
         QTRY_VERIFY(!m_host->sheet() && !second);
-        m_model->connect(); // no sheet for this kind yet: nothing shows, the keyboard stays free
+        m_model->connect(); // every kind has its sheet
+        QVERIFY(m_host->sheet() && m_host->sheet()->findChild<ConnectSheet *>());
+        m_model->setTool(std::nullopt);
         QTRY_VERIFY(!m_host->sheet() && !m_model->tool());
 
         for (const auto &close : std::initializer_list<std::function<void(QDialog *)>>{

@@ -1,0 +1,339 @@
+#include "tools/editorsheet.h"
+
+#include "platform/core/displaytext.h"
+#include "services/errortext.h"
+#include "tools/backgroundwork.h"
+
+#include <QCloseEvent>
+#include <QFontDatabase>
+#include <QHBoxLayout>
+#include <QKeyEvent>
+#include <QLabel>
+#include <QMessageBox>
+#include <QPlainTextEdit>
+#include <QPushButton>
+#include <QTextBlock>
+#include <QTextCursor>
+#include <QTextDocument>
+#include <QVBoxLayout>
+
+namespace quillorn {
+
+namespace {
+
+QPushButton *plainButton(const QString &text, const QString &name, QWidget *parent)
+{
+    auto *button = new QPushButton(text, parent);
+    button->setObjectName(name);
+    button->setAutoDefault(false); // Return types a line break
+    return button;
+}
+
+QString editorContents(const QPlainTextEdit *editor)
+{
+    // toRawText, not toPlainText, which turns no-break spaces into spaces.
+    return editor->document()->toRawText().replace(QChar::ParagraphSeparator, QLatin1Char('\n'));
+}
+
+QString methodStatus(TextDocument::SaveMethod method)
+{
+    switch (method) {
+    case ContentsWrite::inPlaceLinked:
+        return QStringLiteral("Saved in place: the file has other hard links, which keep sharing it.");
+    case ContentsWrite::inPlaceFolderClosed:
+        return QStringLiteral("Saved in place: its folder does not allow a new file, so the file was "
+                              "overwritten directly.");
+    case ContentsWrite::inPlaceMetadata:
+        return QStringLiteral("Saved in place: a new file could not keep its owner or attributes.");
+    default:
+        return QStringLiteral("Saved");
+    }
+}
+
+} // namespace
+
+EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
+    : QWidget(parent), m_url(std::move(url)), m_actions(std::move(actions))
+{
+    setObjectName(QStringLiteral("editorSheet"));
+    auto *layout = new QVBoxLayout(this);
+    layout->setContentsMargins(0, 0, 0, 0);
+    layout->setSpacing(8);
+
+    m_title = new QLabel(this);
+    m_title->setObjectName(QStringLiteral("sheetTitle"));
+    QFont titleFont = m_title->font();
+    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.4);
+    titleFont.setBold(true);
+    m_title->setFont(titleFont);
+    layout->addWidget(m_title);
+
+    m_caption = new QLabel(this);
+    m_caption->setObjectName(QStringLiteral("byteCount"));
+    layout->addWidget(m_caption);
+
+    m_editor = new QPlainTextEdit(this);
+    m_editor->setObjectName(QStringLiteral("textEditor"));
+    m_editor->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
+    m_editor->setLineWrapMode(QPlainTextEdit::NoWrap);
+    m_editor->setEnabled(false);
+    layout->addWidget(m_editor, 1);
+
+    m_statusLabel = new QLabel(m_status, this);
+    m_statusLabel->setObjectName(QStringLiteral("statusLabel"));
+    m_statusLabel->setWordWrap(true);
+    m_statusLabel->setTextInteractionFlags(Qt::TextSelectableByMouse);
+    QFont small = m_statusLabel->font();
+    small.setPointSizeF(small.pointSizeF() * 0.85);
+    m_statusLabel->setFont(small);
+    layout->addWidget(m_statusLabel);
+
+    auto *buttons = new QHBoxLayout;
+    auto *open = plainButton(QStringLiteral("Open in default app"), QStringLiteral("openButton"), this);
+    auto *closeButton = plainButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
+    m_saveButton = plainButton(QStringLiteral("Save"), QStringLiteral("saveButton"), this);
+    buttons->addWidget(open);
+    buttons->addStretch(1);
+    buttons->addWidget(closeButton);
+    buttons->addWidget(m_saveButton);
+    layout->addLayout(buttons);
+
+    connect(open, &QPushButton::clicked, this, [this] {
+        if (m_actions.openFile)
+            m_actions.openFile(m_url);
+    });
+    connect(closeButton, &QPushButton::clicked, this, &EditorSheet::close);
+    connect(m_saveButton, &QPushButton::clicked, this, &EditorSheet::save);
+    connect(m_editor->document(), &QTextDocument::contentsChange, this, &EditorSheet::textEdited);
+    setFocusProxy(m_editor);
+    updateView();
+
+    runInBackground(
+        this, [url = m_url] { return TextDocument::load(url); },
+        [this](TextDocument document) { loaded(std::move(document)); },
+        [this](const std::exception_ptr &error) { failed(error); });
+}
+
+EditorSheet::~EditorSheet()
+{
+    if (m_published && m_actions.unsavedChanged)
+        m_actions.unsavedChanged(false);
+}
+
+QString EditorSheet::title() const
+{
+    return displayName(m_url) + (dirty() ? QStringLiteral(" \u2022") : QString());
+}
+
+QString EditorSheet::byteCount() const
+{
+    return QStringLiteral("UTF-8 \u00b7 ") + QString::number(m_bytes) + QStringLiteral(" bytes");
+}
+
+QString EditorSheet::text() const
+{
+    return m_lines ? m_lines->taken(editorContents(m_editor)) : QString();
+}
+
+void EditorSheet::loaded(TextDocument document)
+{
+    m_lines = detail::EditorText::forText(document.text);
+    if (m_lines) {
+        m_loadedShown = m_lines->shown(document.text);
+        m_filling = true;
+        m_editor->setPlainText(m_loadedShown);
+        m_filling = false;
+        m_shown = editorContents(m_editor);
+    }
+    // What the editor would hand back must be the file's text exactly.
+    if (!m_lines || m_shown != m_loadedShown) {
+        m_lines.reset();
+        m_editor->clear();
+        setStatus(
+            QStringLiteral("This file holds line or paragraph separators the editor cannot keep. Open it "
+                           "in its associated application."));
+        updateView();
+        return;
+    }
+    m_bytes = document.original.size();
+    m_document = std::move(document);
+    m_dirty = false;
+    setStatus(displayText(m_url));
+    updateView();
+    m_editor->setFocus();
+}
+
+void EditorSheet::textEdited(int position, int removed, int added)
+{
+    if (m_filling || !m_lines)
+        return;
+    const qsizetype length = m_editor->document()->characterCount() - 1; // without the final block's end
+    position = std::min<int>(position, int(m_shown.size()));
+    removed = std::min<int>(removed, int(m_shown.size()) - position);
+    added = std::min<int>(added, int(length) - position);
+    QTextCursor cursor(m_editor->document());
+    cursor.setPosition(position);
+    cursor.setPosition(position + added, QTextCursor::KeepAnchor);
+    const QString inserted = cursor.selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n'));
+    m_bytes += m_lines->utf8Bytes(inserted) - m_lines->utf8Bytes(QStringView(m_shown).mid(position, removed));
+    m_shown.replace(position, removed, inserted);
+    if (m_shown.size() != length)
+        resynchronise(); // a change reported in a way not followed above: count it afresh
+    // Equal lengths first: most keys change the length, and then no content is compared.
+    m_dirty = m_shown.size() != m_loadedShown.size() || m_shown != m_loadedShown;
+    updateView();
+}
+
+void EditorSheet::resynchronise()
+{
+    m_shown = editorContents(m_editor);
+    m_bytes = m_lines->utf8Bytes(m_shown);
+}
+
+void EditorSheet::save()
+{
+    if (!m_document || m_saving || !dirty())
+        return;
+    TextDocument copy = *m_document;
+    copy.text = text();
+    setSaving(true);
+    runInBackground(
+        this,
+        [copy]() mutable {
+            const TextDocument::SaveMethod method = copy.save();
+            return std::pair(std::move(copy), method);
+        },
+        [this](std::pair<TextDocument, TextDocument::SaveMethod> result) {
+            saved(std::move(result.first), result.second);
+        },
+        [this](const std::exception_ptr &error) {
+            setSaving(false);
+            failed(error);
+        });
+}
+
+void EditorSheet::saved(TextDocument document, TextDocument::SaveMethod method)
+{
+    m_document = std::move(document);
+    m_loadedShown = m_lines->shown(m_document->text);
+    m_dirty = m_shown != m_loadedShown;
+    setStatus(methodStatus(method));
+    setSaving(false);
+}
+
+void EditorSheet::failed(const std::exception_ptr &error)
+{
+    setStatus(userFacingDescription(error));
+    updateView();
+}
+
+void EditorSheet::close()
+{
+    if (!dirty() && !m_saving) {
+        if (m_actions.dismiss)
+            m_actions.dismiss();
+        return;
+    }
+    if (m_confirmation)
+        return;
+    auto *box = new QMessageBox(QMessageBox::Warning, QStringLiteral("Discard unsaved changes?"),
+                                QStringLiteral("Discard unsaved changes?"), QMessageBox::NoButton, this);
+    box->setObjectName(QStringLiteral("discardConfirmation"));
+    QPushButton *discard = box->addButton(QStringLiteral("Discard changes"), QMessageBox::DestructiveRole);
+    box->addButton(QMessageBox::Cancel);
+    box->setDefaultButton(QMessageBox::Cancel);
+    box->setAttribute(Qt::WA_DeleteOnClose);
+    connect(box, &QMessageBox::finished, this, [this, box, discard] {
+        if (box->clickedButton() == discard && m_actions.dismiss) {
+            // Gone as far as the quit guard is concerned, even while a save still runs.
+            m_dirty = false;
+            m_saving = false;
+            m_actions.dismiss();
+        }
+    });
+    m_confirmation = box;
+    box->open();
+}
+
+void EditorSheet::keyPressEvent(QKeyEvent *event)
+{
+    if (event->key() == Qt::Key_Escape) {
+        close();
+        return;
+    }
+    // Ctrl+S reaches here from the text editor, which leaves it alone.
+    if (event->key() == Qt::Key_S && event->modifiers() == Qt::ControlModifier) {
+        save();
+        return;
+    }
+    // The sheet covers the window, so quitting from here goes to the quit guard too.
+    if (event->key() == Qt::Key_F10 ||
+        (event->key() == Qt::Key_Q && (event->modifiers() & Qt::ControlModifier))) {
+        if (m_actions.quit)
+            m_actions.quit();
+        return;
+    }
+    QWidget::keyPressEvent(event);
+}
+
+void EditorSheet::showEvent(QShowEvent *event)
+{
+    QWidget::showEvent(event);
+    // The frame's own close (its title bar, the window system) must not drop unsaved edits either.
+    if (!m_frame && window() != this) {
+        m_frame = window();
+        m_frame->installEventFilter(this);
+    }
+}
+
+void EditorSheet::hideEvent(QHideEvent *event)
+{
+    QWidget::hideEvent(event);
+    if (!event->spontaneous() && m_published && m_actions.unsavedChanged) {
+        m_published = false;
+        m_actions.unsavedChanged(false);
+    }
+}
+
+bool EditorSheet::eventFilter(QObject *watched, QEvent *event)
+{
+    if (watched == m_frame && event->type() == QEvent::Close && (dirty() || m_saving)) {
+        event->ignore();
+        close();
+        return true;
+    }
+    return QWidget::eventFilter(watched, event);
+}
+
+void EditorSheet::setStatus(const QString &status)
+{
+    m_status = status;
+    m_statusLabel->setText(status);
+}
+
+void EditorSheet::setSaving(bool saving)
+{
+    m_saving = saving;
+    updateView();
+}
+
+void EditorSheet::updateUnsaved()
+{
+    const bool unsaved = dirty() || m_saving;
+    if (unsaved == m_published)
+        return;
+    m_published = unsaved;
+    if (m_actions.unsavedChanged)
+        m_actions.unsavedChanged(unsaved);
+}
+
+void EditorSheet::updateView()
+{
+    m_title->setText(title());
+    m_caption->setText(byteCount());
+    m_editor->setEnabled(m_document && !m_saving);
+    m_saveButton->setEnabled(dirty() && !m_saving);
+    updateUnsaved();
+}
+
+} // namespace quillorn

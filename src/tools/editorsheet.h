@@ -1,0 +1,100 @@
+#pragma once
+
+#include "services/textdocument.h"
+#include "tools/detail/editortext.h"
+
+#include <QMessageBox>
+#include <QPointer>
+#include <QString>
+#include <QWidget>
+#include <exception>
+#include <filesystem>
+#include <functional>
+#include <optional>
+
+class QLabel;
+class QPlainTextEdit;
+class QPushButton;
+
+namespace quillorn {
+
+// The built-in editor for one UTF-8 text file: loads it in the background,
+// saves with the document's change check, and never closes over unsaved edits
+// without the user's word ("Discard unsaved changes?"). Whether edits are
+// unsaved, or a save runs, is published through `unsavedChanged` from one place
+// (updateUnsaved), so the quit guard can refuse to quit meanwhile; when the
+// sheet goes it publishes false. A load or save runs to its end even when the
+// sheet closes; its result is then dropped.
+class EditorSheet : public QWidget {
+    Q_OBJECT
+public:
+    using Path = std::filesystem::path;
+
+    struct Actions {
+        std::function<void()> dismiss;
+        // Opens the file in the desktop's default application.
+        std::function<void(const Path &)> openFile;
+        // Asks the application to quit (the quit guard decides).
+        std::function<void()> quit;
+        // Receives whether edits are unsaved or a save runs.
+        std::function<void(bool)> unsavedChanged;
+    };
+
+    EditorSheet(Path url, Actions actions, QWidget *parent = nullptr);
+    ~EditorSheet() override;
+
+    bool dirty() const { return m_document && m_dirty; }
+    bool saving() const { return m_saving; }
+    const QString &status() const { return m_status; }
+    QString title() const;
+    QString byteCount() const;
+    // The text as it would be saved.
+    QString text() const;
+
+    void save();
+    // Closes, or asks first when edits are unsaved.
+    void close();
+    QMessageBox *discardConfirmation() const { return m_confirmation; }
+
+    static inline const QString loadingStatus = QStringLiteral("Loading\u2026");
+
+protected:
+    void keyPressEvent(QKeyEvent *event) override;
+    void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
+private:
+    void loaded(TextDocument document);
+    void saved(TextDocument document, TextDocument::SaveMethod method);
+    void failed(const std::exception_ptr &error);
+    void textEdited(int position, int removed, int added);
+    void resynchronise();
+    void setStatus(const QString &status);
+    void setSaving(bool saving);
+    void updateUnsaved();
+    void updateView();
+
+    Path m_url;
+    Actions m_actions;
+    std::optional<TextDocument> m_document;
+    std::optional<detail::EditorText> m_lines;
+    QString m_shown;       // the editor's text, kept in step with each change
+    QString m_loadedShown; // the document's text as the editor shows it
+    qsizetype m_bytes = 0;
+    bool m_dirty = false;
+    bool m_saving = false;
+    bool m_filling = false;
+    bool m_published = false;
+    QString m_status = loadingStatus;
+
+    QLabel *m_title = nullptr;
+    QLabel *m_caption = nullptr;
+    QPlainTextEdit *m_editor = nullptr;
+    QLabel *m_statusLabel = nullptr;
+    QPushButton *m_saveButton = nullptr;
+    QPointer<QMessageBox> m_confirmation;
+    QPointer<QWidget> m_frame;
+};
+
+} // namespace quillorn
