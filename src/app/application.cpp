@@ -2,12 +2,13 @@
 
 #include "app/commanderview.h"
 #include "app/quillornapp.h"
+#include "model/commandermodel.h"
 #include "operations/stagingjournal.h"
 #include "quillorn/version.h"
+#include "services/jobjournal.h"
 
 #include <QApplication>
 #include <string>
-#include <thread>
 #include <vector>
 
 namespace quillorn {
@@ -22,9 +23,13 @@ int runApplication(int argc, char *argv[])
 
     // The arguments as the system's bytes: a folder name need not be UTF-8.
     const std::vector<std::string> arguments(argv + 1, argv + argc);
-    // Staging items of a Quillorn killed during a copy; a large one must not hold up the window.
-    std::thread([] { StagingJournal::shared().recover(); }).detach();
     QuillornApp app(arguments);
+    // Jobs a killed Quillorn left unfinished come back as "Interrupted", but
+    // only after its staging items are gone; both on a background thread, so
+    // a large leftover never holds up the window.
+    TransferQueue &queue = app.window().model().queue();
+    queue.setJournal(JobJournal::open());
+    queue.recoverInterrupted([] { StagingJournal::shared().recover(); });
     app.window().show();
     return QApplication::exec();
 }

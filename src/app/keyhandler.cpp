@@ -10,6 +10,7 @@
 #include <QPlainTextEdit>
 #include <QTextEdit>
 #include <QWidget>
+#include <algorithm>
 #include <array>
 
 namespace quillorn {
@@ -26,7 +27,7 @@ struct CharacterRow {
     Action action;
 };
 // Ctrl shortcuts, recognised by the character of the key without modifiers.
-constexpr std::array<CharacterRow, 9> controlRows{{
+constexpr std::array<CharacterRow, 10> controlRows{{
     {'c', Action::clipboardCopy},
     {'v', Action::clipboardPaste},
     {'t', Action::newTab},
@@ -36,6 +37,7 @@ constexpr std::array<CharacterRow, 9> controlRows{{
     {'r', Action::refresh},
     {'a', Action::selectAll},
     {'.', Action::ignoredPeriod},
+    {'j', Action::focusQueue},
 }};
 
 struct KeyRow {
@@ -80,6 +82,29 @@ bool isTextEditor(const QWidget *widget)
     if (const auto *combo = qobject_cast<const QComboBox *>(widget))
         return combo->isEditable();
     return qobject_cast<const QAbstractSpinBox *>(widget) != nullptr;
+}
+
+// The list of the queue panel in the active window, when it is on screen.
+QWidget *queueList()
+{
+    QWidget *window = QApplication::activeWindow();
+    QWidget *list = window ? window->findChild<QWidget *>(QStringLiteral("queueList")) : nullptr;
+    return list && list->isVisible() ? list : nullptr;
+}
+
+// Whether the key goes to a panel that moves its own keyboard focus.
+bool inNavigatingPanel(const QObject *receiver)
+{
+    for (const QObject *object = receiver; object; object = object->parent())
+        if (object->property("ownsNavigationKeys").toBool())
+            return true;
+    return false;
+}
+
+bool isNavigation(Action action)
+{
+    return std::any_of(plainRows.begin(), plainRows.end(),
+                       [&](const KeyRow &row) { return row.action == action; });
 }
 
 } // namespace
@@ -138,6 +163,8 @@ bool KeyHandler::consumes(const Binding &binding) const
         return m_model.active().tabs().size() >= 2;
     case Action::ignoredPeriod:
         return false;
+    case Action::focusQueue:
+        return queueList() != nullptr;
     default:
         return true;
     }
@@ -212,6 +239,10 @@ void KeyHandler::run(const Binding &binding)
     case Action::cursorUp:
         active.moveCursor(-1, binding.extending);
         break;
+    case Action::focusQueue:
+        if (QWidget *list = queueList())
+            list->setFocus(Qt::ShortcutFocusReason);
+        break;
     }
 }
 
@@ -254,6 +285,11 @@ bool KeyHandler::eventFilter(QObject *watched, QEvent *event)
     if (!watched->isWidgetType() || !m_gate(watched))
         return false;
     auto *key = static_cast<QKeyEvent *>(event);
+    if (inNavigatingPanel(watched)) {
+        const std::optional<Binding> row = binding(key->key(), key->modifiers());
+        if (row && isNavigation(row->action))
+            return false;
+    }
     if (type == QEvent::ShortcutOverride) {
         // Claim keys the table consumes so that no menu shortcut takes them first.
         if (!wouldConsume(key->key(), key->modifiers()))

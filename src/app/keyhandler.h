@@ -21,7 +21,9 @@ class CommanderModel;
 // every key untouched. Keys the table does not know, and the few rows that
 // decline (Ctrl+W with one tab, Ctrl+. without Shift), go on to normal handling:
 // menus and the window's own shortcuts. Ctrl stands where other desktops have
-// Command.
+// Command. Ctrl+J takes the keyboard to the queue panel; inside a widget marked
+// with the property "ownsNavigationKeys" (the queue panel) Tab, the arrows,
+// Space, Return and Backspace are left to it.
 class KeyHandler : public QObject {
     Q_OBJECT
 public:
@@ -46,6 +48,7 @@ public:
         parentFolder,
         cursorDown,
         cursorUp,
+        focusQueue,
     };
     struct Binding {
         Action action;

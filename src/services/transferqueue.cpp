@@ -9,6 +9,7 @@
 #include <QMetaObject>
 #include <algorithm>
 #include <thread>
+#include <utility>
 
 namespace quillorn {
 
@@ -294,8 +295,8 @@ void TransferQueue::startNext()
 
     next->state = JobState::running;
     m_current = next->control;
-    setRunning(true);
     publishProgress({0, 0, "Preparing"}, 0);
+    setRunning(true);
     changed();
 
     m_started.start();
@@ -377,23 +378,21 @@ void TransferQueue::finish(const Outcome &outcome)
 
 void TransferQueue::publishProgress(const OperationControl::Progress &progress, double bytesPerSecond)
 {
-    if (m_bytes != progress.completed) {
-        m_bytes = progress.completed;
-        Q_EMIT bytesChanged();
-    }
-    if (m_total != progress.expected) {
-        m_total = progress.expected;
-        Q_EMIT totalChanged();
-    }
-    if (m_bytesPerSecond != bytesPerSecond) {
-        m_bytesPerSecond = bytesPerSecond;
-        Q_EMIT bytesPerSecondChanged();
-    }
+    // All fields first, then the signals: a listener must never see the new
+    // bytes against the total of the previous job.
     const QString detail = QString::fromStdString(progress.detail);
-    if (m_detail != detail) {
-        m_detail = detail;
+    const bool bytes = std::exchange(m_bytes, progress.completed) != progress.completed;
+    const bool total = std::exchange(m_total, progress.expected) != progress.expected;
+    const bool speed = std::exchange(m_bytesPerSecond, bytesPerSecond) != bytesPerSecond;
+    const bool step = std::exchange(m_detail, detail) != detail;
+    if (bytes)
+        Q_EMIT bytesChanged();
+    if (total)
+        Q_EMIT totalChanged();
+    if (speed)
+        Q_EMIT bytesPerSecondChanged();
+    if (step)
         Q_EMIT detailChanged();
-    }
 }
 
 void TransferQueue::setRunning(bool running)

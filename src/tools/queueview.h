@@ -1,29 +1,35 @@
 #pragma once
 
 #include "services/queueitem.h"
+#include "tools/detail/queuerow.h"
 
 #include <QColor>
 #include <QWidget>
 #include <cstdint>
 #include <filesystem>
 #include <functional>
+#include <optional>
 
 class QLabel;
+class QListView;
 class QProgressBar;
 class QPushButton;
 class QToolButton;
-class QVBoxLayout;
-class QScrollArea;
 
 namespace quillorn {
 
 struct CommanderThemeColours;
+class QueueListModel;
 class TransferQueue;
 
 // The collapsible panel under the panes that lists the queue's jobs, shows the
-// running job's progress and speed, and lets the user cancel jobs, clear the
-// finished ones and reveal the log file. It holds no state of its own but the
-// expanded flag: everything else is redrawn from the queue's published fields.
+// running job's progress, speed and time left, and lets the user pause, resume,
+// reorder and cancel jobs, resume or discard the ones a crash interrupted,
+// clear the finished ones and reveal the log file. The job list is a list view
+// over a QueueListModel with one QueueRow widget per job, made when the job
+// appears and updated in place. Keyboard: Tab and Shift+Tab go round the
+// panel's buttons and the list; Alt+Up and Alt+Down move the current waiting
+// job; Escape gives the keyboard back to the panes.
 class QueueView : public QWidget {
     Q_OBJECT
 public:
@@ -38,36 +44,52 @@ public:
     void setRevealLog(RevealLog reveal) { m_revealLog = std::move(reveal); }
     // The panel's surface, its buttons and texts in the colours of a theme.
     void setColours(const CommanderThemeColours &palette);
+    QListView *list() const { return m_list; }
+    // The panel's keyboard stops, in Tab order.
+    QList<QWidget *> tabOrder() const;
 
-    // "<bytes> of <total>  •  x.x% transferred  •  y.y% left  •  <speed>/s"
-    static QString progressLine(std::int64_t bytes, std::int64_t total, double bytesPerSecond);
+    // "<bytes> of <total>  •  x.x% transferred  •  y.y% left  •  <speed>/s",
+    // then "  •  About 2 min left" when the time left is known.
+    static QString progressLine(std::int64_t bytes, std::int64_t total, double bytesPerSecond,
+                                std::optional<double> secondsLeft = std::nullopt);
+    // The header's summary of the waiting jobs: "Waiting: 1.2 GB  •  About 3 min left".
+    static QString waitingLine(std::int64_t bytes, std::optional<double> secondsLeft);
 
     static inline const QColor failureColour{255, 149, 0};
 
+protected:
+    bool eventFilter(QObject *watched, QEvent *event) override;
+
 private:
-    void rebuildRows();
+    void buildHeader();
+    void addRows(int first, int last);
+    void refreshRows();
     void updateProgress();
-    void updateVisibility();
+    void updateSummary();
+    void act(const QUuid &id, QueueRow::Action action);
+    bool moveCurrent(int direction);
     void styleButton(QPushButton *button) const;
     void colourSecondary(QLabel *label) const;
-    QWidget *makeRow(const QueueItem &item);
+    void watchKeys(QWidget *widget);
 
     TransferQueue &m_queue;
+    QueueListModel *m_model = nullptr;
     bool m_expanded = true;
     RevealLog m_revealLog;
     QColor m_accent{91, 207, 250};
     QColor m_button{45, 67, 101};
     QColor m_secondary{178, 199, 219};
+    int m_rowHeight = 0;
 
     QToolButton *m_toggle = nullptr;
+    QLabel *m_summary = nullptr;
     QPushButton *m_showLog = nullptr;
     QPushButton *m_clear = nullptr;
     QWidget *m_progressBlock = nullptr;
     QProgressBar *m_progressBar = nullptr;
     QLabel *m_progressLine = nullptr;
     QLabel *m_detail = nullptr;
-    QScrollArea *m_scroll = nullptr;
-    QVBoxLayout *m_rows = nullptr;
+    QListView *m_list = nullptr;
 };
 
 } // namespace quillorn

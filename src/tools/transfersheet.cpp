@@ -103,7 +103,7 @@ void TransferSheet::setPolicy(ConflictPolicy policy)
 void TransferSheet::addToQueue()
 {
     m_queue.enqueue(queueTitle(m_sources.size(), m_destination, m_move),
-                    work(m_sources, m_destination, m_move, policy()));
+                    TransferJob{m_sources, m_destination, m_move, policy()});
     if (m_dismiss)
         m_dismiss();
 }
@@ -141,15 +141,6 @@ QString TransferSheet::queueTitle(std::size_t count, const Path &destination, bo
     const QString name = folder.has_filename() ? displayName(folder) : QStringLiteral("/");
     return (move ? QStringLiteral("Move ") : QStringLiteral("Copy ")) + QString::number(count) +
            QStringLiteral(" \u2192 ") + name;
-}
-
-QueueItem::Work TransferSheet::work(std::vector<Path> sources, Path destination, bool move,
-                                    ConflictPolicy policy)
-{
-    return [sources = std::move(sources), destination = std::move(destination), move,
-            policy](OperationControl &control) {
-        FileOperations().transfer(sources, destination, move, policy, control, true);
-    };
 }
 
 } // namespace quillorn

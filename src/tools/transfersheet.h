@@ -38,9 +38,6 @@ public:
     static QString heading(std::size_t count, bool move);
     // "Copy 3 → Photos": the queue row's title.
     static QString queueTitle(std::size_t count, const Path &destination, bool move);
-    // The job itself: a transfer by an engine with its default services.
-    static QueueItem::Work work(std::vector<Path> sources, Path destination, bool move,
-                                ConflictPolicy policy);
 
     static inline const QString note =
         QStringLiteral("Cancellation keeps completed items. Moves and replacements use Trash when available. "

@@ -8,6 +8,8 @@
 #include <atomic>
 #include <thread>
 
+namespace fs = std::filesystem;
+
 using namespace quillorn;
 using namespace std::chrono_literals;
 
@@ -29,9 +31,40 @@ QStringList logLines(const QString &title)
     QStringList lines;
     const std::string log = test::TestTree::read(AppDiagnostics::shared().fileURL());
     for (const QString &line : QString::fromStdString(log).split('\n'))
-        if (line.contains(" title=" + title))
+        if ((line + '\n').contains(" title=" + title))
             lines << line.section(' ', 1);
     return lines;
+}
+
+// The engine with each copied chunk held back, so a job's speed is steady and
+// slow enough to be caught in the middle.
+JobRunner slowedRunner(std::chrono::milliseconds delay)
+{
+    FileOperations::FileManager manager = FileOperations::FileManager::posix();
+    manager.copyChunk = [copy = manager.copyChunk, delay](int input, int output, std::size_t limit,
+                                                          const fs::path &source, const fs::path &target) {
+        std::this_thread::sleep_for(delay);
+        return copy(input, output, limit, source, target);
+    };
+    return JobRunner(FileOperations(FileOperations::defaultTrash(), FileOperations::defaultRemove(),
+                                    FileOperations::defaultVolumeIsLocal(), manager));
+}
+
+std::string pattern(std::size_t size)
+{
+    std::string bytes(size, '\0');
+    for (std::size_t index = 0; index < size; ++index)
+        bytes[index] = char(index * 31 % 251);
+    return bytes;
+}
+
+// The one staging item in the folder, or an empty path.
+fs::path stagingIn(const fs::path &folder)
+{
+    for (const auto &item : fs::directory_iterator(folder))
+        if (item.path().filename().string().starts_with(".quillorn-"))
+            return item.path();
+    return {};
 }
 
 } // namespace
@@ -130,6 +163,133 @@ private Q_SLOTS:
         queue.reset();
         QTRY_COMPARE(gate.use_count(), 1); // the job has ended and its thread let go of it
         QTest::qWait(50);                  // the late outcome must not reach the dead queue
+    }
+
+    void aPausedJobWritesNothingHoldsTheQueueAndResumesOrCancelsCleanly()
+    {
+        for (const bool resume : {true, false}) {
+            test::TestTree tree;
+            const std::string bytes = pattern(12 * FileOperations::chunkSize + 7);
+            const fs::path source = tree.file("src/big.bin", bytes), dst = tree.folder("dst");
+            TransferQueue queue(nullptr, 10);
+            queue.setRunner(slowedRunner(std::chrono::milliseconds(40)));
+            const QString title = resume ? "Paused copy" : "Cancelled copy";
+            const QUuid id = queue.enqueue(title, TransferJob{{source}, dst, false, ConflictPolicy::stop});
+            const QUuid next = queue.enqueue(title + " next", [](OperationControl &) {});
+            QTRY_VERIFY(queue.bytes() >= std::int64_t(FileOperations::chunkSize));
+            queue.pause(id);
+            QCOMPARE(queue.items()[0].stateText(), QStringLiteral("Paused"));
+            QVERIFY(queue.hasWork() && queue.running());
+            // The chunk in flight lands; after that the staging file holds still.
+            QTest::qWait(150);
+            const fs::path staging = stagingIn(dst);
+            QVERIFY(!staging.empty());
+            const auto held = fs::file_size(staging);
+            QTest::qWait(700);
+            QCOMPARE(fs::file_size(staging), held);
+            QVERIFY(held < bytes.size());
+            QCOMPARE(queue.items()[1].stateText(), QStringLiteral("Waiting")); // nothing else starts
+            if (resume) {
+                queue.resume(id);
+                QTRY_VERIFY_WITH_TIMEOUT(!queue.hasWork(), 20000);
+                QCOMPARE(queue.items()[0].stateText(), QStringLiteral("Complete"));
+                QVERIFY(test::TestTree::read(dst / "big.bin") == bytes);
+            } else {
+                queue.cancel(id);
+                QTRY_VERIFY(!queue.hasWork());
+                QCOMPARE(queue.items()[0].stateText(),
+                         QStringLiteral("Cancelled — previously completed items remain"));
+                QVERIFY(fs::is_empty(dst));
+            }
+            QCOMPARE(queue.items()[1].id, next);
+            QCOMPARE(queue.items()[1].stateText(), QStringLiteral("Complete"));
+            QStringList expected{"QUEUE ADDED title=" + title, "QUEUE START title=" + title,
+                                 "QUEUE PAUSED title=" + title};
+            expected << (resume ? QStringList{"QUEUE RESUMED title=" + title, "QUEUE COMPLETE title=" + title}
+                                : QStringList{"QUEUE CANCELLED title=" + title});
+            QCOMPARE(logLines(title + '\n'), expected);
+        }
+    }
+
+    void waitingJobsRunInTheOrderTheyWereMovedTo()
+    {
+        auto gate = std::make_shared<Gate>();
+        TransferQueue queue(nullptr, 10);
+        const QUuid first =
+            queue.enqueue("Order first", [gate](OperationControl &control) { gate->pass(control); });
+        QList<QUuid> ids;
+        for (const char *name : {"Order A", "Order B", "Order C"})
+            ids << queue.enqueue(name, [](OperationControl &) {});
+        QTRY_VERIFY(gate->entered);
+        QVERIFY(!queue.move(first, 3)); // the running job stays where it is
+        QVERIFY(queue.move(ids[2], 0)); // never ahead of the running job
+        QCOMPARE(queue.items()[0].id, first);
+        QVERIFY(queue.moveAmongWaiting(ids[0], 1));   // A below B
+        QVERIFY(!queue.moveAmongWaiting(ids[2], -1)); // C is the first waiting job already
+        QStringList titles;
+        for (const QueueItem &item : queue.items())
+            titles << item.title;
+        QCOMPARE(titles, (QStringList{"Order first", "Order C", "Order B", "Order A"}));
+        gate->open = true;
+        QTRY_VERIFY(!queue.hasWork());
+        QStringList started;
+        const std::string log = test::TestTree::read(AppDiagnostics::shared().fileURL());
+        for (const QString &line : QString::fromStdString(log).split('\n'))
+            if (line.contains("QUEUE START title=Order"))
+                started << line.section("title=", 1);
+        QCOMPARE(started, (QStringList{"Order first", "Order C", "Order B", "Order A"}));
+    }
+
+    void timeLeftFallsAtASteadySpeedAndNeverShowsForAnUnknownTotal()
+    {
+        test::TestTree tree;
+        const fs::path source = tree.file("src/steady.bin", pattern(10 * FileOperations::chunkSize));
+        TransferQueue queue(nullptr, 10);
+        queue.setRunner(slowedRunner(std::chrono::milliseconds(60)));
+        QList<double> estimates;
+        connect(&queue, &TransferQueue::bytesChanged, &queue, [&] {
+            if (const auto left = queue.secondsLeft())
+                estimates << *left;
+        });
+        queue.enqueue("Steady", TransferJob{{source}, tree.folder("dst"), false, ConflictPolicy::stop});
+        QTRY_VERIFY_WITH_TIMEOUT(!queue.hasWork(), 20000);
+        QVERIFY2(estimates.size() >= 4, qPrintable(QString::number(estimates.size())));
+        for (qsizetype index = 1; index < estimates.size(); ++index)
+            QVERIFY2(estimates[index] < estimates[index - 1], qPrintable(QString::number(index)));
+
+        // Bytes and speed, but no total: no estimate at any moment.
+        bool shown = false;
+        disconnect(&queue, &TransferQueue::bytesChanged, &queue, nullptr);
+        connect(&queue, &TransferQueue::bytesChanged, &queue,
+                [&] { shown |= queue.secondsLeft().has_value(); });
+        queue.enqueue("Unmeasured", [](OperationControl &control) {
+            for (int step = 0; step < 60; ++step) {
+                control.add(1000);
+                std::this_thread::sleep_for(5ms);
+            }
+        });
+        QTRY_VERIFY(!queue.hasWork());
+        QVERIFY(queue.bytes() == 60'000 && !shown);
+    }
+
+    void waitingJobsAreMeasuredForTheHeader()
+    {
+        test::TestTree tree;
+        const fs::path a = tree.file("a.bin", pattern(3000)), b = tree.file("b/c.bin", pattern(500));
+        auto gate = std::make_shared<Gate>();
+        TransferQueue queue(nullptr, 10);
+        queue.enqueue("Holding", [gate](OperationControl &control) { gate->pass(control); });
+        QTRY_VERIFY(gate->entered);
+        QVERIFY(!queue.waitingBytes()); // nothing waits
+        queue.enqueue("Copy a", TransferJob{{a}, tree.folder("dst"), false, ConflictPolicy::stop});
+        queue.enqueue("Copy b", TransferJob{{tree / "b"}, tree / "dst", false, ConflictPolicy::stop});
+        QTRY_COMPARE(queue.waitingBytes(), std::optional<std::int64_t>(3500));
+        const QUuid unknown = queue.enqueue("Opaque", [](OperationControl &) {});
+        QVERIFY(!queue.waitingBytes()); // a job whose size cannot be known beforehand
+        queue.cancel(unknown);
+        QCOMPARE(queue.waitingBytes(), std::optional<std::int64_t>(3500));
+        gate->open = true;
+        QTRY_VERIFY(!queue.hasWork());
     }
 
 private:
