@@ -40,6 +40,7 @@ void JobRunner::run(const Job &job, OperationControl &control, const Earlier *ea
                        detail::createFolder(folder.name, folder.folder);
                    },
                    [&](const TrashJob &trash) { this->trash(trash, control, earlier); },
+                   [&](const ArchiveExtraction &extraction) { extraction(control); },
                    [&](const OpaqueJob &opaque) { opaque.work(control); },
                },
                job);
@@ -85,7 +86,7 @@ std::optional<std::int64_t> JobRunner::measure(const Job &job, OperationControl 
         return std::nullopt;
     const auto *transfer = std::get_if<TransferJob>(&job);
     if (!transfer)
-        return 0; // renames, new folders and trash move no bytes
+        return 0; // renames, new folders, trash and extractions count no bytes
     std::int64_t total = 0;
     for (const Path &source : transfer->sources)
         total += FileOperations::byteCount(source, control);

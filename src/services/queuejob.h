@@ -2,6 +2,7 @@
 
 #include "operations/conflictpolicy.h"
 #include "operations/fileoperations.h"
+#include "services/archiveextraction.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -23,30 +24,27 @@ struct TransferJob {
     std::filesystem::path destination;
     bool move = false;
     ConflictPolicy policy = ConflictPolicy::stop;
-    friend bool operator==(const TransferJob &, const TransferJob &) = default;
 };
 struct RenameJob {
     std::filesystem::path item;
     std::string name;
-    friend bool operator==(const RenameJob &, const RenameJob &) = default;
 };
 struct NewFolderJob {
     std::filesystem::path folder;
     std::string name;
-    friend bool operator==(const NewFolderJob &, const NewFolderJob &) = default;
 };
 struct TrashJob {
     std::vector<std::filesystem::path> items;
-    friend bool operator==(const TrashJob &, const TrashJob &) = default;
 };
 // Work given as a function: it runs like any other job but cannot be written
 // down, so a crash forgets it.
 struct OpaqueJob {
     std::function<void(OperationControl &)> work;
-    friend bool operator==(const OpaqueJob &, const OpaqueJob &) { return false; }
 };
 
-using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, OpaqueJob>;
+// An ArchiveExtraction is journaled without the member's bytes it may carry: run
+// again, it reads the member from the archive.
+using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {

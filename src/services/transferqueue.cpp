@@ -84,11 +84,6 @@ void TransferQueue::adopt(const std::vector<QueueItem> &items)
         changed();
 }
 
-QUuid TransferQueue::enqueue(const QString &title, QueueItem::Work work)
-{
-    return enqueue(title, Job(OpaqueJob{std::move(work)}));
-}
-
 QUuid TransferQueue::enqueue(const QString &title, Job job)
 {
     QueueItem item{QUuid::createUuid(), title, std::make_shared<OperationControl>(),

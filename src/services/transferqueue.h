@@ -13,6 +13,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <type_traits>
 #include <vector>
 
 namespace quillorn {
@@ -75,7 +76,13 @@ public:
 
     // Appends a waiting job and starts it at once when the queue is idle.
     QUuid enqueue(const QString &title, Job job);
-    QUuid enqueue(const QString &title, QueueItem::Work work);
+    // Work given as a function: run like any job, never journaled.
+    template <class Work>
+    requires(!std::is_convertible_v<Work, Job> && std::is_invocable_v<Work &, OperationControl &>) QUuid
+        enqueue(const QString &title, Work work)
+    {
+        return enqueue(title, Job(OpaqueJob{std::move(work)}));
+    }
     // Stops a job: a waiting or interrupted one becomes "Cancelled" and never
     // runs; a running or paused one keeps its state until its work notices the
     // stop. Unknown ids are ignored.

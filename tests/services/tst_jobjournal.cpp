@@ -73,6 +73,8 @@ private Q_SLOTS:
             entry("File operation", RenameJob{odd, "new\nname"}),
             entry("File operation", NewFolderJob{"/f", "New Folder"}),
             entry("File operation", TrashJob{{odd, "/t"}}),
+            entry("Extract c.txt", ArchiveExtraction{odd, "a/b c/\u00e9.txt", "/dst",
+                                                     std::make_shared<const QByteArray>("bytes")}),
         };
         const auto parsed = detail::parseJournal(detail::journalText(entries));
         QVERIFY(parsed);
@@ -80,10 +82,16 @@ private Q_SLOTS:
         for (std::size_t index = 0; index < entries.size(); ++index) {
             QCOMPARE((*parsed)[index].id, entries[index].id);
             QCOMPARE((*parsed)[index].title, entries[index].title);
-            QVERIFY((*parsed)[index].job == entries[index].job);
+            QCOMPARE((*parsed)[index].job.index(), entries[index].job.index());
             QVERIFY((*parsed)[index].published == entries[index].published);
         }
-        QVERIFY(detail::journalText(entries).find("\xff") == std::string::npos);
+        const std::string text = detail::journalText(entries);
+        QCOMPARE(detail::journalText(*parsed), text);
+        QVERIFY(text.find("\xff") == std::string::npos);
+        QVERIFY(text.find("bytes") == std::string::npos); // never file contents
+        const auto &copy = std::get<TransferJob>((*parsed)[0].job);
+        QVERIFY(copy.sources.front() == odd && copy.policy == ConflictPolicy::keepBoth && !copy.move);
+        QCOMPARE(std::get<ArchiveExtraction>((*parsed)[5].job).member, QStringLiteral("a/b c/\u00e9.txt"));
     }
 
     void damagedTextIsRefused_data()

@@ -43,6 +43,12 @@ std::string jobFields(const Job &job)
                                   text += field("item", item.native());
                               return text;
                           },
+                          [](const ArchiveExtraction &extraction) {
+                              return field("kind", "extraction") +
+                                     field("archive", extraction.archive.native()) +
+                                     field("member", extraction.member.toStdString()) +
+                                     field("destination", extraction.destination.native());
+                          },
                           [](const OpaqueJob &) { return std::string(); },
                       },
                       job);
@@ -93,6 +99,13 @@ std::optional<Job> jobOf(const Fields &fields)
         if (kind == "rename")
             return RenameJob{*path, *name};
         return NewFolderJob{*path, *name};
+    }
+    if (kind == "extraction") {
+        const auto archive = only(fields, "archive"), member = only(fields, "member"),
+                   destination = only(fields, "destination");
+        if (!archive || !member || !destination)
+            return std::nullopt;
+        return ArchiveExtraction{*archive, QString::fromStdString(*member), *destination, nullptr};
     }
     if (kind == "trash" && !all(fields, "item").empty())
         return TrashJob{all(fields, "item")};
