@@ -1,11 +1,15 @@
 // The transfer queue as the program runs it, in a process of its own, so that
 // tests can kill it in the middle of a job and start it again:
 //   queue_driver move DESTINATION SOURCE...  queues a move and waits for it;
+//   queue_driver copy DESTINATION SOURCE...  the same with a copy;
 //   queue_driver resume                      offers what a killed run left, as
 //                                            start-up does, and resumes it all.
 // Both print one line per change of a job: "STATE title=TITLE state=TEXT".
 // The state folder is $XDG_STATE_HOME/Quillorn. CHUNK_DELAY_MS slows each copied
-// chunk down so a test can catch the job in the middle of an item.
+// chunk down so a test can catch the job in the middle of an item. PAUSE_AT_BYTES
+// pauses the job once it has copied that much, prints the size of its staging
+// item every 100 ms for PAUSE_SECONDS ("PAUSED size=N"), then resumes it (or,
+// with PAUSE_THEN=cancel, cancels it).
 #include "operations/fileoperations.h"
 #include "operations/stagingjournal.h"
 #include "services/jobjournal.h"
@@ -16,6 +20,7 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string>
 #include <thread>
 
 using namespace quillorn;
@@ -34,14 +39,54 @@ FileOperations slowed(int delayMs)
                           FileOperations::defaultVolumeIsLocal(), manager);
 }
 
+// The staging item's size in the folder, or -1 when there is none.
+long long stagingSize(const std::filesystem::path &folder)
+{
+    for (const auto &item : std::filesystem::directory_iterator(folder))
+        if (item.path().filename().string().starts_with(".quillorn-"))
+            return static_cast<long long>(std::filesystem::file_size(item.path()));
+    return -1;
+}
+
+void pauseOnce(TransferQueue &queue, const QUuid &id, long long at, double seconds,
+               const std::filesystem::path &destination)
+{
+    auto *timer = new QTimer(&queue);
+    QObject::connect(timer, &QTimer::timeout, &queue, [=, &queue] {
+        if (queue.bytes() < at)
+            return;
+        timer->stop();
+        queue.pause(id);
+        std::printf("PAUSED bytes=%lld\n", static_cast<long long>(queue.bytes()));
+        auto samples = std::make_shared<int>(0);
+        auto *sampler = new QTimer(&queue);
+        QObject::connect(sampler, &QTimer::timeout, &queue, [=, &queue] {
+            std::printf("PAUSED size=%lld\n", stagingSize(destination));
+            std::fflush(stdout);
+            if (++*samples > int(seconds * 10)) {
+                sampler->stop();
+                // PAUSE_THEN=cancel ends the paused job instead.
+                const char *then = std::getenv("PAUSE_THEN");
+                if (then && std::string(then) == "cancel")
+                    queue.cancel(id);
+                else
+                    queue.resume(id);
+            }
+        });
+        sampler->start(100);
+    });
+    timer->start(5);
+}
+
 } // namespace
 
 int main(int argc, char **argv)
 {
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
-    if (arguments.size() < 2 || (arguments[1] == "move" && arguments.size() < 4)) {
-        std::fprintf(stderr, "usage: queue_driver move DESTINATION SOURCE... | resume\n");
+    const bool transfer = arguments.size() > 1 && (arguments[1] == "move" || arguments[1] == "copy");
+    if (arguments.size() < 2 || (transfer && arguments.size() < 4)) {
+        std::fprintf(stderr, "usage: queue_driver move|copy DESTINATION SOURCE... | resume\n");
         return 2;
     }
     TransferQueue queue(nullptr, 20);
@@ -66,11 +111,16 @@ int main(int argc, char **argv)
         if (!queue.hasWork() && !interrupted && !queue.items().empty())
             QTimer::singleShot(0, &application, &QCoreApplication::quit);
     });
-    if (arguments[1] == "move") {
+    if (transfer) {
         std::vector<std::filesystem::path> sources;
         for (int index = 3; index < argc; ++index)
             sources.emplace_back(argv[index]);
-        queue.enqueue("Move", TransferJob{sources, argv[2], true, ConflictPolicy::stop});
+        const bool move = arguments[1] == "move";
+        const QUuid id =
+            queue.enqueue(move ? "Move" : "Copy", TransferJob{sources, argv[2], move, ConflictPolicy::stop});
+        if (const char *at = std::getenv("PAUSE_AT_BYTES"))
+            pauseOnce(queue, id, std::atoll(at),
+                      std::getenv("PAUSE_SECONDS") ? std::atof(std::getenv("PAUSE_SECONDS")) : 2, argv[2]);
     } else {
         queue.recoverInterrupted([] { StagingJournal::shared().recover(); });
         // Nothing to resume ends the run after a moment.
