@@ -68,9 +68,11 @@ std::vector<ZipEntry> ArchiveTools::entries(const QByteArray &listing)
         if (to == from)
             return;
         ZipEntry entry{text.mid(from, to - from)};
-        // Canonical equivalence: a precomposed and a decomposed accent are one name.
-        if (!entry.name.isEmpty())
-            seen.insert(entry.name.normalized(QString::NormalizationForm_C));
+        // Canonical equivalence: a precomposed and a decomposed accent are one
+        // name. ASCII is its own normal form, and most names are ASCII.
+        seen.insert(QtPrivate::isAscii(QStringView(entry.name))
+                        ? entry.name
+                        : entry.name.normalized(QString::NormalizationForm_C));
         result.push_back(std::move(entry));
     };
     qsizetype start = 0;

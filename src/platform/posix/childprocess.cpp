@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <spawn.h>
 #include <sys/wait.h>
+#include <time.h>
 #include <unistd.h>
 
 extern char **environ;
@@ -41,6 +42,9 @@ ChildProcess::ChildProcess(const std::string &executable, const std::vector<std:
         throwPosixError(executable);
     m_output = FileDescriptor(pipe[0]);
     const FileDescriptor writeEnd(pipe[1]);
+    // Room for a burst of output, so a child writing line by line (unzip does,
+    // unbuffered) does not wait for the reader after every line.
+    ::fcntl(pipe[0], F_SETPIPE_SZ, pipeCapacity);
 
     SpawnSetup setup;
     posix_spawnattr_setflags(&setup.attributes,
@@ -83,6 +87,15 @@ std::size_t ChildProcess::read(char *buffer, std::size_t size)
         return 0;
     for (;;) {
         const ssize_t count = ::read(m_output.get(), buffer, size);
+        if (count > 0 && std::size_t(count) < size) {
+            // A short read means the child is still writing: let its output
+            // gather in the pipe before the next read, instead of waking up
+            // for each of its small writes (which slows the child down too).
+            const struct timespec pause {
+                0, gatherNanoseconds
+            };
+            ::nanosleep(&pause, nullptr);
+        }
         if (count >= 0)
             return std::size_t(count);
         if (errno != EINTR)

@@ -36,6 +36,9 @@ public:
     // Waits for the child's end: its exit status, or 128 + the signal that ended it.
     int wait();
 
+    static constexpr int pipeCapacity = 0x100000;
+    static constexpr long gatherNanoseconds = 2'000'000;
+
 private:
     std::string m_executable;
     pid_t m_pid = -1;
