@@ -10,7 +10,7 @@ namespace quillorn {
 class TransferQueue;
 
 // The quit guard. Quitting is refused while the text editor holds unsaved
-// changes or the transfer queue still has waiting or running jobs; the user is
+// changes or the transfer queue still has waiting, running or paused jobs; the user is
 // told why and nothing else changes: jobs keep running, the editor keeps its
 // text. The two fields are used on the interface thread only; besides them the
 // process holds the shared log writer and the standard preferences store.
