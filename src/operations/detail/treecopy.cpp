@@ -1,5 +1,7 @@
 #include "operations/detail/treecopy.h"
 
+#include "operations/detail/flushpool.h"
+
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
 #include "platform/posix/metadata.h"
@@ -153,7 +155,7 @@ public:
         // disturb the copied dates, and a read-only mode comes last.
         m_copy.copyMetadata(folder.fd.get(), ".", target, ".", folder.shown, target.shown, entry.info);
         if (m_copy.m_flushEachFile)
-            m_copy.m_manager.flush(target.fd.get(), target.shown);
+            m_copy.flushOnItsOwn(std::move(target.fd), target.shown);
         else if (m_owned.size() == 1)
             m_copy.m_manager.flushVolume(target.fd.get(), target.shown);
         m_owned.pop_back();
@@ -197,6 +199,8 @@ TreeCopy::TreeCopy(const FileOperations::FileManager &manager, OperationControl 
 {
 }
 
+TreeCopy::~TreeCopy() = default;
+
 void TreeCopy::copy(const Item &source, const Folder &destination, const std::string &newName,
                     const fs::path &shown)
 {
@@ -204,9 +208,23 @@ void TreeCopy::copy(const Item &source, const Folder &destination, const std::st
     m_top = newName;
     // A single file is flushed on its own anyway; a folder's files are flushed
     // together where one syncfs reaches them all.
-    m_flushEachFile = !S_ISDIR(source.entry.info.st_mode) || !volumeFlushCoversFiles(destination.fd.get());
+    const bool folder = S_ISDIR(source.entry.info.st_mode);
+    m_flushEachFile = !folder || !volumeFlushCoversFiles(destination.fd.get());
+    if (folder && m_flushEachFile)
+        m_pool = std::make_unique<FlushPool>(m_manager, flushThreads);
     Visitor visitor(*this, destination, newName, shown);
     walk(source, visitor);
+    if (m_pool)
+        m_pool->finish();
+    m_pool.reset();
+}
+
+void TreeCopy::flushOnItsOwn(FileDescriptor descriptor, const fs::path &shown)
+{
+    if (m_pool)
+        m_pool->submit(std::move(descriptor), shown);
+    else
+        m_manager.flush(descriptor.get(), shown);
 }
 
 void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &target,
@@ -215,9 +233,9 @@ void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &
     const fs::path source = folder / entry.name;
     if (entry.info.st_nlink > 1 && linkToFirstCopy(entry, target, name))
         return;
-    const FileDescriptor output(::openat(target.fd.get(), name.c_str(),
-                                         O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
-                                         creationMode(entry.info)));
+    FileDescriptor output(::openat(target.fd.get(), name.c_str(),
+                                   O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW,
+                                   creationMode(entry.info)));
     if (!output)
         throw CommanderError("Cannot create " + shown.string() + ": " + std::strerror(errno));
     // O_NONBLOCK: should the name have turned into a pipe since it was examined,
@@ -233,11 +251,12 @@ void TreeCopy::copyFile(const Folder &folder, const Entry &entry, const Folder &
         throw CommanderError(changedMessage(entry.name));
 
     copyData(input.get(), output.get(), opened, source, shown);
-    if (m_flushEachFile)
-        m_manager.flush(output.get(), shown);
     if (sourceChanged(entry.info, entryAttributes(folder, entry.name)))
         throw CommanderError(changedMessage(entry.name));
     copyMetadata(folder.fd.get(), entry.name, target, name, source, shown, entry.info);
+    // Flushed after its metadata, so the mode and dates are as durable as the bytes.
+    if (m_flushEachFile)
+        flushOnItsOwn(std::move(output), shown);
     if (entry.info.st_nlink > 1)
         m_links.remember(entry.info, m_top, below);
 }

@@ -5,6 +5,7 @@
 
 #include <filesystem>
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -12,6 +13,8 @@
 #include <sys/stat.h>
 
 namespace quillorn::detail {
+
+class FlushPool;
 
 // Files with several names seen during one transfer, so that their copies get
 // several names too instead of becoming separate files (as cp -a does). Each
@@ -37,6 +40,7 @@ private:
 class TreeCopy {
 public:
     TreeCopy(const FileOperations::FileManager &manager, OperationControl &control, LinkMemory &links);
+    ~TreeCopy();
 
     // Copies source to newName in destination. shown is the path the copy will
     // be known by once published, used in messages instead of the hidden name.
@@ -55,12 +59,20 @@ private:
                       const std::string &targetName, const std::filesystem::path &sourcePath,
                       const std::filesystem::path &targetPath, const struct stat &before);
 
+    // On a volume where each file is flushed on its own: a file or folder of a
+    // folder copy is flushed by the pool, a single file right here.
+    void flushOnItsOwn(FileDescriptor descriptor, const std::filesystem::path &shown);
+
+    // Enough to keep a FUSE daemon or a file server busy without flooding it.
+    static constexpr unsigned flushThreads = 8;
+
     const FileOperations::FileManager &m_manager;
     OperationControl &m_control;
     LinkMemory &m_links;
     const Folder *m_destination = nullptr;
     std::string m_top;
     bool m_flushEachFile = true;
+    std::unique_ptr<FlushPool> m_pool;
 };
 
 } // namespace quillorn::detail

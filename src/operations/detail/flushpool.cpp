@@ -1,0 +1,79 @@
+#include "operations/detail/flushpool.h"
+
+namespace quillorn::detail {
+
+namespace {
+
+constexpr std::size_t maximumPending = 64;
+
+} // namespace
+
+FlushPool::FlushPool(const FileOperations::FileManager &manager, unsigned threads) : m_manager(manager)
+{
+    for (unsigned i = 0; i < threads; ++i)
+        m_threads.emplace_back([this] { run(); });
+}
+
+FlushPool::~FlushPool()
+{
+    {
+        std::lock_guard guard(m_lock);
+        m_stopping = true;
+        m_pending.clear();
+    }
+    m_work.notify_all();
+    for (std::thread &thread : m_threads)
+        thread.join();
+}
+
+void FlushPool::submit(FileDescriptor descriptor, std::filesystem::path shown)
+{
+    std::unique_lock guard(m_lock);
+    m_room.wait(guard, [this] { return m_pending.size() < maximumPending || m_failure; });
+    if (m_failure)
+        std::rethrow_exception(m_failure); // the item fails anyway: stop copying now
+    m_pending.emplace_back(std::move(descriptor), std::move(shown));
+    m_work.notify_one();
+}
+
+void FlushPool::finish()
+{
+    std::unique_lock guard(m_lock);
+    m_idle.wait(guard, [this] { return (m_pending.empty() && m_busy == 0) || m_failure; });
+    if (m_failure)
+        std::rethrow_exception(m_failure);
+}
+
+void FlushPool::run()
+{
+    for (;;) {
+        std::pair<FileDescriptor, std::filesystem::path> next;
+        {
+            std::unique_lock guard(m_lock);
+            m_work.wait(guard, [this] { return m_stopping || !m_pending.empty(); });
+            if (m_stopping)
+                return;
+            next = std::move(m_pending.front());
+            m_pending.pop_front();
+            ++m_busy;
+            m_room.notify_one();
+        }
+        std::exception_ptr failure;
+        try {
+            m_manager.flush(next.first.get(), next.second);
+        } catch (...) {
+            failure = std::current_exception();
+        }
+        next.first = FileDescriptor();
+        {
+            std::lock_guard guard(m_lock);
+            --m_busy;
+            if (failure && !m_failure)
+                m_failure = failure;
+        }
+        m_room.notify_all();
+        m_idle.notify_all();
+    }
+}
+
+} // namespace quillorn::detail
