@@ -2,6 +2,7 @@
 
 #include "operations/appdiagnostics.h"
 #include "platform/posix/filedescriptor.h"
+#include "platform/posix/percentencoding.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/privatefolder.h"
 #include "platform/posix/removal.h"
@@ -37,41 +38,6 @@ std::string newIdentifier()
     return text;
 }
 
-// Printable ASCII but "%" and space stays as it is; every other byte is %XX.
-std::string encode(const std::string &bytes)
-{
-    static constexpr char kHex[] = "0123456789ABCDEF";
-    std::string text;
-    for (const char c : bytes) {
-        const auto byte = static_cast<unsigned char>(c);
-        if (byte > 0x20 && byte < 0x7F && byte != '%') {
-            text.push_back(c);
-        } else {
-            text.push_back('%');
-            text.push_back(kHex[byte >> 4]);
-            text.push_back(kHex[byte & 15]);
-        }
-    }
-    return text;
-}
-
-std::optional<std::string> decode(const std::string &text)
-{
-    std::string bytes;
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] != '%') {
-            bytes.push_back(text[i]);
-            continue;
-        }
-        unsigned value = 0;
-        if (i + 2 >= text.size() || std::sscanf(text.substr(i + 1, 2).c_str(), "%2X", &value) != 1)
-            return std::nullopt;
-        bytes.push_back(static_cast<char>(value));
-        i += 2;
-    }
-    return bytes;
-}
-
 // The live entries a journal's text leaves: adds not followed by their remove.
 // A last line without its line feed was being written when the owner died: its
 // add() never returned, so its staging item was never made.
@@ -83,7 +49,8 @@ std::map<std::string, std::string> liveEntries(const std::string &text)
         std::istringstream line(text.substr(start, end - start));
         std::string verb, staging, target;
         line >> verb >> staging >> target;
-        const std::optional<std::string> stagingBytes = decode(staging), targetBytes = decode(target);
+        const std::optional<std::string> stagingBytes = percentDecoded(staging),
+                                         targetBytes = percentDecoded(target);
         if (verb == "add" && stagingBytes && targetBytes && !stagingBytes->empty())
             live[*stagingBytes] = *targetBytes;
         else if (verb == "remove" && stagingBytes)
@@ -242,7 +209,7 @@ void StagingJournal::add(const fs::path &staging, const fs::path &target) noexce
     try {
         std::lock_guard guard(m_lock);
         open();
-        writeRecord("add " + encode(staging.native()) + " " + encode(target.native()) + "\n");
+        writeRecord("add " + percentEncoded(staging.native()) + " " + percentEncoded(target.native()) + "\n");
         m_live[staging.native()] = target.native();
         if (::fdatasync(m_files->journal.get()) != 0)
             throwPosixError(m_folder / (std::string(kPrefix) + m_id + ".journal"));
@@ -264,7 +231,7 @@ void StagingJournal::remove(const fs::path &staging) noexcept
                 m_journalBytes = m_records = 0;
             return;
         }
-        writeRecord("remove " + encode(staging.native()) + "\n");
+        writeRecord("remove " + percentEncoded(staging.native()) + "\n");
         // Rewritten once it is long and mostly dead, so that rewrites stay rare.
         if (m_journalBytes > kRewriteAbove && m_live.size() * 4 < m_records)
             rewrite();
@@ -311,7 +278,7 @@ void StagingJournal::rewrite()
         throwPosixError(m_folder / fresh);
     std::string text;
     for (const auto &[staging, target] : m_live)
-        text += "add " + encode(staging) + " " + encode(target) + "\n";
+        text += "add " + percentEncoded(staging) + " " + percentEncoded(target) + "\n";
     writeAll(file.get(), text, m_folder / fresh);
     if (::fsync(file.get()) != 0 || ::renameat(folder, fresh.c_str(), folder, name.c_str()) != 0 ||
         ::fsync(folder) != 0)

@@ -29,7 +29,4 @@ std::string journalText(const std::vector<JournalEntry> &entries);
 // Nothing when the text is not a whole journal of this format.
 std::optional<std::vector<JournalEntry>> parseJournal(const std::string &text);
 
-std::string percentEncoded(const std::string &bytes);
-std::optional<std::string> percentDecoded(const std::string &text);
-
 } // namespace quillorn::detail
