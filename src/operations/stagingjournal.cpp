@@ -2,6 +2,7 @@
 
 #include "operations/appdiagnostics.h"
 #include "platform/posix/filedescriptor.h"
+#include "platform/posix/ownerlocks.h"
 #include "platform/posix/percentencoding.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/privatefolder.h"
@@ -29,14 +30,6 @@ namespace {
 
 constexpr std::string_view kPrefix = "staging-";
 constexpr std::size_t kRewriteAbove = 64 * 1024;
-
-std::string newIdentifier()
-{
-    std::random_device random;
-    char text[48];
-    std::snprintf(text, sizeof text, "%d-%08x%08x", static_cast<int>(::getpid()), random(), random());
-    return text;
-}
 
 // The live entries a journal's text leaves: adds not followed by their remove.
 // A last line without its line feed was being written when the owner died: its
@@ -102,57 +95,6 @@ std::string readAll(int descriptor)
     return text;
 }
 
-// The owners named by the files in the folder: "staging-ID.lock", ".journal", ".journal.new".
-std::set<std::string> ownersIn(int folder)
-{
-    std::set<std::string> owners;
-    DIR *listing = ::fdopendir(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
-    if (!listing)
-        return owners;
-    while (const dirent *entry = ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        const std::size_t dot = name.find('.');
-        if (name.compare(0, kPrefix.size(), kPrefix) == 0 && dot != std::string::npos)
-            owners.insert(name.substr(kPrefix.size(), dot - kPrefix.size()));
-    }
-    ::closedir(listing);
-    return owners;
-}
-
-// The owner's lock, now held by this process, when the owner is gone; empty (and
-// nothing of it may be touched) while the owner lives. An owner without a lock
-// file is gone too: a live one takes its lock before it writes anything else, and
-// recovery deletes the lock last.
-std::optional<FileDescriptor> lockOfGoneOwner(int folder, const std::string &owner)
-{
-    const std::string name = std::string(kPrefix) + owner + ".lock";
-    FileDescriptor lock(::openat(folder, name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!lock)
-        return errno == ENOENT ? std::optional<FileDescriptor>(FileDescriptor()) : std::nullopt;
-    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
-        return std::nullopt;
-    return lock;
-}
-
-// Takes this process's lock: made, locked, and then checked to still carry its
-// name, since a recovery may have found it in between, unlocked, and deleted it.
-FileDescriptor takeLock(int folder, const std::string &name, const fs::path &shown)
-{
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        FileDescriptor lock(
-            ::openat(folder, name.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!lock || ::flock(lock.get(), LOCK_EX) != 0)
-            throwPosixError(shown);
-        struct stat held {
-        }, named{};
-        if (::fstat(lock.get(), &held) == 0 &&
-            ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-            held.st_ino == named.st_ino && held.st_dev == named.st_dev)
-            return lock;
-    }
-    throwPosixError(shown, EAGAIN);
-}
-
 // Removes the live entries of a gone owner's journal; returns the removed paths.
 std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
 {
@@ -192,7 +134,7 @@ struct StagingJournal::Files {
 };
 
 StagingJournal::StagingJournal(fs::path folder)
-    : m_folder(std::move(folder)), m_id(newIdentifier()), m_files(std::make_unique<Files>())
+    : m_folder(std::move(folder)), m_id(newOwnerId()), m_files(std::make_unique<Files>())
 {
 }
 
@@ -303,10 +245,10 @@ std::vector<fs::path> StagingJournal::recover()
     if (!folder)
         return {};
     std::vector<fs::path> removed;
-    for (const std::string &owner : ownersIn(folder.get())) {
+    for (const std::string &owner : ownersIn(folder.get(), kPrefix)) {
         if (owner == m_id)
             continue;
-        const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), owner);
+        const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), kPrefix, owner);
         if (!lock)
             continue;
         for (fs::path &path : removeLeftovers(folder.get(), owner))

@@ -2,6 +2,7 @@
 
 #include "operations/appdiagnostics.h"
 #include "platform/posix/filedescriptor.h"
+#include "platform/posix/ownerlocks.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/privatefolder.h"
 #include "platform/posix/userfolders.h"
@@ -26,14 +27,6 @@ namespace quillorn {
 namespace {
 
 constexpr std::string_view prefix = "jobs-";
-
-std::string newIdentifier()
-{
-    std::random_device random;
-    char text[48];
-    std::snprintf(text, sizeof text, "%d-%08x%08x", static_cast<int>(::getpid()), random(), random());
-    return text;
-}
 
 std::string fileName(const std::string &owner, const char *suffix)
 {
@@ -66,56 +59,6 @@ std::string readAll(int descriptor, const fs::path &shown)
     return text;
 }
 
-// The owners named by "jobs-ID.lock", ".journal" and ".journal.new" in the folder.
-std::set<std::string> ownersIn(int folder)
-{
-    std::set<std::string> owners;
-    DIR *listing = ::fdopendir(::fcntl(folder, F_DUPFD_CLOEXEC, 0));
-    if (!listing)
-        return owners;
-    while (const dirent *entry = ::readdir(listing)) {
-        const std::string name = entry->d_name;
-        const std::size_t dot = name.find('.');
-        if (name.compare(0, prefix.size(), prefix) == 0 && dot != std::string::npos)
-            owners.insert(name.substr(prefix.size(), dot - prefix.size()));
-    }
-    ::closedir(listing);
-    return owners;
-}
-
-// The owner's lock, now held here, when the owner is gone; nothing while it
-// lives. An owner without a lock file is gone: a live one takes its lock before
-// it writes, and recovery deletes the lock last.
-std::optional<FileDescriptor> lockOfGoneOwner(int folder, const std::string &owner)
-{
-    FileDescriptor lock(
-        ::openat(folder, fileName(owner, ".lock").c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!lock)
-        return errno == ENOENT ? std::optional<FileDescriptor>(FileDescriptor()) : std::nullopt;
-    if (::flock(lock.get(), LOCK_EX | LOCK_NB) != 0)
-        return std::nullopt;
-    return lock;
-}
-
-// Made, locked, and checked to still carry its name: a recovery may have found
-// it in between, unlocked, and deleted it.
-FileDescriptor takeLock(int folder, const std::string &name, const fs::path &shown)
-{
-    for (int attempt = 0; attempt < 5; ++attempt) {
-        FileDescriptor lock(
-            ::openat(folder, name.c_str(), O_RDONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
-        if (!lock || ::flock(lock.get(), LOCK_EX) != 0)
-            throwPosixError(shown);
-        struct stat held {
-        }, named{};
-        if (::fstat(lock.get(), &held) == 0 &&
-            ::fstatat(folder, name.c_str(), &named, AT_SYMLINK_NOFOLLOW) == 0 &&
-            held.st_ino == named.st_ino && held.st_dev == named.st_dev)
-            return lock;
-    }
-    throwPosixError(shown, EAGAIN);
-}
-
 void removeOwnerFiles(int folder, const std::string &owner)
 {
     // The lock goes last, so a journal is never found without its lock while it matters.
@@ -135,7 +78,7 @@ std::shared_ptr<JobJournal> JobJournal::open()
 }
 
 JobJournal::JobJournal(Path folder)
-    : m_folder(std::move(folder)), m_id(newIdentifier()), m_files(std::make_unique<Files>()),
+    : m_folder(std::move(folder)), m_id(newOwnerId()), m_files(std::make_unique<Files>()),
       m_writer([this] { writerLoop(); })
 {
 }
@@ -280,10 +223,10 @@ std::vector<JobJournal::Entry> JobJournal::recover()
     std::vector<Entry> found;
     std::vector<std::string> adopted;
     std::vector<FileDescriptor> locks; // held until the owners' files are gone
-    for (const std::string &owner : ownersIn(folder.get())) {
+    for (const std::string &owner : ownersIn(folder.get(), prefix)) {
         if (owner == m_id)
             continue;
-        std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), owner);
+        std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), prefix, owner);
         if (!lock)
             continue;
         const std::string name = fileName(owner, ".journal");
