@@ -7,6 +7,7 @@
 #include "services/transferqueue.h"
 #include "tools/backgroundwork.h"
 #include "tools/detail/archivemembermodel.h"
+#include "tools/detail/sheetbutton.h"
 
 #include <QFontDatabase>
 #include <QHBoxLayout>
@@ -21,19 +22,6 @@
 #include <QVBoxLayout>
 
 namespace quillorn {
-
-namespace {
-
-QPushButton *plainButton(const QString &text, const QString &name, QWidget *parent)
-{
-    auto *button = new QPushButton(text, parent);
-    button->setObjectName(name);
-    // Return belongs to the field or the list that has the keyboard, never to a button.
-    button->setAutoDefault(false);
-    return button;
-}
-
-} // namespace
 
 ArchiveSheet::ArchiveSheet(Path url, Path destination, TransferQueue &queue, std::function<void()> dismiss,
                            QWidget *parent)
@@ -83,10 +71,11 @@ ArchiveSheet::ArchiveSheet(Path url, Path destination, TransferQueue &queue, std
     layout->addWidget(m_previewText, 3);
 
     auto *buttons = new QHBoxLayout;
-    m_previewButton = plainButton(QStringLiteral("Preview text"), QStringLiteral("previewButton"), this);
-    m_extractButton =
-        plainButton(QStringLiteral("Extract file to opposite pane"), QStringLiteral("extractButton"), this);
-    auto *closeButton = plainButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
+    m_previewButton =
+        detail::sheetButton(QStringLiteral("Preview text"), QStringLiteral("previewButton"), this);
+    m_extractButton = detail::sheetButton(QStringLiteral("Extract file to opposite pane"),
+                                          QStringLiteral("extractButton"), this);
+    auto *closeButton = detail::sheetButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
     buttons->addWidget(m_previewButton);
     buttons->addWidget(m_extractButton);
     buttons->addStretch(1);

@@ -3,6 +3,7 @@
 #include "platform/core/displaytext.h"
 #include "services/errortext.h"
 #include "tools/backgroundwork.h"
+#include "tools/detail/sheetbutton.h"
 
 #include <QCloseEvent>
 #include <QFontDatabase>
@@ -20,14 +21,6 @@
 namespace quillorn {
 
 namespace {
-
-QPushButton *plainButton(const QString &text, const QString &name, QWidget *parent)
-{
-    auto *button = new QPushButton(text, parent);
-    button->setObjectName(name);
-    button->setAutoDefault(false); // Return types a line break
-    return button;
-}
 
 QString editorContents(const QPlainTextEdit *editor)
 {
@@ -89,9 +82,10 @@ EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
     layout->addWidget(m_statusLabel);
 
     auto *buttons = new QHBoxLayout;
-    auto *open = plainButton(QStringLiteral("Open in default app"), QStringLiteral("openButton"), this);
-    auto *closeButton = plainButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
-    m_saveButton = plainButton(QStringLiteral("Save"), QStringLiteral("saveButton"), this);
+    auto *open =
+        detail::sheetButton(QStringLiteral("Open in default app"), QStringLiteral("openButton"), this);
+    auto *closeButton = detail::sheetButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
+    m_saveButton = detail::sheetButton(QStringLiteral("Save"), QStringLiteral("saveButton"), this);
     buttons->addWidget(open);
     buttons->addStretch(1);
     buttons->addWidget(closeButton);

@@ -7,6 +7,7 @@
 #include "services/errortext.h"
 #include "tools/backgroundwork.h"
 #include "tools/detail/searchresultsmodel.h"
+#include "tools/detail/sheetbutton.h"
 #include "tools/detail/showfolderdelegate.h"
 
 #include <QCheckBox>
@@ -20,19 +21,6 @@
 #include <QVBoxLayout>
 
 namespace quillorn {
-
-namespace {
-
-QPushButton *plainButton(const QString &text, const QString &name, QWidget *parent)
-{
-    auto *button = new QPushButton(text, parent);
-    button->setObjectName(name);
-    // Return belongs to the query field, never to a button of the dialog.
-    button->setAutoDefault(false);
-    return button;
-}
-
-} // namespace
 
 SearchSheet::SearchSheet(Path root, Navigate navigate, std::function<void()> dismiss, QWidget *parent)
     : QWidget(parent), m_root(std::move(root)), m_navigate(std::move(navigate)),
@@ -57,8 +45,8 @@ SearchSheet::SearchSheet(Path root, Navigate navigate, std::function<void()> dis
     m_query->setPlaceholderText(QStringLiteral("Filename contains…"));
     m_hidden = new QCheckBox(QStringLiteral("Hidden"), this);
     m_hidden->setObjectName(QStringLiteral("hiddenToggle"));
-    m_search = plainButton(QStringLiteral("Search"), QStringLiteral("searchButton"), this);
-    m_cancel = plainButton(QStringLiteral("Cancel"), QStringLiteral("cancelButton"), this);
+    m_search = detail::sheetButton(QStringLiteral("Search"), QStringLiteral("searchButton"), this);
+    m_cancel = detail::sheetButton(QStringLiteral("Cancel"), QStringLiteral("cancelButton"), this);
     row->addWidget(m_query, 1);
     row->addWidget(m_hidden);
     row->addWidget(m_search);
@@ -93,7 +81,7 @@ SearchSheet::SearchSheet(Path root, Navigate navigate, std::function<void()> dis
 
     auto *bottom = new QHBoxLayout;
     bottom->addStretch(1);
-    auto *closeButton = plainButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
+    auto *closeButton = detail::sheetButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
     bottom->addWidget(closeButton);
     layout->addLayout(bottom);
 
