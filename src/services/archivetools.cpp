@@ -3,9 +3,8 @@
 #include "operations/commandererror.h"
 #include "operations/operationcontrol.h"
 #include "platform/posix/childprocess.h"
+#include "services/detail/listingparser.h"
 
-#include <QSet>
-#include <QStringDecoder>
 #include <memory>
 
 namespace quillorn {
@@ -17,27 +16,36 @@ const std::string unreadable = "Cannot read this ZIP. It may be encrypted, damag
 
 } // namespace
 
-QByteArray ArchiveTools::command(const std::string &executable, const std::vector<std::string> &arguments,
-                                 std::int64_t limit, const OperationControl &control)
+void ArchiveTools::stream(const std::string &executable, const std::vector<std::string> &arguments,
+                          std::int64_t limit, const OperationControl &control,
+                          const std::function<void(QByteArrayView)> &consume)
 {
     // Whatever way this ends, the child's destructor closes the pipe, kills a
     // child that still runs and reaps it.
     ChildProcess child(executable, arguments);
-    QByteArray output;
     control.check();
     const std::unique_ptr<char[]> chunk(new char[readChunk]);
+    std::int64_t total = 0;
     for (;;) {
         const std::size_t count = child.read(chunk.get(), readChunk);
         if (count == 0)
             break;
-        if (std::int64_t(output.size()) + std::int64_t(count) > limit)
+        total += std::int64_t(count);
+        if (total > limit)
             throw CommanderError(tooLarge);
-        output.append(chunk.get(), qsizetype(count));
+        consume(QByteArrayView(chunk.get(), qsizetype(count)));
         control.check();
     }
     child.closeOutput();
     if (child.wait() != 0)
         throw CommanderError(unreadable);
+}
+
+QByteArray ArchiveTools::command(const std::string &executable, const std::vector<std::string> &arguments,
+                                 std::int64_t limit, const OperationControl &control)
+{
+    QByteArray output;
+    stream(executable, arguments, limit, control, [&](QByteArrayView chunk) { output.append(chunk); });
     return output;
 }
 
@@ -49,45 +57,19 @@ QByteArray ArchiveTools::command(const std::string &executable, const std::vecto
 
 std::vector<ZipEntry> ArchiveTools::list(const Path &archive)
 {
-    return entries(command(unzip, {"-Z1", archive.string()}, listingLimit));
+    // The names are checked as they come, while unzip is still listing: on a
+    // large archive that work would otherwise follow unzip's.
+    detail::ListingParser parser;
+    stream(unzip, {"-Z1", archive.string()}, listingLimit, OperationControl(),
+           [&](QByteArrayView chunk) { parser.feed(chunk); });
+    return parser.finish();
 }
 
 std::vector<ZipEntry> ArchiveTools::entries(const QByteArray &listing)
 {
-    // A leading byte order mark is part of the name as listed.
-    QStringDecoder decoder(QStringDecoder::Utf8,
-                           QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
-    const QString text = decoder.decode(listing);
-    if (decoder.hasError())
-        throw CommanderError("ZIP names must use UTF-8.");
-
-    std::vector<ZipEntry> result;
-    QSet<QString> seen;
-    seen.reserve(listing.count('\n') + 1);
-    const auto add = [&](qsizetype from, qsizetype to) {
-        if (to == from)
-            return;
-        ZipEntry entry{text.mid(from, to - from)};
-        // Canonical equivalence: a precomposed and a decomposed accent are one
-        // name. ASCII is its own normal form, and most names are ASCII.
-        seen.insert(QtPrivate::isAscii(QStringView(entry.name))
-                        ? entry.name
-                        : entry.name.normalized(QString::NormalizationForm_C));
-        result.push_back(std::move(entry));
-    };
-    qsizetype start = 0;
-    for (qsizetype at = text.indexOf(QLatin1Char('\n')); at >= 0;
-         at = text.indexOf(QLatin1Char('\n'), at + 1)) {
-        // A CR LF pair is one user-perceived character, not a line feed.
-        if (at > 0 && text.at(at - 1) == QLatin1Char('\r'))
-            continue;
-        add(start, at);
-        start = at + 1;
-    }
-    add(start, text.size());
-    if (qsizetype(result.size()) != seen.size())
-        throw CommanderError("ZIP contains duplicate names and cannot be browsed safely.");
-    return result;
+    detail::ListingParser parser;
+    parser.feed(listing);
+    return parser.finish();
 }
 
 bool ArchiveTools::refused(const QString &name)

@@ -7,6 +7,7 @@
 #include <QStringList>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -57,6 +58,12 @@ public:
     static std::vector<ZipEntry> entries(const QByteArray &listing);
     // Whether member refuses the name.
     static bool refused(const QString &name);
+
+private:
+    // command's work, handing each chunk to `consume` as it is read.
+    static void stream(const std::string &executable, const std::vector<std::string> &arguments,
+                       std::int64_t limit, const OperationControl &control,
+                       const std::function<void(QByteArrayView)> &consume);
 };
 
 } // namespace quillorn

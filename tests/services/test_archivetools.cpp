@@ -8,6 +8,7 @@
 #include "platform/posix/posixerror.h"
 #include "services/archiveextraction.h"
 #include "services/archivetools.h"
+#include "services/detail/listingparser.h"
 
 #include <gmock/gmock.h>
 
@@ -104,6 +105,44 @@ TEST(ArchiveListing, keepsTheArchiveOrderAndEveryNameAsListed)
     // itself ends in CR can meet the next line's LF; the pair does not split.
     EXPECT_EQ(names(ArchiveTools::entries("a\r\nb\n\nc\n")), (QStringList{"a\r\nb", "c"}));
     EXPECT_TRUE(ArchiveTools::entries("").empty());
+}
+
+TEST(ArchiveListing, givesTheSameNamesAndFailuresWhereverUnzipsOutputIsCut)
+{
+    // The names are taken while unzip still writes, one pipe read at a time:
+    // a CR LF pair, a two-byte letter or a line may be cut anywhere.
+    const auto parse = [](QByteArrayView listing, qsizetype cut) -> std::pair<QStringList, std::string> {
+        detail::ListingParser parser;
+        parser.feed(listing.first(cut));
+        parser.feed(listing.sliced(cut));
+        try {
+            return {names(parser.finish()), ""};
+        } catch (const CommanderError &error) {
+            return {{}, error.errorDescription()};
+        }
+    };
+    const QString cafe = QString::fromUtf8("caf\xc3\xa9");
+    const std::pair<QByteArrayView, std::pair<QStringList, std::string>> cases[] = {
+        {"a\r\nb\ncaf\xc3\xa9/\n\nz", {{"a\r\nb", cafe + "/[dir]", "z"}, ""}},
+        // A bad line before good ones still fails the whole listing.
+        {"caf\xe9\nok\n", {{}, "ZIP names must use UTF-8."}},
+        {"caf\xc3\nok\n", {{}, "ZIP names must use UTF-8."}},
+        {"caf\xc3\xa9\ncafe\xcc\x81\n", {{}, "ZIP contains duplicate names and cannot be browsed safely."}},
+    };
+    for (const auto &[listing, expected] : cases) {
+        for (qsizetype cut = 0; cut <= listing.size(); ++cut)
+            EXPECT_EQ(parse(listing, cut), expected)
+                << listing.toByteArray().toStdString() << " cut at " << cut;
+    }
+    // Names seen long before, while the set of names has grown several times.
+    QByteArray many;
+    for (int i = 0; i < 5000; ++i)
+        many += "folder/member-" + QByteArray::number(i) + "\n";
+    EXPECT_EQ(ArchiveTools::entries(many).size(), 5000u);
+    EXPECT_EQ(failure([&] { ArchiveTools::entries(many + "folder/member-0\n"); }),
+              "ZIP contains duplicate names and cannot be browsed safely.");
+    EXPECT_EQ(failure([&] { ArchiveTools::entries(many + "folder/member-4999"); }),
+              "ZIP contains duplicate names and cannot be browsed safely.");
 }
 
 TEST(ArchiveListing, refusesWhatCannotBeBrowsedSafely)
