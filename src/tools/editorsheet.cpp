@@ -22,12 +22,6 @@ namespace quillorn {
 
 namespace {
 
-QString editorContents(const QPlainTextEdit *editor)
-{
-    // toRawText, not toPlainText, which turns no-break spaces into spaces.
-    return editor->document()->toRawText().replace(QChar::ParagraphSeparator, QLatin1Char('\n'));
-}
-
 QString methodStatus(TextDocument::SaveMethod method)
 {
     switch (method) {
@@ -103,8 +97,7 @@ EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
     updateView();
 
     runInBackground(
-        this, [url = m_url] { return TextDocument::load(url); },
-        [this](TextDocument document) { loaded(std::move(document)); },
+        this, [url = m_url] { return load(url); }, [this](Loaded result) { loaded(std::move(result)); },
         [this](const std::exception_ptr &error) { failed(error); });
 }
 
@@ -126,22 +119,29 @@ QString EditorSheet::byteCount() const
 
 QString EditorSheet::text() const
 {
-    return m_lines ? m_lines->taken(editorContents(m_editor)) : QString();
+    return m_lines ? m_lines->taken(detail::EditorText::contents(m_editor)) : QString();
 }
 
-void EditorSheet::loaded(TextDocument document)
+EditorSheet::Loaded EditorSheet::load(const Path &url)
 {
-    m_lines = detail::EditorText::forText(document.text);
-    if (m_lines) {
-        m_loadedShown = m_lines->shown(document.text);
+    Loaded result{TextDocument::load(url), std::nullopt, QString()};
+    result.lines = detail::EditorText::forText(result.document.text);
+    if (result.lines)
+        result.shown = result.lines->shown(result.document.text);
+    return result;
+}
+
+void EditorSheet::loaded(Loaded result)
+{
+    if (result.lines) {
         m_filling = true;
-        m_editor->setPlainText(m_loadedShown);
+        detail::EditorText::fill(m_editor, result.shown);
         m_filling = false;
-        m_shown = editorContents(m_editor);
     }
-    // What the editor would hand back must be the file's text exactly.
-    if (!m_lines || m_shown != m_loadedShown) {
-        m_lines.reset();
+    // forText refused every character the editor would not give back as it
+    // was put in, so the editor holds the shown text. Reading 8 MiB back to
+    // compare would add some 20 ms to the opening; the length is checked.
+    if (!result.lines || m_editor->document()->characterCount() - 1 != result.shown.size()) {
         m_editor->clear();
         setStatus(
             QStringLiteral("This file holds line or paragraph separators the editor cannot keep. Open it "
@@ -149,8 +149,11 @@ void EditorSheet::loaded(TextDocument document)
         updateView();
         return;
     }
-    m_bytes = document.original.size();
-    m_document = std::move(document);
+    m_lines = result.lines;
+    m_loadedShown = std::move(result.shown);
+    m_shown = m_loadedShown;
+    m_bytes = result.document.original.size();
+    m_document = std::move(result.document);
     m_dirty = false;
     setStatus(displayText(m_url));
     updateView();
@@ -180,7 +183,7 @@ void EditorSheet::textEdited(int position, int removed, int added)
 
 void EditorSheet::resynchronise()
 {
-    m_shown = editorContents(m_editor);
+    m_shown = detail::EditorText::contents(m_editor);
     m_bytes = m_lines->utf8Bytes(m_shown);
 }
 

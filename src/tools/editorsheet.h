@@ -65,7 +65,17 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    void loaded(TextDocument document);
+    // A document as loaded in the background, with how the editor shows it:
+    // none of the work on its 8 MiB of text is left for the interface thread
+    // but filling the editor.
+    struct Loaded {
+        TextDocument document;
+        std::optional<detail::EditorText> lines;
+        QString shown;
+    };
+    static Loaded load(const Path &url);
+
+    void loaded(Loaded loaded);
     void saved(TextDocument document, TextDocument::SaveMethod method);
     void failed(const std::exception_ptr &error);
     void textEdited(int position, int removed, int added);
