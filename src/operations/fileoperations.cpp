@@ -13,6 +13,7 @@
 #include "platform/posix/posixerror.h"
 #include "platform/posix/removal.h"
 #include "platform/posix/renaming.h"
+#include "platform/posix/stagingname.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -411,7 +412,7 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
     const Path source = item.path(), target = run.destination / targetName;
     OperationControl &control = run.control;
     const Fingerprint before = run.move ? fingerprint(source, control) : Fingerprint();
-    const std::string stagingName = detail::stagingName();
+    const std::string stagingName = quillorn::stagingName();
     const Path staging = run.destination / stagingName;
     // Known before it exists, so a start after a crash can clear it away.
     StagingJournal &journal = StagingJournal::shared();

@@ -6,6 +6,7 @@
 #include "platform/posix/filecontents.h"
 #include "platform/posix/posixerror.h"
 #include "services/archivetools.h"
+#include "services/detail/journaledstaging.h"
 
 #include <cerrno>
 
@@ -29,7 +30,8 @@ void ArchiveExtraction::operator()(OperationControl &control) const
     const QByteArray data = bytes ? *bytes : ArchiveTools::member(member, archive);
     control.check();
     try {
-        createFile(target, std::string_view(data.constData(), std::size_t(data.size())));
+        createFile(target, std::string_view(data.constData(), std::size_t(data.size())),
+                   detail::journaledStaging());
     } catch (const PosixError &error) {
         // The name was free when checked and was taken before the file could be published.
         if (error.code().value() == EEXIST)

@@ -236,3 +236,25 @@ TEST(ArchiveExtraction, aNameTakenAfterTheCheckMakesTheWriteFailNotReplace)
     EXPECT_EQ(TestTree::read(target), "appeared meanwhile");
     EXPECT_EQ(std::distance(fs::directory_iterator(target.parent_path()), fs::directory_iterator()), 1);
 }
+
+TEST(ArchiveExtraction, tellsTheJournalOfItsHiddenFileBeforeMakingItAndOnceItIsGone)
+{
+    TestTree tree;
+    tree.folder("out");
+    std::vector<std::string> told;
+    const StagingWatch watch{
+        [&](const fs::path &staging, const fs::path &target) {
+            told.push_back("adding " + target.filename().string() +
+                           (fs::exists(fs::symlink_status(staging)) ? " made" : " not made"));
+            EXPECT_EQ(staging.parent_path(), tree / "out");
+            EXPECT_THAT(staging.filename().string(), StartsWith(".quillorn-"));
+        },
+        [&](const fs::path &staging) {
+            told.push_back(fs::exists(fs::symlink_status(staging)) ? "done, still there" : "done, gone");
+        }};
+    createFile(tree / "out/new.txt", "extracted", watch);
+    EXPECT_THROW(createFile(tree / "out/new.txt", "again", watch), PosixError);
+    EXPECT_EQ(told, (std::vector<std::string>{"adding new.txt not made", "done, gone",
+                                              "adding new.txt not made", "done, gone"}));
+    EXPECT_EQ(TestTree::read(tree / "out/new.txt"), "extracted");
+}

@@ -3,6 +3,7 @@
 #include "testtree.h"
 
 #include "operations/commandererror.h"
+#include "operations/stagingjournal.h"
 #include "platform/posix/posixerror.h"
 #include "services/textdocument.h"
 
@@ -18,6 +19,10 @@ using namespace testing;
 namespace fs = std::filesystem;
 
 namespace {
+
+// The shared staging journal, made on first use, in a fresh folder.
+const TestTree stateTree;
+const bool stateHome = ::setenv("XDG_STATE_HOME", stateTree.root().c_str(), 1) == 0;
 
 const std::string refused =
     "The editor supports regular UTF-8 files up to 8 MB. Open other files in their associated application.";
@@ -172,14 +177,16 @@ protected:
         fs::permissions(input, fs::perms(0644));
         int status = -1;
         const std::string out =
-            runCommand("ASAN_OPTIONS=detect_leaks=0 " + prefix + " " + QUILLORN_TEXTDOCUMENT_DRIVER " " +
-                           shellQuote(m_file.string()) + " " + shellQuote(input.string()) + " 2>&1; exit $?",
+            runCommand("ASAN_OPTIONS=detect_leaks=0 XDG_STATE_HOME=" + shellQuote(m_state.string()) + " " +
+                           prefix + " " + QUILLORN_TEXTDOCUMENT_DRIVER " " + shellQuote(m_file.string()) +
+                           " " + shellQuote(input.string()) + " 2>&1; exit $?",
                        &status);
         return {status, out};
     }
 
     TestTree m_tree;
     fs::path m_file = m_tree.file("docs/file.txt", std::string(3 * 1024 * 1024, 'o'));
+    fs::path m_state = m_tree.folder("state");
     const std::string m_asNobody = "setpriv --reuid=nobody --regid=nogroup --clear-groups";
 };
 
@@ -196,6 +203,9 @@ TEST_F(SaveDriver, killedAtTheWriteTheFlushOrTheRenameLeavesTheOldOrTheNewBytes)
             << call;
         const std::string now = TestTree::read(m_file);
         EXPECT_TRUE(now == std::string(3 * 1024 * 1024, 'o') || now == fresh) << call;
+        // The next start removes the hidden file the killed save was writing.
+        StagingJournal(m_state / "Quillorn").recover();
+        EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"}) << call;
     }
     EXPECT_EQ(save("", fresh), std::pair(0, std::string("1\n")));
     EXPECT_EQ(TestTree::read(m_file), fresh);

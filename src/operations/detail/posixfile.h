@@ -18,7 +18,4 @@ using FileDescriptor = quillorn::FileDescriptor;
 std::size_t copyFileRange(int input, int output, std::size_t limit, const std::filesystem::path &source,
                           const std::filesystem::path &target);
 
-// ".quillorn-" + a random version-4 UUID in upper case.
-std::string stagingName();
-
 } // namespace quillorn::detail

@@ -4,11 +4,11 @@
 #include "platform/posix/metadata.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/renaming.h"
+#include "platform/posix/stagingname.h"
 
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
-#include <random>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -77,15 +77,33 @@ void flush(int descriptor, const Path &shown)
         throwPosixError(shown);
 }
 
-std::string temporaryName(const char *prefix)
-{
-    static thread_local std::mt19937_64 random{std::random_device{}()};
-    static constexpr char digits[] = "0123456789ABCDEF";
-    std::string name = prefix;
-    for (std::uint64_t value = random(), i = 0; i < 16; ++i, value >>= 4)
-        name += digits[value & 15];
-    return name;
-}
+// A hidden name next to `target`, told to the watch before anything is made
+// under it and again when this goes: by then the item has been renamed or
+// removed, or was never made. A killed process leaves it in the journal.
+class Staged {
+public:
+    Staged(const Path &target, const StagingWatch &watch) : m_name(stagingName()), m_watch(watch)
+    {
+        const Path absolute = std::filesystem::absolute(target).lexically_normal();
+        m_path = absolute.parent_path() / m_name;
+        if (m_watch.adding)
+            m_watch.adding(m_path, absolute);
+    }
+    ~Staged()
+    {
+        if (m_watch.done)
+            m_watch.done(m_path);
+    }
+    Staged(const Staged &) = delete;
+    Staged &operator=(const Staged &) = delete;
+
+    const char *name() const { return m_name.c_str(); }
+
+private:
+    const std::string m_name;
+    const StagingWatch &m_watch;
+    Path m_path;
+};
 
 ContentsWrite writeInPlace(int folder, const std::string &name, const struct stat &before,
                            std::string_view bytes, ContentsWrite method, const Path &shown)
@@ -133,9 +151,10 @@ bool prepareReplacement(int folder, const std::string &name, const std::string &
 }
 
 ContentsWrite replaceThroughNewFile(int folder, const std::string &name, const struct stat &before,
-                                    std::string_view bytes, const Path &shown)
+                                    std::string_view bytes, const Path &shown, const StagingWatch &watch)
 {
-    const std::string temporary = temporaryName(".quillorn-save-");
+    const Staged staged(shown, watch);
+    const std::string temporary = staged.name();
     const FileDescriptor made(
         ::openat(folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!made) {
@@ -204,7 +223,8 @@ std::optional<std::string> readRegularFile(const Path &file, std::size_t limit)
     return bytes;
 }
 
-ContentsWrite replaceContents(const Path &file, std::string_view expected, std::string_view bytes)
+ContentsWrite replaceContents(const Path &file, std::string_view expected, std::string_view bytes,
+                              const StagingWatch &watch)
 {
     const FileDescriptor folder = openFolder(file.parent_path());
     const std::string name = file.filename().string();
@@ -223,13 +243,14 @@ ContentsWrite replaceContents(const Path &file, std::string_view expected, std::
         return ContentsWrite::changedOnDisk;
     if (before.st_nlink > 1)
         return writeInPlace(folder.get(), name, before, bytes, ContentsWrite::inPlaceLinked, file);
-    return replaceThroughNewFile(folder.get(), name, before, bytes, file);
+    return replaceThroughNewFile(folder.get(), name, before, bytes, file, watch);
 }
 
-void createFile(const Path &file, std::string_view bytes)
+void createFile(const Path &file, std::string_view bytes, const StagingWatch &watch)
 {
     const FileDescriptor folder = openFolder(file.parent_path());
-    const std::string temporary = temporaryName(".quillorn-new-");
+    const Staged staged(file, watch);
+    const std::string temporary = staged.name();
     const FileDescriptor made(::openat(folder.get(), temporary.c_str(),
                                        O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0666));
     if (!made)

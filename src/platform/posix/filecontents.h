@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -14,6 +15,14 @@ namespace quillorn {
 // larger than the limit, gives none. Throws PosixError when the item cannot be
 // examined or read (a missing file, no permission).
 std::optional<std::string> readRegularFile(const std::filesystem::path &file, std::size_t limit);
+
+// Told of the hidden file a write makes next to its target before that file
+// exists, and again once it has gone or taken the target's name: a staging
+// journal keeps these, so the next start can remove one a killed process left.
+struct StagingWatch {
+    std::function<void(const std::filesystem::path &staging, const std::filesystem::path &target)> adding;
+    std::function<void(const std::filesystem::path &staging)> done;
+};
 
 // How replaceContents wrote, or why it did not.
 enum class ContentsWrite {
@@ -38,13 +47,13 @@ enum class ContentsWrite {
 // change. Throws PosixError naming the file when it cannot be read or written
 // (a deleted file, a full disk: the old contents stay).
 ContentsWrite replaceContents(const std::filesystem::path &file, std::string_view expected,
-                              std::string_view bytes);
+                              std::string_view bytes, const StagingWatch &watch = {});
 
 // Creates `file` holding `bytes`, never replacing an item of that name: the
 // bytes are written and flushed under a hidden name in the same folder, which
 // then takes the final name only if it is still free, so the name never shows a
 // partial file. Throws PosixError naming the file, EEXIST when the name is taken
 // (even by an item created while the bytes were written).
-void createFile(const std::filesystem::path &file, std::string_view bytes);
+void createFile(const std::filesystem::path &file, std::string_view bytes, const StagingWatch &watch = {});
 
 } // namespace quillorn
