@@ -11,6 +11,7 @@
 
 #include <csignal>
 #include <optional>
+#include <sstream>
 #include <sys/stat.h>
 
 using namespace quillorn;
@@ -194,18 +195,40 @@ TEST_F(SaveDriver, killedAtTheWriteTheFlushOrTheRenameLeavesTheOldOrTheNewBytes)
 {
     if (std::system("strace -V >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "strace is not installed";
-    const std::string fresh(3 * 1024 * 1024, 'n');
-    for (const char *call :
-         {"pwrite64:signal=KILL:when=2", "fsync:signal=KILL", "rename,renameat,renameat2:signal=KILL"}) {
-        m_tree.file("docs/file.txt", std::string(3 * 1024 * 1024, 'o'));
-        EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + std::string(call), fresh).first,
-                  128 + SIGKILL)
-            << call;
+    const std::string old(3 * 1024 * 1024, 'o'), fresh(3 * 1024 * 1024, 'n');
+    // Which of these calls, counted from the first, a save makes on its hidden
+    // file for the nth time: the staging journal writes, flushes and renames too.
+    const auto onStaging = [&](const std::string &calls, int nth) {
+        const fs::path trace = m_tree / "trace";
+        save("strace -f -qq -y -o " + shellQuote(trace.string()) + " -e trace=" + calls, fresh);
+        m_tree.file("docs/file.txt", old);
+        std::istringstream lines(TestTree::read(trace));
+        int count = 0;
+        for (std::string line; std::getline(lines, line);) {
+            if (line.find('(') == std::string::npos)
+                continue;
+            ++count;
+            if (line.find("/.quillorn-") != std::string::npos ||
+                line.find("\".quillorn-") != std::string::npos)
+                if (--nth == 0)
+                    return count;
+        }
+        return -1;
+    };
+    for (const auto &[calls, nth] :
+         {std::pair<std::string, int>{"pwrite64", 2}, {"fsync", 1}, {"rename,renameat,renameat2", 1}}) {
+        const int when = onStaging(calls, nth);
+        ASSERT_GT(when, 0) << calls;
+        const std::string inject = calls + ":signal=KILL:when=" + std::to_string(when);
+        EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject, fresh).first, 128 + SIGKILL)
+            << inject;
         const std::string now = TestTree::read(m_file);
-        EXPECT_TRUE(now == std::string(3 * 1024 * 1024, 'o') || now == fresh) << call;
-        // The next start removes the hidden file the killed save was writing.
+        EXPECT_TRUE(now == old || now == fresh) << inject;
+        // Killed with its hidden file made: the next start removes it.
+        EXPECT_EQ(names(m_file.parent_path()).size(), 2u) << inject;
         StagingJournal(m_state / "Quillorn").recover();
-        EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"}) << call;
+        EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"}) << inject;
+        m_tree.file("docs/file.txt", old);
     }
     EXPECT_EQ(save("", fresh), std::pair(0, std::string("1\n")));
     EXPECT_EQ(TestTree::read(m_file), fresh);
