@@ -6,6 +6,7 @@
 #include "services/directorytools.h"
 #include "services/errortext.h"
 #include "tools/backgroundwork.h"
+#include "tools/detail/sheetlabels.h"
 
 #include <QFontDatabase>
 #include <QHBoxLayout>
@@ -26,13 +27,7 @@ CompareSheet::CompareSheet(Path left, Path right, std::function<void()> dismiss,
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(8);
 
-    auto *title = new QLabel(QStringLiteral("Compare folders"), this);
-    title->setObjectName(QStringLiteral("sheetTitle"));
-    QFont titleFont = title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.6);
-    titleFont.setBold(true);
-    title->setFont(titleFont);
-    layout->addWidget(title);
+    layout->addWidget(detail::sheetTitle(QStringLiteral("Compare folders"), this));
 
     auto *roots = new QLabel(QStringLiteral("Left: ") + displayText(m_left) + QLatin1Char('\n') +
                                  QStringLiteral("Right: ") + displayText(m_right),
@@ -44,12 +39,7 @@ CompareSheet::CompareSheet(Path left, Path right, std::function<void()> dismiss,
     roots->setFont(small);
     layout->addWidget(roots);
 
-    auto *noteLabel = new QLabel(note, this);
-    noteLabel->setObjectName(QStringLiteral("noteLabel"));
-    noteLabel->setWordWrap(true);
-    noteLabel->setFont(small);
-    noteLabel->setForegroundRole(QPalette::PlaceholderText); // the secondary text colour
-    layout->addWidget(noteLabel);
+    layout->addWidget(detail::sheetNote(note, this));
 
     m_statusLabel = new QLabel(m_status, this);
     m_statusLabel->setObjectName(QStringLiteral("statusLabel"));

@@ -1,4 +1,5 @@
 #include "tools/connectsheet.h"
+#include "tools/detail/sheetlabels.h"
 
 #include <QHBoxLayout>
 #include <QLabel>
@@ -16,13 +17,7 @@ ConnectSheet::ConnectSheet(std::function<void()> dismiss, HandOff handOff, QWidg
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);
 
-    auto *title = new QLabel(QStringLiteral("Connect to server"), this);
-    title->setObjectName(QStringLiteral("sheetTitle"));
-    QFont titleFont = title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.4);
-    titleFont.setBold(true);
-    title->setFont(titleFont);
-    layout->addWidget(title);
+    layout->addWidget(detail::sheetTitle(QStringLiteral("Connect to server"), this));
 
     m_address = new QLineEdit(QStringLiteral("smb://"), this);
     m_address->setObjectName(QStringLiteral("addressField"));
@@ -34,14 +29,7 @@ ConnectSheet::ConnectSheet(std::function<void()> dismiss, HandOff handOff, QWidg
     m_statusLabel->setWordWrap(true);
     layout->addWidget(m_statusLabel);
 
-    auto *noteLabel = new QLabel(note, this);
-    noteLabel->setObjectName(QStringLiteral("noteLabel"));
-    noteLabel->setWordWrap(true);
-    QFont small = noteLabel->font();
-    small.setPointSizeF(small.pointSizeF() * 0.85);
-    noteLabel->setFont(small);
-    noteLabel->setForegroundRole(QPalette::PlaceholderText);
-    layout->addWidget(noteLabel);
+    layout->addWidget(detail::sheetNote(note, this));
     layout->addStretch(1);
 
     auto *row = new QHBoxLayout;

@@ -4,6 +4,7 @@
 #include "services/errortext.h"
 #include "tools/backgroundwork.h"
 #include "tools/detail/sheetbutton.h"
+#include "tools/detail/sheetlabels.h"
 
 #include <QCloseEvent>
 #include <QFontDatabase>
@@ -47,12 +48,7 @@ EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(8);
 
-    m_title = new QLabel(this);
-    m_title->setObjectName(QStringLiteral("sheetTitle"));
-    QFont titleFont = m_title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.4);
-    titleFont.setBold(true);
-    m_title->setFont(titleFont);
+    m_title = detail::sheetTitle(QString(), this);
     layout->addWidget(m_title);
 
     m_caption = new QLabel(this);

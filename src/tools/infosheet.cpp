@@ -1,4 +1,5 @@
 #include "tools/infosheet.h"
+#include "tools/detail/sheetlabels.h"
 
 #include "operations/commandererror.h"
 #include "platform/core/displaytext.h"
@@ -48,13 +49,7 @@ InfoSheet::InfoSheet(Path url, std::function<void()> dismiss, QWidget *parent)
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(16);
 
-    auto *title = new QLabel(QStringLiteral("File information"), this);
-    title->setObjectName(QStringLiteral("sheetTitle"));
-    QFont titleFont = title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.35);
-    titleFont.setBold(true);
-    title->setFont(titleFont);
-    layout->addWidget(title);
+    layout->addWidget(detail::sheetTitle(QStringLiteral("File information"), this));
 
     m_detailsLabel = new QLabel(this);
     m_detailsLabel->setObjectName(QStringLiteral("detailsLabel"));

@@ -1,4 +1,5 @@
 #include "tools/transfersheet.h"
+#include "tools/detail/sheetlabels.h"
 
 #include "operations/fileoperations.h"
 #include "platform/core/displaytext.h"
@@ -27,13 +28,7 @@ TransferSheet::TransferSheet(std::vector<Path> sources, Path destination, bool m
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);
 
-    auto *title = new QLabel(heading(m_sources.size(), m_move), this);
-    title->setObjectName(QStringLiteral("sheetTitle"));
-    QFont titleFont = title->font();
-    titleFont.setPointSizeF(titleFont.pointSizeF() * 1.4);
-    titleFont.setBold(true);
-    title->setFont(titleFont);
-    layout->addWidget(title);
+    layout->addWidget(detail::sheetTitle(heading(m_sources.size(), m_move), this));
 
     auto *to = new QLabel(QStringLiteral("To: ") + displayText(m_destination), this);
     to->setObjectName(QStringLiteral("destinationLabel"));
@@ -61,14 +56,7 @@ TransferSheet::TransferSheet(std::vector<Path> sources, Path destination, bool m
     form->addRow(QStringLiteral("If a name exists"), m_policy);
     layout->addLayout(form);
 
-    auto *noteLabel = new QLabel(note, this);
-    noteLabel->setObjectName(QStringLiteral("noteLabel"));
-    noteLabel->setWordWrap(true);
-    QFont small = noteLabel->font();
-    small.setPointSizeF(small.pointSizeF() * 0.85);
-    noteLabel->setFont(small);
-    noteLabel->setProperty("secondaryText", true);
-    layout->addWidget(noteLabel);
+    layout->addWidget(detail::sheetNote(note, this));
 
     auto *buttons = new QHBoxLayout;
     auto *cancelButton = new QPushButton(QStringLiteral("Cancel"), this);
