@@ -87,6 +87,26 @@ inline std::vector<fs::path> transfer(const std::vector<fs::path> &sources, cons
     return operations.transfer(sources, destination, move, policy, false);
 }
 
+// The user nobody for a command run by the shell, and strace making one system call fail or die.
+inline const std::string asNobody = "setpriv --reuid=nobody --regid=nogroup --clear-groups ",
+                         injectFault = "strace -f -qq -o /dev/null -e inject=";
+
+// Exit status and standard error of the transfer driver (built beside the tests) run behind
+// prefix (strace, setpriv, prlimit), moving or copying source into destination; strace exits
+// with the driver's status, or dies of the signal that killed it.
+inline std::pair<int, std::string> drive(const std::string &prefix, const std::string &mode,
+                                         const fs::path &destination, const fs::path &source,
+                                         const std::string &policy = "Stop")
+{
+    const fs::path driver = fs::read_symlink("/proc/self/exe").parent_path() / "transfer_driver";
+    int status = -1;
+    std::string errors = runCommand("ASAN_OPTIONS=detect_leaks=0 " + prefix + " " + shellQuote(driver) + " " +
+                                        mode + " " + shellQuote(policy) + " " + shellQuote(destination) +
+                                        " " + shellQuote(source) + " 2>&1 >/dev/null; exit $?",
+                                    &status);
+    return {status, errors};
+}
+
 } // namespace quillorn::test
 
 // Mounts a file system for the rest of the test, or skips the test saying why not.

@@ -21,15 +21,11 @@ void makeStaging(const fs::path &staging)
 }
 
 // Another Quillorn: a child process that records entries in a journal kept in
-// folder, makes each item, and then waits to be killed.
+// folder, makes each item, and then stops until killed.
 class Owner {
 public:
-    Owner(const fs::path &folder, const Entries &entries)
+    Owner(const fs::path &folder, const Entries &entries) : m_pid(::fork())
     {
-        int ready[2];
-        if (::pipe(ready) != 0)
-            throw std::system_error(errno, std::generic_category(), "pipe");
-        m_pid = ::fork();
         if (m_pid == 0) {
             try {
                 StagingJournal journal(folder); // holds its lock until the process dies
@@ -37,19 +33,13 @@ public:
                     journal.add(staging, target);
                     makeStaging(staging);
                 }
-                const char byte = 'r';
-                if (::write(ready[1], &byte, 1) == 1)
-                    for (;;)
-                        ::pause();
+                ::raise(SIGSTOP);
             } catch (...) {
             }
             ::_exit(2); // never let the test runner go on in the child
         }
-        ::close(ready[1]);
-        char byte = 0;
-        const bool started = ::read(ready[0], &byte, 1) == 1;
-        ::close(ready[0]);
-        if (!started)
+        int status = 0;
+        if (::waitpid(m_pid, &status, WUNTRACED) != m_pid || !WIFSTOPPED(status))
             throw std::runtime_error("the owner process did not start");
     }
     ~Owner() { kill(); }
@@ -59,15 +49,13 @@ public:
     // Ends it the way a crash does: no destructor, no clean-up.
     void kill()
     {
-        if (m_pid <= 0)
-            return;
-        ::kill(m_pid, SIGKILL);
-        ::waitpid(m_pid, nullptr, 0);
+        if (m_pid > 0)
+            ::kill(m_pid, SIGKILL), ::waitpid(m_pid, nullptr, 0);
         m_pid = -1;
     }
 
 private:
-    pid_t m_pid = -1;
+    pid_t m_pid;
 };
 
 class StagingJournalTest : public Test {
@@ -185,16 +173,9 @@ TEST_F(StagingJournalTest, copyKilledMidwayLeavesAStagingItemThatTheNextStartRem
 {
     if (std::system("strace -V >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "strace is not installed";
-    const fs::path driver = fs::read_symlink("/proc/self/exe").parent_path() / "transfer_driver";
-    ASSERT_TRUE(fs::exists(driver)) << "build the transfer_driver target";
     const fs::path source = m_tree.file("src/big.bin", pattern(3 * 1024 * 1024 + 7)),
                    destination = m_tree.folder("dst");
-    int status = 0;
-    runCommand("ASAN_OPTIONS=detect_leaks=0 strace -f -qq -o /dev/null -e "
-               "inject=copy_file_range:signal=KILL:when=2 " +
-                   shellQuote(driver) + " copy Stop " + shellQuote(destination) + " " + shellQuote(source) +
-                   " >/dev/null 2>&1",
-               &status);
+    drive(injectFault + "copy_file_range:signal=KILL:when=2", "copy", destination, source);
     const std::map<std::string, std::string> left = contents(destination);
     ASSERT_EQ(left.size(), 1u) << "the driver was not killed in the middle of the copy";
     const fs::path item = destination / left.begin()->first;

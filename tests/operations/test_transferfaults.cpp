@@ -57,24 +57,8 @@ protected:
         if (std::system("strace -V >/dev/null 2>&1") != 0)
             GTEST_SKIP() << "strace is not installed";
     }
-    // Exit status and standard error of prefix + the driver copying source into the destination.
-    // strace exits with the driver's status, or dies of the signal that killed it.
-    std::pair<int, std::string> run(const std::string &prefix, const fs::path &source,
-                                    const std::string &policy = "Stop") const
-    {
-        int status = -1;
-        std::string errors =
-            runCommand("ASAN_OPTIONS=detect_leaks=0 " + prefix + " " QUILLORN_TRANSFER_DRIVER " copy " +
-                           shellQuote(policy) + " " + shellQuote(m_dst) + " " + shellQuote(source) +
-                           " 2>&1 >/dev/null; exit $?",
-                       &status);
-        return {status, errors};
-    }
-
     TestTree m_tree;
     fs::path m_source = m_tree.file("src/a.txt", pattern(3 * 1024 * 1024 + 7)), m_dst = m_tree.folder("dst");
-    const std::string m_inject = "strace -f -qq -o /dev/null -e inject=",
-                      m_asNobody = " setpriv --reuid=nobody --regid=nogroup --clear-groups ";
 };
 
 TEST_F(InjectedFault, anInputOutputErrorAtTheFlushOrThePublishingRenamePublishesNothing)
@@ -83,9 +67,9 @@ TEST_F(InjectedFault, anInputOutputErrorAtTheFlushOrThePublishingRenamePublishes
          {"Copying \u2018a.txt\u2019", "Publishing \u2018a.txt\u2019 at the destination"}) {
         const auto logged = logMark();
         const std::string target = (m_dst / "a.txt").string();
-        EXPECT_EQ(
-            run(m_inject + (phase.starts_with("Copying") ? "fsync" : "renameat2") + ":error=EIO", m_source),
-            std::pair(1, wrapped(phase, target + ": Input/output error", "POSIX 5") + "\n"));
+        EXPECT_EQ(drive(injectFault + (phase.starts_with("Copying") ? "fsync" : "renameat2") + ":error=EIO",
+                        "copy", m_dst, m_source),
+                  std::pair(1, wrapped(phase, target + ": Input/output error", "POSIX 5") + "\n"));
         EXPECT_TRUE(fs::is_empty(m_dst)) << phase;
         EXPECT_THAT(
             logged().back(),
@@ -105,8 +89,10 @@ TEST_F(InjectedFault, killedAnywhereLeavesNoShortFileAndTheOldBytes)
         fs::create_directory(m_dst);
         if (*old)
             m_tree.file("dst/a.txt", old);
-        EXPECT_EQ(run(m_inject + call, m_source, *old ? "Replace (old item to Trash)" : "Stop").first,
-                  128 + SIGKILL)
+        EXPECT_EQ(
+            drive(injectFault + call, "copy", m_dst, m_source, *old ? "Replace (old item to Trash)" : "Stop")
+                .first,
+            128 + SIGKILL)
             << call;
         // The final name holds the old bytes or nothing; at most one staging item is left behind.
         const std::map<std::string, std::string> left = contents(m_dst);
@@ -123,7 +109,7 @@ TEST_F(InjectedFault, asAnOrdinaryUserRefusalsAndFailuresLeaveNothingBehind)
     for (const fs::path &item : {m_tree.root(), m_source.parent_path(), m_dst})
         fs::permissions(item, fs::perms(0755));
     fs::permissions(m_source, fs::perms(0644));
-    const auto [status, errors] = run(m_asNobody, m_source);
+    const auto [status, errors] = drive(asNobody, "copy", m_dst, m_source);
     if (errors.starts_with("setpriv:"))
         GTEST_SKIP() << "cannot switch to the user nobody: " << errors;
     EXPECT_EQ(status, 1);
@@ -137,7 +123,7 @@ TEST_F(InjectedFault, asAnOrdinaryUserRefusalsAndFailuresLeaveNothingBehind)
     fs::permissions(m_dst, fs::perms::all);
     for (const char *folder : {"src/box/sub", "src/box"})
         fs::permissions(m_tree / folder, fs::perms(0555));
-    EXPECT_EQ(run(m_inject + "syncfs:error=EIO" + m_asNobody, m_tree / "src/box"),
+    EXPECT_EQ(drive(injectFault + "syncfs:error=EIO " + asNobody, "copy", m_dst, m_tree / "src/box"),
               std::pair(1, wrapped("Copying \u2018box\u2019",
                                    (m_dst / "box").string() + ": Input/output error", "POSIX 5") +
                                "\n"));

@@ -20,20 +20,6 @@ namespace {
 
 const std::string sameItem = "Source and destination are the same item.";
 
-// Exit status and standard error of the transfer driver run behind prefix (strace, setpriv, prlimit).
-std::pair<int, std::string> drive(const std::string &prefix, const std::string &mode,
-                                  const fs::path &destination, const fs::path &source)
-{
-    int status = -1;
-    std::string errors = runCommand(
-        "ASAN_OPTIONS=detect_leaks=0 " + prefix + " " QUILLORN_TRANSFER_DRIVER " " + mode + " Stop " +
-            shellQuote(destination) + " " + shellQuote(source) + " 2>&1 >/dev/null; exit $?",
-        &status);
-    return {status, errors};
-}
-
-const std::string asNobody = "setpriv --reuid=nobody --regid=nogroup --clear-groups";
-
 TEST(SameItem, replacingTheSourceReachedThroughABindMountALinkedFolderOrALinkIsRefused)
 {
     TestTree tree;
