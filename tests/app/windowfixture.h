@@ -1,19 +1,26 @@
 #pragma once
 
 #include "app/commanderappdelegate.h"
+#include "app/commandertoolbar.h"
 #include "app/commanderview.h"
 #include "app/detail/panetablemodel.h"
 #include "app/detail/panetableview.h"
 #include "app/filepane.h"
+#include "platform/core/displaytext.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/fileclipboard.h"
 #include "testtree.h"
+#include "tools/toolhost.h"
 
 #include <QApplication>
 #include <QClipboard>
 #include <QKeyEvent>
+#include <QLabel>
+#include <QLineEdit>
+#include <QPushButton>
 #include <QSignalSpy>
 #include <QTest>
+#include <QToolButton>
 
 #include <memory>
 
@@ -31,6 +38,11 @@ struct KeyRecorder : QObject {
         return false;
     }
 };
+
+inline QString label(QWidget *parent, const char *name)
+{
+    return parent->findChild<QLabel *>(name)->text();
+}
 
 inline QString name(const fs::path &path)
 {
@@ -97,6 +109,30 @@ struct WindowFixture {
     }
 
     PaneModel &left() const { return view->model().left(); }
+
+    template <typename Sheet> Sheet *sheet() const
+    {
+        QDialog *dialog = view->toolHost()->sheet();
+        return dialog ? dialog->findChild<Sheet *>() : nullptr;
+    }
+
+    // Closes any sheet, puts the left pane's cursor on the named item (if listed),
+    // presses the key in the window and returns the sheet it opened.
+    template <typename Sheet>
+    Sheet *openOn(const QString &item, Qt::Key key, Qt::KeyboardModifiers modifiers = Qt::NoModifier)
+    {
+        view->model().setTool(std::nullopt);
+        for (const FileEntry &entry : left().visible())
+            if (displayName(entry.url()) == item)
+                left().setCursor(entry.url());
+        QTest::keyClick(view->centralWidget(), key, modifiers);
+        return sheet<Sheet>();
+    }
+
+    QImage shot(QWidget *widget) const
+    {
+        return view->grab(QRect(widget->mapTo(view.get(), QPoint(0, 0)), widget->size())).toImage();
+    }
 
     TestTree home;
     Preferences preferences{QString::fromStdString((home / "prefs.ini").string())};
