@@ -1,22 +1,15 @@
 #include "windowfixture.h"
 
-#include "app/commandertoolbar.h"
 #include "asnobody.h"
 #include "operations/operationcontrol.h"
-#include "platform/core/displaytext.h"
 #include "tools/comparesheet.h"
 #include "tools/infosheet.h"
 #include "tools/searchsheet.h"
-#include "tools/toolhost.h"
 
 #include <QCheckBox>
 #include <QElapsedTimer>
-#include <QLabel>
-#include <QLineEdit>
 #include <QPlainTextEdit>
-#include <QPushButton>
 #include <QTableView>
-#include <QToolButton>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -27,8 +20,6 @@
 using namespace quillorn;
 using namespace quillorn::test;
 
-// The search, compare and info sheets opened from the real main window by its
-// keys and tool bar, over real folders.
 class ToolSheetsTest : public QObject {
     Q_OBJECT
 
@@ -39,9 +30,8 @@ private Q_SLOTS:
     void searchSheetFindsShowsAFolderAndCloses()
     {
         m_f.tree->file("Left/alpha/deep.txt", "x");
-        auto *sheet = open<SearchSheet>(Qt::Key_F);
-        QCOMPARE(sheet->findChild<QLabel *>("sheetTitle")->text(),
-                 "Search " + displayText(*m_f.tree / "Left"));
+        auto *sheet = search();
+        QCOMPARE(label(sheet, "sheetTitle"), "Search " + displayText(*m_f.tree / "Left"));
         QCOMPARE(label(sheet, "statusLabel"), "Search names recursively; symbolic links are not followed.");
         auto *query = sheet->findChild<QLineEdit *>("queryField");
         auto *button = sheet->findChild<QPushButton *>("searchButton");
@@ -58,17 +48,14 @@ private Q_SLOTS:
         QVERIFY(!m_f.recorder.keys.contains(Qt::Key_Return) && m_f.calls.isEmpty());
         QCOMPARE(m_f.left().directory(), *m_f.tree / "Left");
 
-        query->setText(".hid");
-        button->click();
-        QTRY_COMPARE(label(sheet, "statusLabel"), "0 matches. ");
-        sheet->findChild<QCheckBox *>("hiddenToggle")->setChecked(true);
-        button->click();
-        QTRY_COMPARE(label(sheet, "statusLabel"), "1 matches. ");
-
-        query->setText("deep");
-        button->click();
-        QTRY_VERIFY(!sheet->running());
-        QCOMPARE(label(sheet, "statusLabel"), "1 matches. ");
+        for (const auto &[text, hidden, found] :
+             {std::tuple(".hid", false, "0"), std::tuple(".hid", true, "1"), std::tuple("deep", true, "1")}) {
+            query->setText(text);
+            sheet->findChild<QCheckBox *>("hiddenToggle")->setChecked(hidden);
+            button->click();
+            QTRY_VERIFY(!sheet->running());
+            QCOMPARE(label(sheet, "statusLabel"), QString(found) + " matches. ");
+        }
         auto *list = sheet->findChild<QTableView *>("resultList");
         QCOMPARE(list->model()->index(0, 0).data().toString(), "alpha/deep.txt");
         const QRect showFolder = list->visualRect(list->model()->index(0, 1));
@@ -82,7 +69,7 @@ private Q_SLOTS:
     // window with the keyboard, so the next key went nowhere.
     void keysReachTheWindowAfterShowFolder()
     {
-        auto *sheet = open<SearchSheet>(Qt::Key_F);
+        auto *sheet = search();
         sheet->findChild<QLineEdit *>("queryField")->setText("alpha");
         sheet->search();
         QTRY_COMPARE(sheet->report().items.size(), std::size_t(1));
@@ -91,13 +78,13 @@ private Q_SLOTS:
         QTRY_COMPARE(QApplication::activeWindow(), m_f.view.get());
         m_f.left().setCursor(*m_f.tree / "Left/c.txt");
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_I, Qt::ControlModifier);
-        QVERIFY(current<InfoSheet>());
+        QVERIFY(m_f.sheet<InfoSheet>());
     }
 
     void everyWayOfClosingASearchCancelsIt()
     {
         for (int route = 0; route < 3; ++route) {
-            auto *sheet = open<SearchSheet>(Qt::Key_F);
+            auto *sheet = search();
             sheet->findChild<QLineEdit *>("queryField")->setText("x");
             sheet->search();
             const std::shared_ptr<OperationControl> control = sheet->control();
@@ -115,20 +102,6 @@ private Q_SLOTS:
         }
     }
 
-    void searchWarnsAboutAnUnreadableFolder()
-    {
-        m_f.tree->file("Left/locked/b.txt", "x");
-        ::chmod((*m_f.tree / "Left/locked").c_str(), 0);
-        ::chmod(m_f.tree->root().c_str(), 0755);
-        auto *sheet = open<SearchSheet>(Qt::Key_F);
-        sheet->findChild<QLineEdit *>("queryField")->setText("b.");
-        AsNobody nobody;
-        if (!nobody.skipReason.empty())
-            QSKIP(nobody.skipReason.c_str());
-        sheet->search();
-        QTRY_COMPARE(label(sheet, "statusLabel"), "1 matches. locked: Permission denied");
-    }
-
     void compareSheetShowsTheDifferencesAndEscapeStopsIt()
     {
         auto *sheet = openCompare();
@@ -143,9 +116,8 @@ private Q_SLOTS:
         QTest::keyClick(m_f.view->toolHost()->sheet(), Qt::Key_Escape);
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
 
-        // Identical copies, then a long comparison closed with Escape.
         m_f.left().navigate(*m_f.tree / "Right");
-        FixtureWindow::waitListed(m_f.left());
+        WindowFixture::waitListed(m_f.left());
         sheet = openCompare();
         QTRY_COMPARE(label(sheet, "statusLabel"), "Folder contents match");
         m_f.view->model().setTool(std::nullopt);
@@ -153,7 +125,7 @@ private Q_SLOTS:
         for (const char *side : {"Left/big", "Right/big"})
             std::filesystem::resize_file(m_f.tree->file(side), std::uintmax_t(1) << 30);
         m_f.left().navigate(*m_f.tree / "Left");
-        FixtureWindow::waitListed(m_f.left());
+        WindowFixture::waitListed(m_f.left());
         sheet = openCompare();
         const std::shared_ptr<OperationControl> control = sheet->control();
         QTRY_VERIFY(control->progress().completed > 0);
@@ -166,14 +138,21 @@ private Q_SLOTS:
         QVERIFY(control->isCancelled());
     }
 
-    void compareSheetShowsThePlatformError()
+    void searchAndCompareReportAnUnreadableFolder()
     {
-        m_f.tree->file("Right/locked/x", "x");
-        ::chmod((*m_f.tree / "Right/locked").c_str(), 0);
+        for (const char *file : {"Left/locked/b.txt", "Right/locked/x"})
+            ::chmod(m_f.tree->file(file).parent_path().c_str(), 0);
         ::chmod(m_f.tree->root().c_str(), 0755);
         AsNobody nobody;
         if (!nobody.skipReason.empty())
             QSKIP(nobody.skipReason.c_str());
+        auto *finder = search();
+        finder->findChild<QLineEdit *>("queryField")->setText("b.");
+        finder->search();
+        QTRY_COMPARE(label(finder, "statusLabel"), "1 matches. locked: Permission denied");
+        m_f.view->model().setTool(std::nullopt);
+        m_f.left().navigate(*m_f.tree / "Right/Archive");
+        WindowFixture::waitListed(m_f.left());
         auto *sheet = openCompare();
         QTRY_COMPARE(label(sheet, "statusLabel"),
                      displayText(*m_f.tree / "Right/locked") + ": Permission denied");
@@ -232,37 +211,33 @@ private Q_SLOTS:
             ::chown(m_f.tree->file("Left/orphan").c_str(), 54321, 54321) == 0; // no such accounts
         ::chmod(m_f.tree->root().c_str(), 0755);
         m_f.left().refresh();
-        FixtureWindow::waitListed(m_f.left());
+        WindowFixture::waitListed(m_f.left());
 
         auto *sheet = openInfo("shared");
         QCOMPARE(sheet->permissions(), "777");
         QVERIFY(sheet->details().contains("\nType: directory\n") && sheet->details().endsWith("Mode: 1777"));
         sheet->applyPermissions(); // 777 applied: the sticky bit goes
         QVERIFY(sheet->details().endsWith("Mode: 0777"));
-        m_f.view->model().setTool(std::nullopt);
 
         sheet = openInfo("link");
         QVERIFY(sheet->details().contains("\nType: symbolic link\n"));
         QVERIFY(!sheet->findChild<QPushButton *>("applyButton")->isEnabled());
         sheet->applyPermissions();
         QCOMPARE(sheet->status(), "Cannot change symbolic link permissions.");
-        m_f.view->model().setTool(std::nullopt);
 
         if (orphaned) {
             sheet = openInfo("orphan");
             QVERIFY(sheet->details().contains("\nOwner: Unknown\nGroup: Unknown\n"));
-            m_f.view->model().setTool(std::nullopt);
         }
 
         // A name that is not UTF-8: shown with U+FFFD, changed by its real bytes.
         const std::filesystem::path odd = *m_f.tree / "Left/odd\xff";
         m_f.left().setCursor(odd);
-        sheet = open<InfoSheet>(Qt::Key_I);
+        sheet = m_f.openOn<InfoSheet>({}, Qt::Key_I, Qt::ControlModifier);
         QVERIFY(sheet->details().startsWith(displayText(*m_f.tree / "Left") + "/odd\uFFFD\n"));
         sheet->setPermissions("600");
         sheet->applyPermissions();
         QCOMPARE(std::filesystem::status(odd).permissions(), std::filesystem::perms(0600));
-        m_f.view->model().setTool(std::nullopt);
 
         sheet = openInfo("theirs");
         AsNobody nobody;
@@ -274,38 +249,16 @@ private Q_SLOTS:
     }
 
 private:
-    using FixtureWindow = WindowFixture;
-
-    template <typename Sheet> Sheet *open(Qt::Key key)
+    SearchSheet *search() { return m_f.openOn<SearchSheet>({}, Qt::Key_F, Qt::ControlModifier); }
+    InfoSheet *openInfo(const QString &item)
     {
-        QTest::keyClick(m_f.view->centralWidget(), key, Qt::ControlModifier);
-        return current<Sheet>();
-    }
-
-    template <typename Sheet> Sheet *current()
-    {
-        QDialog *dialog = m_f.view->toolHost()->sheet();
-        return dialog ? dialog->findChild<Sheet *>() : nullptr;
+        return m_f.openOn<InfoSheet>(item, Qt::Key_I, Qt::ControlModifier);
     }
 
     CompareSheet *openCompare()
     {
         m_f.view->toolBar()->button("Compare")->click();
-        return current<CompareSheet>();
-    }
-
-    InfoSheet *openInfo(const QString &item)
-    {
-        PaneModel &left = m_f.left();
-        for (const FileEntry &entry : left.visible())
-            if (displayName(entry.url()) == item)
-                left.setCursor(entry.url());
-        return open<InfoSheet>(Qt::Key_I);
-    }
-
-    static QString label(QWidget *sheet, const char *name)
-    {
-        return sheet->findChild<QLabel *>(name)->text();
+        return m_f.sheet<CompareSheet>();
     }
 
     WindowFixture m_f;
