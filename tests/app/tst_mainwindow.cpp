@@ -1,19 +1,13 @@
 #include "windowfixture.h"
 
-#include "app/commandertoolbar.h"
 #include "app/functionkeybar.h"
 #include "app/statusline.h"
 #include "model/commanderthemecolours.h"
 #include "operations/commandererror.h"
 #include "tools/queueview.h"
-#include "tools/toolhost.h"
 
 #include <QDir>
-#include <QLabel>
-#include <QLineEdit>
-#include <QPushButton>
 #include <QRegularExpression>
-#include <QToolButton>
 
 using namespace quillorn;
 using namespace quillorn::test;
@@ -83,11 +77,7 @@ const KeyRow keyRows[] = {
 
 } // namespace
 
-// Keys replayed through the real main window (cursor, tags, the command run and
-// whether the key went on to the focused widget), sheets, the bars, the system
-// clipboard and the theme on every surface. With
-// QUILLORN_SCREENSHOT_DIR set, the theme test also saves a picture of the
-// window in each theme there.
+// With QUILLORN_SCREENSHOT_DIR set, the theme test saves a picture of the window in each theme there.
 class MainWindowTest : public QObject {
     Q_OBJECT
 
@@ -188,7 +178,6 @@ private Q_SLOTS:
         m_f.left().setCursor(std::nullopt);
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
         QCOMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "Left/alpha"));
-        // F5 opens the transfer sheet; while it is up, Tab belongs to it.
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_F5);
         QDialog *sheet = m_f.view->toolHost()->sheet();
         QVERIFY(sheet);
@@ -196,7 +185,6 @@ private Q_SLOTS:
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         QVERIFY(m_f.view->model().activeLeft());
         QTest::keyClick(sheet, Qt::Key_Escape);
-        // Closing the sheet gives the keyboard back at once.
         QTRY_VERIFY(QApplication::activeModalWidget() == nullptr);
         QTest::keyClick(m_f.view.get(), Qt::Key_Tab);
         QVERIFY(!m_f.view->model().activeLeft());
@@ -209,7 +197,6 @@ private Q_SLOTS:
         m_f.left().setSelection({items.begin(), items.end()});
         bar->button("Open")->click();
         QCOMPARE(m_f.calls, (QStringList{"open:b.txt", "open:c.txt"}));
-        // Copy refs reaches the system clipboard; Paste reads it back into the active pane.
         bar->button("Copy refs")->click();
         QCOMPARE(m_f.view->statusLine()->statusText(), QStringLiteral("Copied 2 file reference(s)"));
         m_f.view->model().setActiveLeft(false);
@@ -229,8 +216,6 @@ private Q_SLOTS:
     {
         QSignalSpy left(&m_f.left(), &PaneModel::listingApplied);
         QSignalSpy right(&m_f.view->model().right(), &PaneModel::listingApplied);
-        // The offscreen platform has no other applications to switch to, so the
-        // platform's notifications are played here.
         Q_EMIT qApp->applicationStateChanged(Qt::ApplicationInactive);
         QTest::qWait(50);
         QCOMPARE(left.count() + right.count(), 0);
