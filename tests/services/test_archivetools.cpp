@@ -32,6 +32,8 @@ template <typename Body> std::string failure(Body &&body)
         body();
     } catch (const CommanderError &error) {
         return error.errorDescription();
+    } catch (const PosixError &error) {
+        return "errno " + std::to_string(error.code().value());
     }
     return "(no CommanderError)";
 }
@@ -82,12 +84,7 @@ TEST(ArchiveCommand, discardsStandardErrorPassesArgumentsAsTheyAreAndReportsTheL
     EXPECT_EQ(ArchiveTools::command("/bin/echo", {"$(id)", "a b;c"}, 100), "$(id) a b;c\n");
     // No terminal to ask on: a program reading from it gets nothing and fails.
     EXPECT_EQ(failure([] { sh("read answer </dev/tty", 100); }), unreadable);
-    try {
-        ArchiveTools::command("/nonexistent/unzip", {}, 100);
-        FAIL() << "launched";
-    } catch (const PosixError &error) {
-        EXPECT_EQ(error.code().value(), ENOENT);
-    }
+    EXPECT_EQ(failure([] { ArchiveTools::command("/nonexistent/unzip", {}, 100); }), "errno 2");
 }
 
 TEST(ArchiveListing, keepsTheArchiveOrderAndEveryNameAsListed)
@@ -227,12 +224,7 @@ TEST(ArchiveExtraction, aNameTakenAfterTheCheckMakesTheWriteFailNotReplace)
 {
     TestTree tree;
     const fs::path target = tree.file("out/x.txt", "appeared meanwhile");
-    try {
-        createFile(target, "extracted");
-        FAIL() << "replaced";
-    } catch (const PosixError &error) {
-        EXPECT_EQ(error.code().value(), EEXIST);
-    }
+    EXPECT_EQ(failure([&] { createFile(target, "extracted"); }), "errno 17");
     EXPECT_EQ(TestTree::read(target), "appeared meanwhile");
     EXPECT_EQ(std::distance(fs::directory_iterator(target.parent_path()), fs::directory_iterator()), 1);
 }
@@ -253,7 +245,7 @@ TEST(ArchiveExtraction, tellsTheJournalOfItsHiddenFileBeforeMakingItAndOnceItIsG
             told.push_back(fs::exists(fs::symlink_status(staging)) ? "done, still there" : "done, gone");
         }};
     createFile(tree / "out/new.txt", "extracted", watch);
-    EXPECT_THROW(createFile(tree / "out/new.txt", "again", watch), PosixError);
+    EXPECT_EQ(failure([&] { createFile(tree / "out/new.txt", "again", watch); }), "errno 17");
     EXPECT_EQ(told, (std::vector<std::string>{"adding new.txt not made", "done, gone",
                                               "adding new.txt not made", "done, gone"}));
     EXPECT_EQ(TestTree::read(tree / "out/new.txt"), "extracted");
