@@ -51,11 +51,6 @@ std::vector<std::string> names(const fs::path &folder)
     return result;
 }
 
-std::string command(const std::string &line)
-{
-    return runCommand(line);
-}
-
 } // namespace
 
 TEST(TextDocumentLoad, takesRegularUtf8UpToTheLimitAndRefusesTheRest)
@@ -119,8 +114,8 @@ TEST(TextDocumentSave, keepsModeOwnerAttributesAndLinksAndSaysWhenItWroteInPlace
     const fs::path file = tree.file("kept.txt", "old\n");
     ::chown(file.c_str(), 65534, 65534);
     fs::permissions(file, fs::perms(0640));
-    command("setfattr -n user.colour -v blue " + shellQuote(file) + " && setfacl -m u:daemon:r " +
-            shellQuote(file));
+    runCommand("setfattr -n user.colour -v blue " + shellQuote(file) + " && setfacl -m u:daemon:r " +
+               shellQuote(file));
     TextDocument document = TextDocument::load(file);
     document.text = "new\n";
     EXPECT_EQ(document.save(), ContentsWrite::replaced);
@@ -128,8 +123,8 @@ TEST(TextDocumentSave, keepsModeOwnerAttributesAndLinksAndSaysWhenItWroteInPlace
     ASSERT_EQ(::lstat(file.c_str(), &info), 0);
     EXPECT_EQ(info.st_uid, 65534u);
     EXPECT_EQ(info.st_gid, 65534u);
-    EXPECT_EQ(command("getfattr --only-values -n user.colour " + shellQuote(file)), "blue");
-    EXPECT_THAT(command("getfacl -p " + shellQuote(file)), HasSubstr("user:daemon:r--"));
+    EXPECT_EQ(runCommand("getfattr --only-values -n user.colour " + shellQuote(file)), "blue");
+    EXPECT_THAT(runCommand("getfacl -p " + shellQuote(file)), HasSubstr("user:daemon:r--"));
     EXPECT_EQ(info.st_mode & 07777, 0640u);
     EXPECT_EQ(names(tree.root()), std::vector<std::string>{"kept.txt"});
 
