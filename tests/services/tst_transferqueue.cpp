@@ -6,6 +6,7 @@
 #include <QSignalSpy>
 #include <QTest>
 #include <atomic>
+#include <functional>
 #include <thread>
 
 namespace fs = std::filesystem;
@@ -34,6 +35,15 @@ QStringList logLines(const QString &title)
         if ((line + '\n').contains(" title=" + title))
             lines << line.section(' ', 1);
     return lines;
+}
+
+// One field or answer of every row.
+template <typename Member> QStringList column(const TransferQueue &queue, Member member)
+{
+    QStringList values;
+    for (const QueueItem &item : queue.items())
+        values << std::invoke(member, item);
+    return values;
 }
 
 // The engine with each copied chunk held back, so a job's speed is steady and
@@ -86,12 +96,7 @@ private Q_SLOTS:
         TransferQueue queue(nullptr, 10);
         int completions = 0;
         queue.setCompleted([&] { ++completions; });
-        const auto states = [&queue] {
-            QStringList states;
-            for (const QueueItem &item : queue.items())
-                states << item.stateText();
-            return states;
-        };
+        const auto states = [&queue] { return column(queue, &QueueItem::stateText); };
         QList<QUuid> ids;
         for (int n = 1; n <= 5; ++n)
             ids << queue.enqueue("Job " + QString::number(n), [first, last, n](OperationControl &control) {
@@ -192,17 +197,16 @@ private Q_SLOTS:
             if (resume) {
                 queue.resume(id);
                 QTRY_VERIFY_WITH_TIMEOUT(!queue.hasWork(), 20000);
-                QCOMPARE(queue.items()[0].stateText(), QStringLiteral("Complete"));
                 QVERIFY(test::TestTree::read(dst / "big.bin") == bytes);
             } else {
                 queue.cancel(id);
                 QTRY_VERIFY(!queue.hasWork());
-                QCOMPARE(queue.items()[0].stateText(),
-                         QStringLiteral("Cancelled — previously completed items remain"));
                 QVERIFY(fs::is_empty(dst));
             }
             QCOMPARE(queue.items()[1].id, next);
-            QCOMPARE(queue.items()[1].stateText(), QStringLiteral("Complete"));
+            QCOMPARE(column(queue, &QueueItem::stateText),
+                     (QStringList{resume ? "Complete" : "Cancelled — previously completed items remain",
+                                  "Complete"}));
             QStringList expected{"QUEUE ADDED title=" + title, "QUEUE START title=" + title,
                                  "QUEUE PAUSED title=" + title};
             expected << (resume ? QStringList{"QUEUE RESUMED title=" + title, "QUEUE COMPLETE title=" + title}
@@ -226,18 +230,13 @@ private Q_SLOTS:
         QCOMPARE(queue.items()[0].id, first);
         QVERIFY(queue.moveAmongWaiting(ids[0], 1));   // A below B
         QVERIFY(!queue.moveAmongWaiting(ids[2], -1)); // C is the first waiting job already
-        QStringList titles;
-        for (const QueueItem &item : queue.items())
-            titles << item.title;
-        QCOMPARE(titles, (QStringList{"Order first", "Order C", "Order B", "Order A"}));
+        QCOMPARE(column(queue, &QueueItem::title),
+                 (QStringList{"Order first", "Order C", "Order B", "Order A"}));
         gate->open = true;
         QTRY_VERIFY(!queue.hasWork());
-        QStringList started;
-        const std::string log = test::TestTree::read(AppDiagnostics::shared().fileURL());
-        for (const QString &line : QString::fromStdString(log).split('\n'))
-            if (line.contains("QUEUE START title=Order"))
-                started << line.section("title=", 1);
-        QCOMPARE(started, (QStringList{"Order first", "Order C", "Order B", "Order A"}));
+        QCOMPARE(logLines("Order").filter("QUEUE START"),
+                 (QStringList{"QUEUE START title=Order first", "QUEUE START title=Order C",
+                              "QUEUE START title=Order B", "QUEUE START title=Order A"}));
     }
 
     void timeLeftFallsAtASteadySpeedAndNeverShowsForAnUnknownTotal()
