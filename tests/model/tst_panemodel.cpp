@@ -150,9 +150,7 @@ private Q_SLOTS:
         QVERIFY(settled(pane) && !pane.error());
     }
 
-    // Stored tabs and favourites are made folders as a typed path would be:
-    // relative ones from the working folder, trailing separators dropped, so
-    // that ".lastDirectory" finds its tab.
+    // As typed paths: relative ones from the working folder, trailing separators dropped.
     void storedPathsAreMadeFoldersBeforeTheyAreCompared()
     {
         PaneFixture f;
@@ -173,8 +171,6 @@ private Q_SLOTS:
         QCOMPARE(pane.favourites(), (Folders{f.tree / "a", f.tree / "c"}));
     }
 
-    // A folder name that is not valid UTF-8 comes back byte for byte; valid
-    // ones stay readable text in the file.
     void foldersThatAreNotUtf8ComeBackByteForByte()
     {
         PaneFixture f;
@@ -236,8 +232,7 @@ private Q_SLOTS:
         QVERIFY(!again->ascending() && again->showHidden());
         QCOMPARE(again->favourites(), (Folders{alpha, zeta}));
     }
-    // A size change inside a file is not a folder event; only the timer sees it,
-    // and only while the application is in front.
+    // A size change inside a file is not a folder event: only the timer sees it.
     void theMetadataTimerRefreshesOnlyWhileTheApplicationIsActive()
     {
         PaneFixture fixture;
