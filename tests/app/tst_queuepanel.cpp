@@ -151,20 +151,15 @@ private:
                 texts << shown->text();
         return texts;
     }
-    QStringList states() const
+    QStringList column(bool state) const
     {
         QStringList texts;
         for (const QueueItem &item : queue().items())
-            texts << item.stateText();
+            texts << (state ? item.stateText() : item.title);
         return texts;
     }
-    QStringList titles() const
-    {
-        QStringList texts;
-        for (const QueueItem &item : queue().items())
-            texts << item.title;
-        return texts;
-    }
+    QStringList states() const { return column(true); }
+    QStringList titles() const { return column(false); }
 
     mutable WindowFixture m_f;
     std::shared_ptr<Gate> m_gate;
