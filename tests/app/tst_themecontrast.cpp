@@ -1,14 +1,9 @@
 #include "windowfixture.h"
 
-#include "app/commandertoolbar.h"
 #include "app/detail/panetablemodel.h"
-#include "app/detail/panetabstrip.h"
-#include "model/commandermodel.h"
 #include "model/commanderthemecolours.h"
 #include "operations/commandererror.h"
 #include "platform/desktop/modaldialogs.h"
-#include "services/transferqueue.h"
-#include "tools/queueview.h"
 
 #include <QAbstractButton>
 #include <QHeaderView>
@@ -26,11 +21,6 @@ using namespace quillorn::test;
 
 namespace {
 
-ThemeColour channels(const QColor &colour)
-{
-    return {std::uint8_t(colour.red()), std::uint8_t(colour.green()), std::uint8_t(colour.blue())};
-}
-
 // What the user sees of one text: the commonest colour of its area is the
 // background, the pixel that stands out most from it is the ink.
 double measuredContrast(const QImage &image, const QRect &area)
@@ -45,16 +35,16 @@ double measuredContrast(const QImage &image, const QRect &area)
     const QRgb background = std::max_element(counts.begin(), counts.end(), [](auto &a, auto &b) {
                                 return a.second < b.second;
                             })->first;
+    const auto channels = [](QRgb rgb) {
+        return ThemeColour{uint8_t(qRed(rgb)), uint8_t(qGreen(rgb)), uint8_t(qBlue(rgb))};
+    };
     double best = 1;
     for (const auto &[pixel, count] : counts)
-        best = std::max(best, contrastRatio(channels(QColor(pixel)), channels(QColor(background))));
+        best = std::max(best, contrastRatio(channels(pixel), channels(background)));
     return best;
 }
 
-struct TextArea {
-    QString what;
-    QRect area; // in the coordinates of the grabbed widget
-};
+using TextArea = std::pair<QString, QRect>; // what, and where in the grabbed window
 
 } // namespace
 
@@ -71,10 +61,9 @@ private Q_SLOTS:
     {
         m_f.setUp();
         m_f.tree->file("Right/b.txt", "in the way");
-        PaneModel &left = m_f.left();
-        left.newTab();
-        left.setCursor(*m_f.tree / "Left/b.txt");
-        left.setSelection({*m_f.tree / "Left/c.txt"});
+        m_f.left().newTab();
+        m_f.left().setCursor(*m_f.tree / "Left/b.txt");
+        m_f.left().setSelection({*m_f.tree / "Left/c.txt"});
         PaneModel &right = m_f.view->model().right();
         right.navigate(*m_f.tree / "Right/missing");
         WindowFixture::waitListed(right);
@@ -120,12 +109,12 @@ private Q_SLOTS:
         for (QWidget *window :
              {static_cast<QWidget *>(m_f.view.get()), static_cast<QWidget *>(m_help.data())}) {
             const QImage image = window->grab().toImage();
-            for (const TextArea &text : textAreas(window)) {
-                const double contrast = measuredContrast(image, text.area);
+            for (const auto &[what, area] : textAreas(window)) {
+                const double contrast = measuredContrast(image, area);
                 ++count;
                 weakest = std::min(weakest, contrast);
                 if (contrast < 4.5)
-                    weak << QStringLiteral("%1 (%2:1)").arg(text.what).arg(contrast, 0, 'f', 2);
+                    weak << QStringLiteral("%1 (%2:1)").arg(what).arg(contrast, 0, 'f', 2);
             }
         }
         qInfo("%s: weakest of %d texts %.2f:1", qPrintable(rawValue(CommanderTheme(theme))), count, weakest);
