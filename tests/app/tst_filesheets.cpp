@@ -23,7 +23,7 @@ private Q_SLOTS:
         m_f.tearDown();
     }
 
-    void archiveSheetListsFiltersPreviewsAndExtractsIntoTheOtherPane()
+    void archiveSheetListsFiltersPreviewsExtractsAndReportsWhatItCannotRead()
     {
         makeZip(*m_f.tree / "Left/Pack.ZIP",
                 {{"data", "dir/", ""},
@@ -82,19 +82,16 @@ private Q_SLOTS:
 
         QTest::keyClick(filter, Qt::Key_Escape);
         QTRY_VERIFY(!m_f.view->toolHost()->sheet() && !m_f.view->model().tool());
-    }
 
-    void archiveThatCannotBeListedLeavesTheListEmpty()
-    {
         m_f.tree->file("Left/broken.zip", "not an archive");
-        auto *sheet = openFromLeft<ArchiveSheet>("broken.zip", Qt::Key_Return);
-        QVERIFY(sheet);
-        QTRY_COMPARE(sheet->status(), "Cannot read this ZIP. It may be encrypted, damaged, or unsupported.");
-        QVERIFY(sheet->shownNames().isEmpty());
-        QVERIFY(!sheet->findChild<QPushButton *>("previewButton")->isEnabled());
+        auto *broken = openFromLeft<ArchiveSheet>("broken.zip", Qt::Key_Return);
+        QVERIFY(broken);
+        QTRY_COMPARE(broken->status(), "Cannot read this ZIP. It may be encrypted, damaged, or unsupported.");
+        QVERIFY(broken->shownNames().isEmpty());
+        QVERIFY(!broken->findChild<QPushButton *>("previewButton")->isEnabled());
     }
 
-    void editorSavesAsksBeforeDiscardingAndHoldsOffQuitting()
+    void editorSavesAsksBeforeDiscardingHoldsOffQuittingAndRefusesWhatItCannotEdit()
     {
         new QuitGuard(m_f.view.get());
         auto *sheet = openFromLeft<EditorSheet>("b.txt", Qt::Key_F4);
@@ -158,12 +155,9 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
         QVERIFY(!CommanderAppDelegate::unsavedEditor);
         QCOMPARE(TestTree::read(*m_f.tree / "Left/b.txt"), "theirs");
-    }
 
-    void editorRefusesWhatItCannotEdit()
-    {
         m_f.tree->file("Left/big.txt", std::string(9'000'000, 'a'));
-        auto *sheet = openFromLeft<EditorSheet>("big.txt", Qt::Key_F4);
+        sheet = openFromLeft<EditorSheet>("big.txt", Qt::Key_F4);
         QVERIFY(sheet);
         QTRY_COMPARE(sheet->status(),
                      "The editor supports regular UTF-8 files up to 8 MB. Open other files in "
