@@ -23,8 +23,7 @@
 using namespace quillorn;
 namespace fs = std::filesystem;
 
-// Start-up of the application, its theme setting and quit guard, over a home
-// folder and preferences of its own.
+// Start-up, theme setting and quit guard, over a home folder and preferences of the test's own.
 class QuillornAppTest : public QObject {
     Q_OBJECT
 
