@@ -80,9 +80,8 @@ private Q_SLOTS:
             const std::shared_ptr<OperationControl> control = sheet->control();
             sheet->search(); // Return while one runs starts nothing
             QCOMPARE(sheet->control(), control);
-            QDialog *dialog = m_f.view->toolHost()->sheet();
             if (route == 0)
-                QTest::keyClick(dialog, Qt::Key_Escape);
+                QTest::keyClick(m_f.view->toolHost()->sheet(), Qt::Key_Escape);
             else if (route == 1)
                 sheet->findChild<QPushButton *>("closeButton")->click();
             else
@@ -110,7 +109,6 @@ private Q_SLOTS:
         WindowFixture::waitListed(m_f.left());
         sheet = openCompare();
         QTRY_COMPARE(label(sheet, "statusLabel"), "Folder contents match");
-        m_f.view->model().setTool(std::nullopt);
 
         for (const char *side : {"Left/big", "Right/big"})
             std::filesystem::resize_file(m_f.tree->file(side), std::uintmax_t(1) << 30);
@@ -140,7 +138,6 @@ private Q_SLOTS:
         finder->findChild<QLineEdit *>("queryField")->setText("b.");
         finder->search();
         QTRY_COMPARE(label(finder, "statusLabel"), "1 matches. locked: Permission denied");
-        m_f.view->model().setTool(std::nullopt);
         m_f.left().navigate(*m_f.tree / "Right/Archive");
         WindowFixture::waitListed(m_f.left());
         auto *sheet = openCompare();
@@ -247,6 +244,7 @@ private:
 
     CompareSheet *openCompare()
     {
+        m_f.view->model().setTool(std::nullopt);
         m_f.view->toolBar()->button("Compare")->click();
         return m_f.sheet<CompareSheet>();
     }
