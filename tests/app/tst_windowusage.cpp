@@ -47,9 +47,15 @@ private Q_SLOTS:
             if (step == "path")
                 typeInto(m_f.view->leftPane()->findChild<QLineEdit *>("pathField"),
                          QString::fromStdString((*m_f.tree / "Right").string()));
-            else if (step == "favourite")
-                chooseFavourite();
-            else
+            else if (step == "favourite") {
+                left.navigate(*m_f.tree / "Right");
+                left.toggleFavourite();
+                left.navigate(*m_f.tree / "Left");
+                WindowFixture::waitListed(left);
+                auto *menu = m_f.view->leftPane()->headerBar()->findChild<QMenu *>("favouritesMenu");
+                Q_EMIT menu->aboutToShow();
+                menu->actions().last()->trigger();
+            } else
                 QTest::keyClick(QApplication::focusWidget(), key.key(), key.keyboardModifiers());
             WindowFixture::waitListed(left);
         }
@@ -291,19 +297,6 @@ private:
         edit->selectAll();
         QTest::keyClicks(edit, text);
         QTest::keyClick(edit, Qt::Key_Return);
-    }
-
-    void chooseFavourite()
-    {
-        PaneModel &left = m_f.left();
-        const fs::path start = left.directory();
-        left.navigate(*m_f.tree / "Right");
-        left.toggleFavourite();
-        left.navigate(start);
-        WindowFixture::waitListed(left);
-        auto *menu = m_f.view->leftPane()->headerBar()->findChild<QMenu *>("favouritesMenu");
-        Q_EMIT menu->aboutToShow();
-        menu->actions().last()->trigger();
     }
 
     WindowFixture m_f;
