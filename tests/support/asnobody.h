@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <string>
+#include <vector>
 
 namespace quillorn::test {
 
 // While it lives, file access is checked as the unprivileged user "nobody"
-// (effective ids only, so the process can switch back). Not running as root
+// (effective ids only, so the process can switch back), without root's
+// supplementary groups, which would still open group-readable items. Not running as root
 // needs no switch: permissions already apply. `skipReason` is set when the
 // machine refuses the switch.
 class AsNobody {
@@ -21,8 +23,12 @@ public:
     {
         if (::geteuid() != 0)
             return;
-        if (::setegid(group) != 0 || ::seteuid(user) != 0) {
+        const int count = ::getgroups(0, nullptr);
+        m_groups.resize(count > 0 ? std::size_t(count) : 0);
+        if (count < 0 || ::getgroups(count, m_groups.data()) != count || ::setgroups(0, nullptr) != 0 ||
+            ::setegid(group) != 0 || ::seteuid(user) != 0) {
             ::setegid(0);
+            [[maybe_unused]] const int restored = ::setgroups(m_groups.size(), m_groups.data());
             skipReason = "cannot switch to the user nobody here";
             return;
         }
@@ -33,6 +39,7 @@ public:
         if (m_switched) {
             [[maybe_unused]] const int user = ::seteuid(0);
             [[maybe_unused]] const int group = ::setegid(0);
+            [[maybe_unused]] const int groups = ::setgroups(m_groups.size(), m_groups.data());
         }
     }
     AsNobody(const AsNobody &) = delete;
@@ -42,6 +49,7 @@ public:
 
 private:
     bool m_switched = false;
+    std::vector<gid_t> m_groups;
 };
 
 } // namespace quillorn::test
