@@ -6,6 +6,7 @@
 #include "operations/detail/folderwalk.h"
 #include "operations/detail/logtext.h"
 #include "operations/detail/posixfile.h"
+#include "operations/detail/sha256.h"
 #include "operations/detail/spelling.h"
 #include "operations/detail/treecopy.h"
 #include "operations/stagingjournal.h"
@@ -155,6 +156,20 @@ void ignoreFileSizeSignal()
     std::call_once(once, [] { std::signal(SIGXFSZ, SIG_IGN); });
 }
 
+// What will appear under the final name, or nothing when it cannot be read: the
+// seal only helps a later run recognise the item, so it never fails a transfer.
+std::string copySeal(const fs::path &item, OperationControl &control,
+                     FileOperations::SealScope scope = FileOperations::SealScope::tree)
+{
+    try {
+        return FileOperations::seal(item, control, false, scope);
+    } catch (const CancellationError &) {
+        throw;
+    } catch (const std::exception &) {
+        return {};
+    }
+}
+
 // A measuring visitor: the bytes below a folder.
 class ByteCounter : public detail::TreeVisitor {
 public:
@@ -189,6 +204,56 @@ public:
 private:
     OperationControl &m_control;
     FileOperations::Fingerprint m_summary;
+};
+
+// Collects what a seal covers of every entry, then digests it in path order, so
+// that the order a volume lists a folder in does not matter.
+class Sealer : public detail::TreeVisitor {
+public:
+    Sealer(OperationControl &control, const fs::path &top, bool changeTimes, bool wholeTree)
+        : m_control(control), m_top(top.native()), m_changeTimes(changeTimes), m_wholeTree(wholeTree)
+    {
+    }
+    bool visit(const Folder &folder, const detail::Entry &entry) override
+    {
+        m_control.check();
+        const std::string path = (folder / entry.name).native();
+        std::string record = path.size() > m_top.size() ? path.substr(m_top.size()) : std::string();
+        record.push_back('\0');
+        const struct stat &info = entry.info;
+        const auto field = [&record](auto value) {
+            record.append(reinterpret_cast<const char *>(&value), sizeof value);
+        };
+        field(static_cast<std::uint32_t>(info.st_mode & S_IFMT));
+        field(static_cast<std::int64_t>(info.st_size));
+        field(static_cast<std::int64_t>(info.st_mtim.tv_sec));
+        field(static_cast<std::int64_t>(info.st_mtim.tv_nsec));
+        field(static_cast<std::uint64_t>(info.st_ino));
+        if (m_changeTimes) {
+            field(static_cast<std::int64_t>(info.st_ctim.tv_sec));
+            field(static_cast<std::int64_t>(info.st_ctim.tv_nsec));
+        }
+        m_records.push_back(std::move(record));
+        return m_wholeTree;
+    }
+    std::string digest()
+    {
+        std::sort(m_records.begin(), m_records.end());
+        detail::Sha256 digest;
+        for (const std::string &record : m_records) {
+            // Each record's length first, so no two lists of records digest alike.
+            const std::uint64_t length = record.size();
+            digest.add({reinterpret_cast<const char *>(&length), sizeof length});
+            digest.add(record);
+        }
+        return digest.hex();
+    }
+
+private:
+    OperationControl &m_control;
+    const std::string m_top;
+    const bool m_changeTimes, m_wholeTree;
+    std::vector<std::string> m_records;
 };
 
 } // namespace
@@ -387,6 +452,7 @@ bool FileOperations::renameOnVolume(Run &run, const detail::Item &item, const st
     const std::string phase = "Moving " + quoted(item.entry.name) + " on the same volume";
     run.control.detail(phase);
     const std::int64_t bytes = byteCount(source, run.control);
+    run.control.publishing({source, {}, target, {}, copySeal(source, run.control, SealScope::itemOnly)});
     try {
         m_manager.rename(item.parent, item.entry.name, run.destination, targetName);
     } catch (const std::system_error &error) {
@@ -411,7 +477,10 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
     const std::string &name = item.entry.name;
     const Path source = item.path(), target = run.destination / targetName;
     OperationControl &control = run.control;
-    const Fingerprint before = run.move ? fingerprint(source, control) : Fingerprint();
+    // Sealed with change times and to the nanosecond: a file rewritten with the
+    // same size within the same second must not be published stale and the
+    // edited source thrown away.
+    const std::string before = run.move ? seal(source, control, true) : std::string();
     const std::string stagingName = quillorn::stagingName();
     const Path staging = run.destination / stagingName;
     // Known before it exists, so a start after a crash can clear it away.
@@ -428,7 +497,8 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
         detail::TreeCopy(m_manager, control, run.links).copy(item, run.destination, stagingName, target);
         control.check();
         step("Verifying " + quoted(name));
-        if (run.move && fingerprint(source, control) != before)
+        const std::string verified = run.move ? seal(source, control, true) : std::string();
+        if (verified != before)
             throw CommanderError("The source folder changed while copying. The move was stopped and the "
                                  "source was preserved.");
         if (run.policy == ConflictPolicy::replace && exists(target)) {
@@ -439,6 +509,9 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
             discard(target, run.permanentlyRemoveRemoteItems);
         }
         step("Publishing " + quoted(name) + " at the destination");
+        // On record before the rename: should the program be killed right after
+        // it, the next run knows the item under the final name as this copy.
+        control.publishing({source, staging, target, verified, copySeal(staging, control)});
         try {
             m_manager.rename(run.destination, stagingName, run.destination, targetName);
         } catch (const std::system_error &error) {
@@ -508,6 +581,15 @@ FileOperations::Fingerprint FileOperations::fingerprint(const Path &url, Operati
     Fingerprinter fingerprinter(control);
     walk(detail::openItem(url), fingerprinter);
     return fingerprinter.take();
+}
+
+std::string FileOperations::seal(const Path &url, OperationControl &control, bool changeTimes,
+                                 SealScope scope)
+{
+    const Path top = standardized(url);
+    Sealer sealer(control, top, changeTimes, scope == SealScope::tree);
+    walk(detail::openItem(top), sealer);
+    return sealer.digest();
 }
 
 } // namespace quillorn

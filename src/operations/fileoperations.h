@@ -106,6 +106,20 @@ public:
     void copy(const Path &source, const Path &target, OperationControl &control) const;
     static Fingerprint fingerprint(const Path &url, OperationControl &control);
 
+    // Which facts about an item a seal covers. A source that is to be removed is
+    // sealed with its change times: rewriting a file within the same second, or
+    // setting its time back, still moves its change time. A copy is sealed
+    // without them, since publishing it by a rename touches its change time.
+    enum class SealScope { itemOnly, tree };
+    // A digest that stays equal only while nothing in the item changes: SHA-256
+    // over each entry of its tree (its path below the item, type, size,
+    // modification time to the nanosecond, file number, and with changeTimes
+    // the change time), in byte order of the paths, as 64 hex digits. Renaming
+    // the item keeps it. itemOnly seals the item without looking inside, for a
+    // folder that is renamed whole and may hold what cannot be read.
+    static std::string seal(const Path &url, OperationControl &control, bool changeTimes,
+                            SealScope scope = SealScope::tree);
+
 private:
     // Standardised, duplicate-free, sorted sources, or the first validation failure.
     static std::vector<Path> plan(const std::vector<Path> &sources, const Path &destination,

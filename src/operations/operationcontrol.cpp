@@ -56,6 +56,23 @@ void OperationControl::published(const std::filesystem::path &source,
         listener(source, target);
 }
 
+void OperationControl::onPublishing(PublishingListener listener)
+{
+    std::lock_guard guard(m_lock);
+    m_publishing = std::move(listener);
+}
+
+void OperationControl::publishing(const PublishIntent &intent) const
+{
+    PublishingListener listener;
+    {
+        std::lock_guard guard(m_lock);
+        listener = m_publishing;
+    }
+    if (listener)
+        listener(intent);
+}
+
 bool OperationControl::isPaused() const
 {
     std::lock_guard guard(m_lock);

@@ -9,6 +9,22 @@
 
 namespace quillorn {
 
+// What a transfer is about to publish, told before the publishing rename: after
+// a kill between that rename and the record that follows it, this is what tells
+// the final item this job made from one that only bears its name.
+struct PublishIntent {
+    std::filesystem::path source;
+    std::filesystem::path staging; // empty for a move within one volume: the source itself is renamed
+    std::filesystem::path target;
+    // The moved source as the engine verified it (FileOperations::seal with
+    // change times); empty for a copy, whose source is never removed.
+    std::string sourceSeal;
+    // The item that will appear under target, as it is before the rename.
+    std::string copySeal;
+
+    bool operator==(const PublishIntent &) const = default;
+};
+
 // Shared between one running operation (a background thread) and whoever watches,
 // pauses or cancels it. The lock is held only for a single field access, never
 // across a call out, so no lock order can arise; check() waits on it only while
@@ -39,6 +55,11 @@ public:
         std::function<void(const std::filesystem::path &source, const std::filesystem::path &target)>;
     void onPublished(PublishedListener listener);
     void published(const std::filesystem::path &source, const std::filesystem::path &target) const;
+    // Told on the worker's thread right before each publishing rename; the record
+    // must be durable when the listener returns. Set before the work starts.
+    using PublishingListener = std::function<void(const PublishIntent &intent)>;
+    void onPublishing(PublishingListener listener);
+    void publishing(const PublishIntent &intent) const;
     void add(std::int64_t bytes);
     void total(std::int64_t bytes);
     void detail(std::string text);
@@ -53,6 +74,7 @@ private:
     std::int64_t m_expected = 0;
     std::string m_currentDetail = "Preparing";
     PublishedListener m_published;
+    PublishingListener m_publishing;
 };
 
 } // namespace quillorn

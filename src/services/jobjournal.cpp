@@ -113,14 +113,14 @@ void JobJournal::save(std::vector<Entry> jobs)
     m_changed.notify_all();
 }
 
-void JobJournal::published(const QUuid &id, const Path &source) noexcept
+void JobJournal::publishing(const QUuid &id, const PublishIntent &intent) noexcept
 {
     try {
         {
             std::lock_guard guard(m_lock);
             for (Entry &entry : m_jobs)
                 if (entry.id == id)
-                    entry.published.push_back(source);
+                    entry.published.push_back({intent, false});
             ++m_version;
         }
         writeLatest();
@@ -129,7 +129,29 @@ void JobJournal::published(const QUuid &id, const Path &source) noexcept
     }
 }
 
-std::vector<JobJournal::Path> JobJournal::publishedBy(const QUuid &id) const
+void JobJournal::published(const QUuid &id, const Path &source) noexcept
+{
+    try {
+        {
+            std::lock_guard guard(m_lock);
+            for (Entry &entry : m_jobs) {
+                if (entry.id != id)
+                    continue;
+                if (!entry.published.empty() && !entry.published.back().confirmed &&
+                    entry.published.back().intent.source == source)
+                    entry.published.back().confirmed = true;
+                else
+                    entry.published.push_back({{source, {}, {}, {}, {}}, true});
+            }
+            ++m_version;
+        }
+        writeLatest();
+    } catch (const std::exception &error) {
+        reportOnce(error);
+    }
+}
+
+std::vector<JobRunner::Publication> JobJournal::publishedBy(const QUuid &id) const
 {
     std::lock_guard guard(m_lock);
     for (const Entry &entry : m_jobs)

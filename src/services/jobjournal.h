@@ -49,11 +49,15 @@ public:
     // The unfinished jobs, in queue order (their published sources are kept
     // from what was recorded). Written soon, on the journal's thread.
     void save(std::vector<Entry> jobs);
+    // Worker thread: the job is about to publish an item by a rename. Written
+    // before returning, so a kill right after the rename still finds it.
+    // Never throws: a journal that cannot be written is logged once.
+    void publishing(const QUuid &id, const PublishIntent &intent) noexcept;
     // Worker thread: the job published this source. Written before returning.
     // Never throws: a journal that cannot be written is logged once.
     void published(const QUuid &id, const Path &source) noexcept;
-    // What the job recorded as published so far.
-    std::vector<Path> publishedBy(const QUuid &id) const;
+    // What the job recorded as publishing or published so far.
+    std::vector<JobRunner::Publication> publishedBy(const QUuid &id) const;
     // Waits until everything saved so far is on disk (or failed to be written).
     void flush();
 

@@ -41,12 +41,18 @@ struct QueueItem {
     std::optional<std::int64_t> total;
     // Left unfinished by an earlier run: it skips what that run got done.
     bool rerun = false;
+    // What the user should know of a job that completed, such as a moved source
+    // a resumed job left in place; shown after the state.
+    QString remark;
 
     // The row's state text: "Waiting", "Running", "Paused", "Interrupted",
     // "Complete", "Cancelled", "Cancelled — previously completed items remain",
     // or "Failed: " + the message.
     static QString text(JobState state, const QString &failure = {});
-    QString stateText() const { return text(state, failure); }
+    QString stateText() const
+    {
+        return remark.isEmpty() ? text(state, failure) : text(state, failure) + " \u2014 " + remark;
+    }
 
     // Waiting, running and paused jobs are still to be done; the quit guard
     // counts them as work. An interrupted job waits for the user's decision.

@@ -1,5 +1,7 @@
 #include "services/queuejob.h"
 
+#include "operations/appdiagnostics.h"
+#include "operations/commandererror.h"
 #include "operations/operationcontrol.h"
 #include "services/detail/filecommands.h"
 
@@ -20,13 +22,31 @@ bool isFolder(const std::filesystem::path &path)
     return ::lstat(path.c_str(), &info) == 0 && S_ISDIR(info.st_mode);
 }
 
+// Whether the item is there and still has the seal recorded for it; an empty
+// seal (an older record, or one that could not be taken) never matches.
+bool sealMatches(const std::filesystem::path &item, const std::string &seal, bool changeTimes,
+                 FileOperations::SealScope scope, OperationControl &control)
+{
+    if (seal.empty() || !FileOperations::exists(item))
+        return false;
+    try {
+        return FileOperations::seal(item, control, changeTimes, scope) == seal;
+    } catch (const CancellationError &) {
+        throw;
+    } catch (const std::exception &) {
+        return false;
+    }
+}
+
 } // namespace
 
-void JobRunner::run(const Job &job, OperationControl &control, const Earlier *earlier) const
+std::vector<JobRunner::KeptSource> JobRunner::run(const Job &job, OperationControl &control,
+                                                  const Earlier *earlier) const
 {
     control.check();
+    std::vector<KeptSource> kept;
     std::visit(Overloaded{
-                   [&](const TransferJob &transfer) { this->transfer(transfer, control, earlier); },
+                   [&](const TransferJob &transfer) { kept = this->transfer(transfer, control, earlier); },
                    [&](const RenameJob &rename) {
                        // Already done when the crash came after the rename itself.
                        if (earlier && !FileOperations::exists(rename.item) &&
@@ -44,29 +64,59 @@ void JobRunner::run(const Job &job, OperationControl &control, const Earlier *ea
                    [&](const OpaqueJob &opaque) { opaque.work(control); },
                },
                job);
+    return kept;
 }
 
-void JobRunner::transfer(const TransferJob &job, OperationControl &control, const Earlier *earlier) const
+std::vector<JobRunner::KeptSource> JobRunner::transfer(const TransferJob &job, OperationControl &control,
+                                                       const Earlier *earlier) const
 {
     std::vector<Path> sources = job.sources;
+    std::vector<KeptSource> kept;
     if (earlier && !earlier->published.empty()) {
-        const auto published = [&](const Path &source) {
-            const Path normal = source.lexically_normal();
-            return std::any_of(earlier->published.begin(), earlier->published.end(),
-                               [&](const Path &done) { return done.lexically_normal() == normal; });
-        };
-        // The copy of a moved source is in place: the crash came before the
-        // source left, so it leaves now. Never one whose copy was not published.
-        for (const Path &source : sources)
-            if (published(source) && job.move && FileOperations::exists(source)) {
+        std::vector<Path> done;
+        for (const Path &source : sources) {
+            const Publication *last = nullptr;
+            for (const Publication &publication : earlier->published)
+                if (publication.intent.source.lexically_normal() == source.lexically_normal())
+                    last = &publication;
+            if (!last)
+                continue;
+            const PublishIntent &intent = last->intent;
+            const bool copyIntact = sealMatches(intent.target, intent.copySeal, false,
+                                                intent.staging.empty() ? FileOperations::SealScope::itemOnly
+                                                                       : FileOperations::SealScope::tree,
+                                                control);
+            // Never confirmed and not found under its final name: the rename did
+            // not happen, and the item is transferred again.
+            if (!last->confirmed && !copyIntact)
+                continue;
+            done.push_back(source);
+            if (!job.move || !FileOperations::exists(source))
+                continue;
+            // The crash came before the moved source left: it leaves now, but only
+            // as it was verified and only while its copy is still there.
+            std::string reason;
+            if (!copyIntact)
+                reason = "its copy is missing or changed at the destination";
+            else if (!sealMatches(source, intent.sourceSeal, true, FileOperations::SealScope::tree, control))
+                reason = "it changed after it was copied";
+            if (reason.empty()) {
                 control.check();
                 m_operations.discard(source, true);
+                continue;
             }
-        std::erase_if(sources, published);
+            AppDiagnostics::shared().record("TRANSFER SOURCE KEPT source=" + source.string() +
+                                            " target=" + intent.target.string() + " reason=" + reason);
+            kept.push_back({source, intent.target, reason});
+        }
+        std::erase_if(sources, [&](const Path &source) {
+            return std::find(done.begin(), done.end(), source) != done.end();
+        });
         if (sources.empty())
-            return;
+            return kept;
     }
     m_operations.transfer(sources, job.destination, job.move, job.policy, control, true);
+    return kept;
 }
 
 void JobRunner::trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const

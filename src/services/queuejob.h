@@ -2,6 +2,7 @@
 
 #include "operations/conflictpolicy.h"
 #include "operations/fileoperations.h"
+#include "operations/operationcontrol.h"
 #include "services/archiveextraction.h"
 
 #include <cstdint>
@@ -13,8 +14,6 @@
 #include <vector>
 
 namespace quillorn {
-
-class OperationControl;
 
 // What one job of the transfer queue does, as plain data: the queue runs it,
 // and the job journal stores it so that a job a crash cut short can be run
@@ -53,18 +52,36 @@ public:
 
     explicit JobRunner(FileOperations operations = FileOperations()) : m_operations(std::move(operations)) {}
 
-    // What an earlier run of the same job, cut short by a crash, got done: the
-    // sources it published under their final names.
+    // One item an earlier run published or was about to publish: recorded before
+    // the publishing rename, confirmed once it was done.
+    struct Publication {
+        PublishIntent intent;
+        bool confirmed = false;
+
+        bool operator==(const Publication &) const = default;
+    };
+    // What an earlier run of the same job, cut short by a crash, got done.
     struct Earlier {
-        std::vector<Path> published;
+        std::vector<Publication> published;
+    };
+    // A moved source a resumed job did not remove, and why: it changed after it
+    // was copied, or its copy is no longer the one published.
+    struct KeptSource {
+        Path source;
+        Path target;
+        std::string reason;
     };
 
     // Runs the job; throws what its work throws. Run again after a crash
     // (`earlier` given), a job skips what the earlier run finished: a published
-    // source is not transferred again, and a moved one that is still there now
-    // leaves as any moved source does, through the Trash; an item already
-    // trashed, renamed or created is not missed.
-    void run(const Job &job, OperationControl &control, const Earlier *earlier = nullptr) const;
+    // source is not transferred again (an item found under its final name counts
+    // as published when it is the very copy the earlier run was publishing), and
+    // a moved one that is still there now leaves as any moved source does,
+    // through the Trash, but only while it and its copy are exactly as they were
+    // verified; otherwise it stays and is returned. An item already trashed,
+    // renamed or created is not missed.
+    std::vector<KeptSource> run(const Job &job, OperationControl &control,
+                                const Earlier *earlier = nullptr) const;
 
     // The bytes a job will count through its control, or nothing when that
     // cannot be known before it runs (work given as a function).
@@ -74,7 +91,8 @@ public:
     static bool storable(const Job &job) { return !std::holds_alternative<OpaqueJob>(job); }
 
 private:
-    void transfer(const TransferJob &job, OperationControl &control, const Earlier *earlier) const;
+    std::vector<KeptSource> transfer(const TransferJob &job, OperationControl &control,
+                                     const Earlier *earlier) const;
     void trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const;
 
     FileOperations m_operations;

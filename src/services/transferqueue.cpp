@@ -24,6 +24,19 @@ void log(const char *event, const QString &title, const std::string &suffix = {}
     AppDiagnostics::shared().record(std::string("QUEUE ") + event + " title=" + title.toStdString() + suffix);
 }
 
+// What the row says of moved sources a resumed job left in place; the log
+// names each one.
+QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
+{
+    if (kept.empty())
+        return {};
+    if (kept.size() == 1)
+        return "\u2018" + QString::fromStdString(kept.front().source.filename().string()) +
+               "\u2019 was left where it was: " + QString::fromStdString(kept.front().reason) + ".";
+    return QString::number(kept.size()) +
+           " moved items were left where they were: they or their copies changed. See the log.";
+}
+
 } // namespace
 
 TransferQueue::TransferQueue(QObject *parent, int pollIntervalMs)
@@ -51,7 +64,8 @@ void TransferQueue::setJournal(std::shared_ptr<JobJournal> journal)
 
 void TransferQueue::recoverInterrupted(std::function<void()> before)
 {
-    std::thread([before = std::move(before), journal = m_journal, receiver = m_receiver, queue = this] {
+    std::thread([before = std::move(before), journal = m_journal, receiver = m_receiver,
+                 queue = this]() mutable {
         // In this order: a job is offered again only once the staging items of
         // its killed run are gone.
         if (before)
@@ -67,7 +81,9 @@ void TransferQueue::recoverInterrupted(std::function<void()> before)
                              {},
                              std::move(entry.job),
                              std::nullopt,
-                             true});
+                             true,
+                             {}});
+        journal.reset(); // the queue's to destroy, as above
         receiver->post([queue, items = std::move(items)] { queue->adopt(items); });
     }).detach();
 }
@@ -88,7 +104,7 @@ QUuid TransferQueue::enqueue(const QString &title, Job job)
 {
     QueueItem item{QUuid::createUuid(), title, std::make_shared<OperationControl>(),
                    JobState::waiting,   {},    std::move(job),
-                   std::nullopt,        false};
+                   std::nullopt,        false, {}};
     const QUuid id = item.id;
     m_items.push_back(std::move(item));
     log("ADDED", title);
@@ -300,8 +316,20 @@ void TransferQueue::startNext()
     m_timer->start();
 
     // The worker gets its own copy of the job: the list may change while it runs.
-    std::thread([item = *next, runner = m_runner, journal = m_journal, receiver = m_receiver, queue = this] {
-        const Outcome outcome = runWork(item, runner, journal);
+    std::thread([item = *next, runner = m_runner, journal = m_journal, receiver = m_receiver,
+                 queue = this]() mutable {
+        Outcome outcome;
+        {
+            // Nothing of the job may outlive its report here: the program may
+            // end as soon as the report arrives, and the journal must then be
+            // destroyed by the queue, which deletes its files, not lost with
+            // this thread.
+            const QueueItem own = std::move(item);
+            const std::shared_ptr<JobJournal> record = std::move(journal);
+            outcome = runWork(own, runner, record);
+            own.control->onPublishing({});
+            own.control->onPublished({});
+        }
         receiver->post([queue, outcome] { queue->finish(outcome); });
     }).detach();
 }
@@ -309,28 +337,31 @@ void TransferQueue::startNext()
 TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRunner &runner,
                                               const std::shared_ptr<JobJournal> &journal)
 {
+    std::vector<JobRunner::KeptSource> kept;
     try {
         JobRunner::Earlier earlier;
         if (journal && JobRunner::storable(item.job)) {
             // Recorded before a moved source is removed, so a crash right after
             // a publish still finds it done at the next start.
+            item.control->onPublishing(
+                [journal, id = item.id](const PublishIntent &intent) { journal->publishing(id, intent); });
             item.control->onPublished([journal, id = item.id](const auto &source, const auto &) {
                 journal->published(id, source);
             });
             if (item.rerun)
                 earlier.published = journal->publishedBy(item.id);
         }
-        runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
+        kept = runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
     } catch (const CancellationError &) {
         log("CANCELLED", item.title);
-        return {item.id, JobState::cancelledWhileRunning, {}};
+        return {item.id, JobState::cancelledWhileRunning, {}, {}};
     } catch (...) {
         const std::exception_ptr error = std::current_exception();
         log("FAILED", item.title, " error=" + AppDiagnostics::describe(error));
-        return {item.id, JobState::failed, userFacingDescription(error)};
+        return {item.id, JobState::failed, userFacingDescription(error), {}};
     }
     log("COMPLETE", item.title);
-    return {item.id, JobState::complete, {}};
+    return {item.id, JobState::complete, {}, keptRemark(kept)};
 }
 
 double TransferQueue::activeSeconds() const
@@ -361,6 +392,7 @@ void TransferQueue::finish(const Outcome &outcome)
     if (QueueItem *item = find(outcome.id)) {
         item->state = outcome.state;
         item->failure = outcome.failure;
+        item->remark = outcome.remark;
     }
     changed();
     m_timer->stop();

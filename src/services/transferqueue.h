@@ -115,8 +115,9 @@ Q_SIGNALS:
 private:
     struct Outcome {
         QUuid id;
-        JobState state;
+        JobState state = JobState::failed;
         QString failure;
+        QString remark;
     };
 
     void startNext();

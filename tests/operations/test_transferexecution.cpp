@@ -174,6 +174,48 @@ TEST(TransferMove, replacingASourceFolderThatChangesWhileCopiedPreservesBothSide
     EXPECT_THAT(contents(tree / "dst/box"), ElementsAre(Pair("old.txt", "old")));
 }
 
+// A file already copied is rewritten, same size, while the next one is copied;
+// the folder's verification must see it however little else changed.
+TEST(TransferMove, aFileRewrittenWithinTheSameSecondAfterItWasCopiedStopsTheMove)
+{
+    for (const bool timeSetBack : {false, true}) {
+        TestTree tree;
+        tree.file("src/box/a.txt", "first");
+        tree.file("src/box/b.txt", "other");
+        tree.file("dst/box/old.txt", "old"); // replaced, so that the move copies
+        fs::path rewritten;
+        FileOperations::FileManager manager = FileOperations::FileManager::posix();
+        manager.copyChunk = [&, copy = manager.copyChunk](int input, int output, std::size_t limit,
+                                                          const fs::path &source, const fs::path &target) {
+            if (rewritten.empty())
+                rewritten = source;
+            else if (source != rewritten && TestTree::read(rewritten) != "FIRST" &&
+                     TestTree::read(rewritten) != "OTHER") {
+                struct stat before {};
+                EXPECT_EQ(::lstat(rewritten.c_str(), &before), 0);
+                std::ofstream(rewritten, std::ios::binary | std::ios::trunc)
+                    << (rewritten.filename() == "a.txt" ? "FIRST" : "OTHER");
+                if (timeSetBack) {
+                    const struct timespec times[2] = {before.st_atim, before.st_mtim};
+                    EXPECT_EQ(::utimensat(AT_FDCWD, rewritten.c_str(), times, 0), 0);
+                }
+            }
+            return copy(input, output, limit, source, target);
+        };
+        const FileOperations operations(FileOperations::defaultTrash(), FileOperations::defaultRemove(),
+                                        FileOperations::defaultVolumeIsLocal(), manager);
+        EXPECT_EQ(failure([&] { transfer({tree / "src/box"}, tree / "dst", true, replace, operations); }),
+                  wrapped("Verifying \u2018box\u2019",
+                          "The source folder changed while copying. The move was stopped and the source was "
+                          "preserved.",
+                          "Quillorn.CommanderError 1"))
+            << "time set back: " << timeSetBack;
+        EXPECT_THAT(contents(tree / "src/box"),
+                    Contains(Pair(rewritten.filename().string(), AnyOf("FIRST", "OTHER"))));
+        EXPECT_THAT(contents(tree / "dst/box"), ElementsAre(Pair("old.txt", "old")));
+    }
+}
+
 TEST(TransferPause, holdsItsStagingItemStillThenFinishesOrCancelsCleanly)
 {
     for (const bool resume : {true, false}) {

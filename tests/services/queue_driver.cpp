@@ -6,7 +6,10 @@
 //                                            start-up does, and resumes it all.
 // Both print one line per change of a job: "STATE title=TITLE state=TEXT".
 // The state folder is $XDG_STATE_HOME/Quillorn. CHUNK_DELAY_MS slows each copied
-// chunk down so a test can catch the job in the middle of an item. PAUSE_AT_BYTES
+// chunk down so a test can catch the job in the middle of an item. POLICY names
+// the conflict policy ("Stop" by default). The process kills itself (SIGKILL)
+// right after a rename that gives an item the name KILL_AFTER_RENAME_TO, or right
+// before its first move of an item to the Trash with KILL_AT_TRASH=1. PAUSE_AT_BYTES
 // pauses the job once it has copied that much, prints the size of its staging
 // item every 100 ms for PAUSE_SECONDS ("PAUSED size=N"), then resumes it (or,
 // with PAUSE_THEN=cancel, cancels it).
@@ -18,10 +21,12 @@
 #include <QCoreApplication>
 #include <QTimer>
 #include <chrono>
+#include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <string>
 #include <thread>
+#include <unistd.h>
 
 using namespace quillorn;
 
@@ -35,8 +40,22 @@ FileOperations slowed(int delayMs)
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
         return copy(input, output, limit, source, target);
     };
-    return FileOperations(FileOperations::defaultTrash(), FileOperations::defaultRemove(),
-                          FileOperations::defaultVolumeIsLocal(), manager);
+    if (const char *name = std::getenv("KILL_AFTER_RENAME_TO"))
+        manager.rename = [rename = manager.rename,
+                          name = std::string(name)](const Folder &from, const std::string &fromName,
+                                                    const Folder &to, const std::string &toName) {
+            rename(from, fromName, to, toName);
+            if (toName == name)
+                ::kill(::getpid(), SIGKILL);
+        };
+    FileOperations::TrashService trash = FileOperations::defaultTrash();
+    if (std::getenv("KILL_AT_TRASH"))
+        trash = [trash](const std::filesystem::path &item) {
+            ::kill(::getpid(), SIGKILL);
+            trash(item);
+        };
+    return FileOperations(trash, FileOperations::defaultRemove(), FileOperations::defaultVolumeIsLocal(),
+                          manager);
 }
 
 // The staging item's size in the folder, or -1 when there is none.
@@ -116,8 +135,11 @@ int main(int argc, char **argv)
         for (int index = 3; index < argc; ++index)
             sources.emplace_back(argv[index]);
         const bool move = arguments[1] == "move";
-        const QUuid id =
-            queue.enqueue(move ? "Move" : "Copy", TransferJob{sources, argv[2], move, ConflictPolicy::stop});
+        const char *policy = std::getenv("POLICY");
+        const QUuid id = queue.enqueue(
+            move ? "Move" : "Copy",
+            TransferJob{sources, argv[2], move,
+                        conflictPolicyFromRawValue(policy ? policy : "Stop").value_or(ConflictPolicy::stop)});
         if (const char *at = std::getenv("PAUSE_AT_BYTES"))
             pauseOnce(queue, id, std::atoll(at),
                       std::getenv("PAUSE_SECONDS") ? std::atof(std::getenv("PAUSE_SECONDS")) : 2, argv[2]);

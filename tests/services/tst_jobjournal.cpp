@@ -8,6 +8,7 @@
 #include <QSignalSpy>
 #include <QTest>
 
+#include <fcntl.h>
 #include <sys/stat.h>
 
 using namespace quillorn;
@@ -16,9 +17,15 @@ namespace fs = std::filesystem;
 
 namespace {
 
-JobJournal::Entry entry(const QString &title, Job job, std::vector<fs::path> published = {})
+JobJournal::Entry entry(const QString &title, Job job, std::vector<JobRunner::Publication> published = {})
 {
     return {QUuid::createUuid(), title, std::move(job), std::move(published)};
+}
+
+// A publication as an older journal recorded it: the source alone, confirmed.
+JobRunner::Publication confirmedOnly(const fs::path &source)
+{
+    return {{source, {}, {}, {}, {}}, true};
 }
 
 // What the journal folder holds, by name.
@@ -49,6 +56,61 @@ bool stagingBelow(const fs::path &folder)
     return false;
 }
 
+// A queue driver run to its end with the test's state and data folders and
+// extra environment: whether it was killed, and what it printed.
+struct DriverRun {
+    bool killed = false;
+    int exitCode = -1;
+    QString output;
+};
+
+DriverRun runDriver(const TestTree &tree, const QStringList &arguments,
+                    const QList<std::pair<QString, QString>> &extra = {})
+{
+    QProcessEnvironment environment = QProcessEnvironment::systemEnvironment();
+    environment.insert("XDG_STATE_HOME", QString::fromStdString((tree / "state").string()));
+    environment.insert("XDG_DATA_HOME", QString::fromStdString((tree / "data").string()));
+    environment.insert("ASAN_OPTIONS", "detect_leaks=0");
+    for (const auto &[name, value] : extra)
+        environment.insert(name, value);
+    QProcess driver;
+    driver.setProcessEnvironment(environment);
+    driver.start(QUILLORN_QUEUE_DRIVER, arguments);
+    if (!driver.waitForFinished(60000))
+        driver.kill();
+    driver.waitForFinished();
+    return {driver.exitStatus() == QProcess::CrashExit, driver.exitCode(),
+            QString::fromUtf8(driver.readAllStandardOutput())};
+}
+
+// A moved folder "proj" on its own tmpfs (so the move copies), killed at the
+// moment the extra environment picks; the destination is on the test's disk.
+struct InterruptedMove {
+    TestTree tree;
+    std::optional<ScopedMount> volume;
+    fs::path source, dst;
+
+    bool start(const QList<std::pair<QString, QString>> &kill)
+    {
+        volume.emplace("tmpfs", tree.folder("volume"), "size=16m");
+        tree.file("volume/src/proj/report.txt", "quarterly figures");
+        tree.file("volume/src/proj/sub/notes.txt", "notes");
+        source = tree / "volume/src/proj";
+        dst = tree.folder("dst");
+        return runDriver(
+                   tree,
+                   {"move", QString::fromStdString(dst.string()), QString::fromStdString(source.string())},
+                   kill)
+            .killed;
+    }
+    DriverRun resume() { return runDriver(tree, {"resume"}); }
+    bool sourceTrashed() const { return fs::exists(tree / "volume/.Trash-0/files/proj"); }
+    QString log() const
+    {
+        return QString::fromStdString(TestTree::read(tree / "data/Quillorn/Logs/Quillorn.log"));
+    }
+};
+
 } // namespace
 
 class JobJournalTest : public QObject {
@@ -67,7 +129,11 @@ private Q_SLOTS:
         const fs::path odd = "/tmp/a b/%41\n\xff\xfe.txt";
         const std::vector<JobJournal::Entry> entries{
             entry("Copy 2 \u2192 Inbox",
-                  TransferJob{{odd, "/x/y"}, "/dst dir", false, ConflictPolicy::keepBoth}, {odd}),
+                  TransferJob{{odd, "/x/y"}, "/dst dir", false, ConflictPolicy::keepBoth},
+                  {{{odd, "/dst dir/.quillorn-1", "/dst dir/a\n\xff (2).txt", "", "c0ffee"}, true},
+                   {{"/x/y", "/dst dir/.quillorn-2", "/dst dir/y", "", "beef"}, false}}),
+            entry("Move 1 \u2192 Old", TransferJob{{"/old"}, "/d", true, ConflictPolicy::stop},
+                  {confirmedOnly("/old")}),
             entry("Move 1 \u2192 Data", TransferJob{{"/src"}, "/d", true, ConflictPolicy::replace}),
             entry("File operation", RenameJob{odd, "new\nname"}),
             entry("File operation", NewFolderJob{"/f", "New Folder"}),
@@ -90,7 +156,7 @@ private Q_SLOTS:
         QVERIFY(text.find("bytes") == std::string::npos); // never file contents
         const auto &copy = std::get<TransferJob>((*parsed)[0].job);
         QVERIFY(copy.sources.front() == odd && copy.policy == ConflictPolicy::keepBoth && !copy.move);
-        QCOMPARE(std::get<ArchiveExtraction>((*parsed)[5].job).member, QStringLiteral("a/b c/\u00e9.txt"));
+        QCOMPARE(std::get<ArchiveExtraction>((*parsed)[6].job).member, QStringLiteral("a/b c/\u00e9.txt"));
     }
 
     void damagedTextIsRefused_data()
@@ -120,6 +186,7 @@ private Q_SLOTS:
         auto killed = std::make_unique<JobJournal>(folder);
         const JobJournal::Entry left = entry("Copy 1 \u2192 Photos", TransferJob{{"/a"}, "/d", false, {}});
         killed->save({left});
+        killed->publishing(left.id, {"/a", "/d/.quillorn-1", "/d/a", "", "5ea1"});
         killed->published(left.id, "/a");
         auto running = std::make_unique<JobJournal>(folder);
         running->save({entry("Copy 1 \u2192 Other", TransferJob{{"/b"}, "/d", false, {}})});
@@ -132,8 +199,10 @@ private Q_SLOTS:
         const auto taken = starting.recover();
         QCOMPARE(taken.size(), std::size_t(1));
         QCOMPARE(taken.front().id, left.id);
-        QVERIFY(taken.front().published == std::vector<fs::path>{"/a"});
-        QVERIFY(starting.publishedBy(left.id) == std::vector<fs::path>{"/a"});
+        const std::vector<JobRunner::Publication> published{
+            {{"/a", "/d/.quillorn-1", "/d/a", "", "5ea1"}, true}};
+        QVERIFY(taken.front().published == published);
+        QVERIFY(starting.publishedBy(left.id) == published);
         QVERIFY(JobJournal(folder).recover().empty()); // taken once, by one owner
         // The living one's files and the new owner's remain; the dead one's are gone.
         QCOMPARE(namesIn(folder).filter(".journal").size(), 2);
@@ -167,7 +236,8 @@ private Q_SLOTS:
         const fs::path folder = tree / "state";
         const fs::path a = tree.file("src/a.txt", "a"), b = tree.file("src/b.txt", "b"),
                        dst = tree.folder("dst");
-        const JobJournal::Entry copy = entry("Copy 2 \u2192 dst", TransferJob{{a, b}, dst, false, {}}, {a});
+        const JobJournal::Entry copy =
+            entry("Copy 2 \u2192 dst", TransferJob{{a, b}, dst, false, {}}, {confirmedOnly(a)});
         const JobJournal::Entry other = entry("File operation", NewFolderJob{dst, "New Folder"});
         { // a killed run had published a.txt (here: by hand) when it died
             JobJournal killed(folder);
@@ -242,6 +312,124 @@ private Q_SLOTS:
         }
         QVERIFY(!stagingBelow(tree.root()));
         QVERIFY(namesIn(tree / "state/Quillorn").filter(QRegularExpression("^jobs-.*journal$")).isEmpty());
+    }
+
+    // Killed after the copy was published and recorded, before the source went to
+    // the Trash; then the user works on either side before the resume.
+    void aResumedMoveRemovesItsSourceOnlyAsItWasVerified_data()
+    {
+        QTest::addColumn<QString>("change");
+        QTest::addColumn<QString>("reason");
+        QTest::newRow("nothing changed") << ""
+                                         << "";
+        QTest::newRow("a file edited") << "edit"
+                                       << "it changed after it was copied";
+        QTest::newRow("a file rewritten and its time set back") << "rewrite"
+                                                                << "it changed after it was copied";
+        QTest::newRow("a file added") << "add"
+                                      << "it changed after it was copied";
+        QTest::newRow("the copy deleted") << "delete copy"
+                                          << "its copy is missing or changed at the destination";
+        QTest::newRow("the copy edited") << "edit copy"
+                                         << "its copy is missing or changed at the destination";
+    }
+    void aResumedMoveRemovesItsSourceOnlyAsItWasVerified()
+    {
+        QFETCH(QString, change);
+        QFETCH(QString, reason);
+        if (!runningAsRoot())
+            QSKIP("needs root to mount a tmpfs");
+        InterruptedMove move;
+        QVERIFY2(move.start({{"KILL_AT_TRASH", "1"}}), "the driver was not killed");
+        QCOMPARE(TestTree::read(move.dst / "proj/report.txt"), std::string("quarterly figures"));
+        QVERIFY(fs::exists(move.source / "report.txt"));
+
+        const fs::path report = move.source / "report.txt";
+        if (change == "edit") {
+            move.tree.file("volume/src/proj/report.txt", "quarterly figures, revised");
+        } else if (change == "rewrite") {
+            // Same size, same modification time to the nanosecond: only the change time tells.
+            struct stat before {};
+            QCOMPARE(::lstat(report.c_str(), &before), 0);
+            move.tree.file("volume/src/proj/report.txt", "QUARTERLY FIGURES");
+            const struct timespec times[2] = {before.st_atim, before.st_mtim};
+            QCOMPARE(::utimensat(AT_FDCWD, report.c_str(), times, AT_SYMLINK_NOFOLLOW), 0);
+        } else if (change == "add") {
+            move.tree.file("volume/src/proj/new.txt", "new work");
+        } else if (change == "delete copy") {
+            fs::remove_all(move.dst / "proj");
+        } else if (change == "edit copy") {
+            move.tree.file("dst/proj/sub/notes.txt", "notes, edited at the destination");
+        }
+        const DriverRun resumed = move.resume();
+        QCOMPARE(resumed.exitCode, 0);
+        if (reason.isEmpty()) {
+            QVERIFY2(resumed.output.trimmed().endsWith("STATE title=Move state=Complete"),
+                     qPrintable(resumed.output));
+            QVERIFY(!fs::exists(move.source));
+            QVERIFY(move.sourceTrashed());
+            QCOMPARE(TestTree::read(move.dst / "proj/report.txt"), std::string("quarterly figures"));
+            return;
+        }
+        QVERIFY2(
+            resumed.output.trimmed().endsWith("STATE title=Move state=Complete \u2014 \u2018proj\u2019 was "
+                                              "left where it was: " +
+                                              reason + "."),
+            qPrintable(resumed.output));
+        QVERIFY(fs::exists(report));
+        QVERIFY(!move.sourceTrashed());
+        QVERIFY2(move.log().contains(
+                     "TRANSFER SOURCE KEPT source=" + QString::fromStdString(move.source.string()) +
+                     " target=" + QString::fromStdString((move.dst / "proj").string()) + " reason=" + reason),
+                 qPrintable(move.log()));
+        if (change == "edit")
+            QCOMPARE(TestTree::read(report), std::string("quarterly figures, revised"));
+    }
+
+    // Killed right after the publishing rename, before the job recorded it: the
+    // resumed job knows the item under the final name as its own copy.
+    void aMoveKilledRightAfterItsPublishIsNotCopiedAgain_data()
+    {
+        QTest::addColumn<QString>("policy");
+        QTest::newRow("Keep both") << "Keep both";
+        QTest::newRow("Skip") << "Skip";
+        QTest::newRow("Stop") << "Stop";
+    }
+    void aMoveKilledRightAfterItsPublishIsNotCopiedAgain()
+    {
+        QFETCH(QString, policy);
+        if (!runningAsRoot())
+            QSKIP("needs root to mount a tmpfs");
+        InterruptedMove move;
+        QVERIFY2(move.start({{"KILL_AFTER_RENAME_TO", "proj"}, {"POLICY", policy}}),
+                 "the driver was not killed");
+        QVERIFY(fs::exists(move.dst / "proj/sub/notes.txt") && fs::exists(move.source));
+        const DriverRun resumed = move.resume();
+        QCOMPARE(resumed.exitCode, 0);
+        QVERIFY2(resumed.output.trimmed().endsWith("STATE title=Move state=Complete"),
+                 qPrintable(resumed.output));
+        QCOMPARE(namesIn(move.dst), QStringList{"proj"});
+        QVERIFY(!fs::exists(move.source));
+        QVERIFY(move.sourceTrashed());
+        QVERIFY(!stagingBelow(move.tree.root()));
+    }
+
+    // The same for a move within one volume: the rename is the whole move.
+    void aRenameKilledRightAfterItIsDoneIsNotMissed()
+    {
+        TestTree tree;
+        tree.file("src/proj/report.txt", "figures");
+        const fs::path dst = tree.folder("dst");
+        QVERIFY(runDriver(tree,
+                          {"move", QString::fromStdString(dst.string()),
+                           QString::fromStdString((tree / "src/proj").string())},
+                          {{"KILL_AFTER_RENAME_TO", "proj"}})
+                    .killed);
+        QVERIFY(fs::exists(dst / "proj/report.txt") && !fs::exists(tree / "src/proj"));
+        const DriverRun resumed = runDriver(tree, {"resume"});
+        QVERIFY2(resumed.output.trimmed().endsWith("STATE title=Move state=Complete"),
+                 qPrintable(resumed.output));
+        QCOMPARE(TestTree::read(dst / "proj/report.txt"), std::string("figures"));
     }
 
 private:

@@ -81,6 +81,40 @@ std::vector<std::filesystem::path> all(const Fields &fields, std::string_view ke
     return paths;
 }
 
+// The publications in the order they were recorded: "publishing" and its
+// fields before the rename, "published" once it was done (alone in journals
+// written before publications carried seals).
+std::optional<std::vector<JobRunner::Publication>> publicationsOf(const Fields &fields)
+{
+    std::vector<JobRunner::Publication> publications;
+    for (const auto &[name, value] : fields) {
+        if (name == "publishing") {
+            publications.push_back({{value, {}, {}, {}, {}}, false});
+        } else if (name.starts_with("publishing-")) {
+            if (publications.empty() || publications.back().confirmed)
+                return std::nullopt;
+            PublishIntent &intent = publications.back().intent;
+            if (name == "publishing-target")
+                intent.target = value;
+            else if (name == "publishing-staging")
+                intent.staging = value;
+            else if (name == "publishing-source-seal")
+                intent.sourceSeal = value;
+            else if (name == "publishing-copy-seal")
+                intent.copySeal = value;
+            else
+                return std::nullopt;
+        } else if (name == "published") {
+            if (!publications.empty() && !publications.back().confirmed &&
+                publications.back().intent.source == value)
+                publications.back().confirmed = true;
+            else
+                publications.push_back({{value, {}, {}, {}, {}}, true});
+        }
+    }
+    return publications;
+}
+
 std::optional<Job> jobOf(const Fields &fields)
 {
     const std::optional<std::string> kind = only(fields, "kind");
@@ -122,8 +156,17 @@ std::string journalText(const std::vector<JournalEntry> &entries)
     for (const JournalEntry &entry : entries) {
         text += "job " + entry.id.toString(QUuid::WithoutBraces).toStdString() + '\n';
         text += field("title", entry.title.toStdString()) + jobFields(entry.job);
-        for (const auto &source : entry.published)
-            text += field("published", source.native());
+        for (const JobRunner::Publication &publication : entry.published) {
+            const PublishIntent &intent = publication.intent;
+            if (!intent.target.empty())
+                text += field("publishing", intent.source.native()) +
+                        field("publishing-target", intent.target.native()) +
+                        field("publishing-staging", intent.staging.native()) +
+                        field("publishing-source-seal", intent.sourceSeal) +
+                        field("publishing-copy-seal", intent.copySeal);
+            if (publication.confirmed)
+                text += field("published", intent.source.native());
+        }
     }
     return text + "end\n";
 }
@@ -142,11 +185,12 @@ std::optional<std::vector<JournalEntry>> parseJournal(const std::string &text)
             return true;
         const std::optional<Job> job = jobOf(fields);
         const std::optional<std::string> title = only(fields, "title");
-        if (!job || !title)
+        std::optional<std::vector<JobRunner::Publication>> published = publicationsOf(fields);
+        if (!job || !title || !published)
             return false;
         current->job = *job;
         current->title = QString::fromStdString(*title);
-        current->published = all(fields, "published");
+        current->published = std::move(*published);
         entries.push_back(std::move(*current));
         current.reset();
         fields.clear();

@@ -11,13 +11,14 @@
 
 namespace quillorn::detail {
 
-// One unfinished job as the journal keeps it: what it is and which of its
-// sources were published under their final names. Never any file contents.
+// One unfinished job as the journal keeps it: what it is, which of its sources
+// it was about to publish or published under their final names, and the seals
+// that tell those items again. Never any file contents.
 struct JournalEntry {
     QUuid id;
     QString title;
     Job job;
-    std::vector<std::filesystem::path> published;
+    std::vector<JobRunner::Publication> published;
 };
 
 // The journal's text: a header line, then per job a "job ID KIND TITLE" line
