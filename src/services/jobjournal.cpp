@@ -62,14 +62,14 @@ std::string readAll(int descriptor, const fs::path &shown)
 void removeOwnerFiles(int folder, const std::string &owner)
 {
     // The lock goes last, so a journal is never found without its lock while it matters.
-    for (const char *suffix : {".journal", ".journal.new", ".lock"})
+    for (const char *suffix : {".journal", ".journal.new", ".publications", ".lock"})
         ::unlinkat(folder, fileName(owner, suffix).c_str(), 0);
 }
 
 } // namespace
 
 struct JobJournal::Files {
-    FileDescriptor folder, lock;
+    FileDescriptor folder, lock, log;
 };
 
 std::shared_ptr<JobJournal> JobJournal::open()
@@ -115,40 +115,72 @@ void JobJournal::save(std::vector<Entry> jobs)
 
 void JobJournal::publishing(const QUuid &id, const PublishIntent &intent) noexcept
 {
+    record(id, {intent, false}, true);
+}
+
+void JobJournal::published(const QUuid &id, const Path &source) noexcept
+{
+    // With the copy's seal on record, the intent alone lets the next run know the
+    // copy, so the confirmation need not wait for the disk.
+    bool sealed = false;
+    {
+        std::lock_guard guard(m_lock);
+        for (const Entry &entry : m_jobs)
+            if (entry.id == id)
+                for (const JobRunner::Publication &publication : entry.published)
+                    if (publication.intent.source == source)
+                        sealed = !publication.intent.copySeal.empty();
+    }
+    record(id, {{source, {}, {}, {}, {}}, true}, !sealed);
+}
+
+void JobJournal::record(const QUuid &id, const JobRunner::Publication &publication, bool durable) noexcept
+{
     try {
+        bool unwritten = false;
+        {
+            std::lock_guard guard(m_lock);
+            unwritten = m_written < m_version;
+        }
+        // The job itself must be on disk before anything is said of it.
+        if (unwritten)
+            writeLatest();
+        std::lock_guard writing(m_writeLock);
         {
             std::lock_guard guard(m_lock);
             for (Entry &entry : m_jobs)
                 if (entry.id == id)
-                    entry.published.push_back({intent, false});
-            ++m_version;
+                    detail::addPublication(entry.published, publication);
         }
-        writeLatest();
+        append(detail::publicationLine(id, publication), durable);
     } catch (const std::exception &error) {
         reportOnce(error);
     }
 }
 
-void JobJournal::published(const QUuid &id, const Path &source) noexcept
+void JobJournal::append(const std::string &line, bool durable)
 {
-    try {
-        {
-            std::lock_guard guard(m_lock);
-            for (Entry &entry : m_jobs) {
-                if (entry.id != id)
-                    continue;
-                if (!entry.published.empty() && !entry.published.back().confirmed &&
-                    entry.published.back().intent.source == source)
-                    entry.published.back().confirmed = true;
-                else
-                    entry.published.push_back({{source, {}, {}, {}, {}}, true});
-            }
-            ++m_version;
-        }
-        writeLatest();
-    } catch (const std::exception &error) {
-        reportOnce(error);
+    openFiles();
+    if (!m_files->log) {
+        const std::string name = fileName(m_id, ".publications");
+        m_files->log = FileDescriptor(::openat(m_files->folder.get(), name.c_str(),
+                                               O_WRONLY | O_CREAT | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!m_files->log || ::fsync(m_files->folder.get()) != 0)
+            throwPosixError(m_folder / name);
     }
+    const fs::path shown = m_folder / fileName(m_id, ".publications");
+    writeAll(m_files->log.get(), line, shown);
+    if (durable && ::fdatasync(m_files->log.get()) != 0)
+        throwPosixError(shown);
+}
+
+void JobJournal::openFiles()
+{
+    if (!m_files->folder)
+        m_files->folder = openPrivateFolder(m_folder);
+    if (!m_files->lock)
+        m_files->lock =
+            takeLock(m_files->folder.get(), fileName(m_id, ".lock"), m_folder / fileName(m_id, ".lock"));
 }
 
 std::vector<JobRunner::Publication> JobJournal::publishedBy(const QUuid &id) const
@@ -212,11 +244,8 @@ bool JobJournal::writeLatest() noexcept
 
 void JobJournal::write(const std::string &text)
 {
-    if (!m_files->folder)
-        m_files->folder = openPrivateFolder(m_folder);
+    openFiles();
     const int folder = m_files->folder.get();
-    if (!m_files->lock)
-        m_files->lock = takeLock(folder, fileName(m_id, ".lock"), m_folder / fileName(m_id, ".lock"));
     const std::string fresh = fileName(m_id, ".journal.new"), name = fileName(m_id, ".journal");
     FileDescriptor file(
         ::openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
@@ -226,6 +255,11 @@ void JobJournal::write(const std::string &text)
     if (::fsync(file.get()) != 0 || ::renameat(folder, fresh.c_str(), folder, name.c_str()) != 0 ||
         ::fsync(folder) != 0)
         throwPosixError(m_folder / name);
+    // The journal now holds every publication the log does (both are written
+    // under the same lock); should the emptying not reach the disk, the next
+    // start finds each record twice and takes it once.
+    if (m_files->log)
+        ::ftruncate(m_files->log.get(), 0);
 }
 
 void JobJournal::reportOnce(const std::exception &error) noexcept
@@ -265,6 +299,13 @@ std::vector<JobJournal::Entry> JobJournal::recover()
             std::optional<std::vector<Entry>> entries = detail::parseJournal(readAll(file.get(), shown));
             if (!entries)
                 throw std::runtime_error("the journal is damaged");
+            const std::string logName = fileName(owner, ".publications");
+            const FileDescriptor log(
+                ::openat(folder.get(), logName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+            if (log)
+                detail::applyPublicationLog(readAll(log.get(), m_folder / logName), *entries);
+            else if (errno != ENOENT)
+                throwPosixError(m_folder / logName);
             for (Entry &entry : *entries)
                 found.push_back(std::move(entry));
             adopted.push_back(owner);

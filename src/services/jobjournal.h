@@ -23,11 +23,14 @@ namespace quillorn {
 // after the process and a random part: "jobs-ID.lock", flock-held for as long
 // as it lives (so a journal whose lock can be taken belongs to a Quillorn that
 // is gone, and two running ones never take each other's jobs), and
-// "jobs-ID.journal", rewritten whole at each change: temporary file, fsync,
-// rename, fsync of the folder. The queue's changes are written by a thread of
-// the journal's own, so the interface never waits on a disk busy with a copy;
-// a published item is written before the worker goes on, since the next step
-// of a move removes its source.
+// "jobs-ID.journal", rewritten whole at each change of the queue: temporary
+// file, fsync, rename, fsync of the folder. The queue's changes are written by
+// a thread of the journal's own, so the interface never waits on a disk busy
+// with a copy. What a job publishes item by item is appended to
+// "jobs-ID.publications" instead, so a job of many items costs one short
+// append each rather than a rewrite that grows with every item; each intent to
+// publish is on disk before the worker goes on to the rename, and the next
+// rewrite takes the log's records in and empties it.
 class JobJournal {
 public:
     using Entry = detail::JournalEntry;
@@ -53,7 +56,8 @@ public:
     // before returning, so a kill right after the rename still finds it.
     // Never throws: a journal that cannot be written is logged once.
     void publishing(const QUuid &id, const PublishIntent &intent) noexcept;
-    // Worker thread: the job published this source. Written before returning.
+    // Worker thread: the job published this source. On disk before returning
+    // where the intent could not seal the copy; otherwise soon.
     // Never throws: a journal that cannot be written is logged once.
     void published(const QUuid &id, const Path &source) noexcept;
     // What the job recorded as publishing or published so far.
@@ -73,6 +77,10 @@ private:
     // False when the latest state could not be written.
     bool writeLatest() noexcept;
     void write(const std::string &text);
+    void openFiles();
+    // Adds a publication to the job and to the log appended between rewrites.
+    void record(const QUuid &id, const JobRunner::Publication &publication, bool durable) noexcept;
+    void append(const std::string &line, bool durable);
     void reportOnce(const std::exception &error) noexcept;
 
     const Path m_folder;

@@ -209,6 +209,41 @@ private Q_SLOTS:
         QCOMPARE(namesIn(folder).filter(".lock").size(), 2);
     }
 
+    // Item by item, publications go to a log beside the journal; a Quillorn killed
+    // before its next rewrite leaves them there, the last line perhaps cut off.
+    void publicationsLoggedSinceTheLastRewriteAreTakenOnce()
+    {
+        TestTree tree;
+        const fs::path folder = tree / "state";
+        const JobJournal::Entry job = entry("Move 2 \u2192 d", TransferJob{{"/a", "/b"}, "/d", true, {}});
+        const PublishIntent a{"/a", "/d/.quillorn-1", "/d/a", "5eal", "c0py"},
+            b{"/b", "/d/.quillorn-2", "/d/b \n\xff", "", ""};
+        JobJournal running(folder);
+        running.save({job});
+        running.flush();
+        running.publishing(job.id, a);
+        running.published(job.id, "/a");
+        running.publishing(job.id, b);
+        // What a kill right now would leave, under the name of an owner that is gone.
+        const std::string own = namesIn(folder).filter(".journal").front().chopped(8).toStdString();
+        fs::copy_file(folder / (own + ".journal"), folder / "jobs-gone.journal");
+        const std::string log = TestTree::read(folder / (own + ".publications"));
+        QVERIFY(log.find("publishing") != std::string::npos);
+        tree.file("state/jobs-gone.publications",
+                  log + log + "publishing " + job.id.toString(QUuid::WithoutBraces).toStdString());
+
+        JobJournal starting(folder);
+        const auto taken = starting.recover();
+        QCOMPARE(taken.size(), std::size_t(1));
+        const std::vector<JobRunner::Publication> expected{{a, true}, {b, false}};
+        QVERIFY(taken.front().published == expected);
+        // The next rewrite takes the log in and empties it.
+        running.save({job});
+        running.flush();
+        QCOMPARE(TestTree::read(folder / (own + ".publications")), std::string());
+        QVERIFY(running.publishedBy(job.id) == expected);
+    }
+
     void aDamagedOrUnreadableJournalIsSetAsideAndTheOthersAreTaken()
     {
         TestTree tree;

@@ -2,6 +2,7 @@
 
 #include "platform/posix/percentencoding.h"
 
+#include <algorithm>
 #include <sstream>
 
 namespace quillorn::detail {
@@ -105,11 +106,7 @@ std::optional<std::vector<JobRunner::Publication>> publicationsOf(const Fields &
             else
                 return std::nullopt;
         } else if (name == "published") {
-            if (!publications.empty() && !publications.back().confirmed &&
-                publications.back().intent.source == value)
-                publications.back().confirmed = true;
-            else
-                publications.push_back({{value, {}, {}, {}, {}}, true});
+            addPublication(publications, {{value, {}, {}, {}, {}}, true});
         }
     }
     return publications;
@@ -149,6 +146,69 @@ std::optional<Job> jobOf(const Fields &fields)
 }
 
 } // namespace
+
+void addPublication(std::vector<JobRunner::Publication> &publications, JobRunner::Publication publication)
+{
+    if (!publication.intent.target.empty()) {
+        if (std::none_of(publications.begin(), publications.end(), [&](const JobRunner::Publication &known) {
+                return known.intent == publication.intent;
+            }))
+            publications.push_back(std::move(publication));
+        return;
+    }
+    for (auto it = publications.rbegin(); it != publications.rend(); ++it)
+        if (it->intent.source == publication.intent.source && !it->intent.target.empty()) {
+            if (it->confirmed)
+                return; // a log line that the journal took in before a crash
+            it->confirmed = true;
+            return;
+        }
+    if (std::find(publications.begin(), publications.end(), publication) == publications.end())
+        publications.push_back(std::move(publication));
+}
+
+std::string publicationLine(const QUuid &id, const JobRunner::Publication &publication)
+{
+    const PublishIntent &intent = publication.intent;
+    const std::string job = id.toString(QUuid::WithoutBraces).toStdString();
+    if (publication.confirmed)
+        return "published " + job + ' ' + percentEncoded(intent.source.native()) + '\n';
+    return "publishing " + job + ' ' + percentEncoded(intent.source.native()) + ' ' +
+           percentEncoded(intent.target.native()) + ' ' + percentEncoded(intent.staging.native()) + ' ' +
+           percentEncoded(intent.sourceSeal) + ' ' + percentEncoded(intent.copySeal) + '\n';
+}
+
+void applyPublicationLog(const std::string &text, std::vector<JournalEntry> &entries)
+{
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        std::vector<std::string> fields;
+        const std::string line = text.substr(start, end - start);
+        for (std::size_t at = 0;;) {
+            const std::size_t space = line.find(' ', at);
+            fields.push_back(line.substr(at, space == std::string::npos ? std::string::npos : space - at));
+            if (space == std::string::npos)
+                break;
+            at = space + 1;
+        }
+        const bool confirmation = fields.size() == 3 && fields[0] == "published";
+        if (!confirmation && !(fields.size() == 7 && fields[0] == "publishing"))
+            continue;
+        std::vector<std::string> values;
+        for (std::size_t index = 2; index < fields.size(); ++index)
+            if (std::optional<std::string> value = percentDecoded(fields[index]))
+                values.push_back(std::move(*value));
+        if (values.size() != fields.size() - 2)
+            continue;
+        const QUuid id = QUuid::fromString(QString::fromStdString(fields[1]));
+        JobRunner::Publication publication{{values[0], {}, {}, {}, {}}, confirmation};
+        if (!confirmation)
+            publication.intent = {values[0], values[2], values[1], values[3], values[4]};
+        for (JournalEntry &entry : entries)
+            if (!id.isNull() && entry.id == id)
+                addPublication(entry.published, publication);
+    }
+}
 
 std::string journalText(const std::vector<JournalEntry> &entries)
 {

@@ -21,6 +21,20 @@ struct JournalEntry {
     std::vector<JobRunner::Publication> published;
 };
 
+// Adds one record to a job's publications: an intent (with a target) unless the
+// same one is there already, or a confirmation, which confirms the latest
+// unconfirmed intent for its source or else stands alone.
+void addPublication(std::vector<JobRunner::Publication> &publications, JobRunner::Publication publication);
+
+// One line of the publications log that a journal appends to between two
+// rewrites: "publishing ID SOURCE TARGET STAGING SOURCESEAL COPYSEAL" for an
+// intent, "published ID SOURCE" for a confirmation, fields percent-encoded.
+std::string publicationLine(const QUuid &id, const JobRunner::Publication &publication);
+// Adds the records of a publications log to the entries they belong to. A last
+// line without its line feed was cut off by a crash and is ignored, as is any
+// line that does not parse.
+void applyPublicationLog(const std::string &text, std::vector<JournalEntry> &entries);
+
 // The journal's text: a header line, then per job a "job ID KIND TITLE" line
 // and one line per field, and a closing "end" line, so that a cut-off text
 // is told from a whole one. Paths, names and the title are percent-encoded
