@@ -21,7 +21,9 @@ std::string quoted(const std::string &name)
 
 FileOperations::TrashService FileOperations::defaultTrash()
 {
-    return [](const Path &item) { trashItem(item); };
+    return [](const Path &item) {
+        trashItem(item, [](const std::string &line) { AppDiagnostics::shared().record(line); });
+    };
 }
 
 FileOperations::RemoveService FileOperations::defaultRemove()

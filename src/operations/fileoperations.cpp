@@ -404,7 +404,7 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
     const std::vector<Path> items = plan(sources, destination, policy);
     std::int64_t total = 0;
     for (const Path &item : items)
-        total += byteCount(item, control);
+        total += transferByteCount(item, destination, move, policy, control);
     control.total(total);
 
     Run run{detail::openFolderForNames(destination), move, policy, control, permanentlyRemoveRemoteItems, {}};
@@ -451,7 +451,7 @@ bool FileOperations::renameOnVolume(Run &run, const detail::Item &item, const st
     const Path source = item.path(), target = run.destination / targetName;
     const std::string phase = "Moving " + quoted(item.entry.name) + " on the same volume";
     run.control.detail(phase);
-    const std::int64_t bytes = byteCount(source, run.control);
+    const std::int64_t bytes = readableByteCount(source, run.control);
     run.control.publishing({source, {}, target, {}, copySeal(source, run.control, SealScope::itemOnly)});
     try {
         m_manager.rename(item.parent, item.entry.name, run.destination, targetName);
@@ -566,6 +566,61 @@ std::int64_t FileOperations::byteCount(const Path &url, OperationControl &contro
     ByteCounter counter(control);
     walk(detail::openChildFolder(item.parent, item.entry), counter);
     return counter.total();
+}
+
+std::int64_t FileOperations::transferByteCount(const Path &item, const Path &destination, bool move,
+                                               ConflictPolicy policy, OperationControl &control)
+{
+    // The same test transferItem makes for its rename, from the paths alone.
+    struct stat source {
+    }, folder{};
+    const bool renamed = move && ::lstat(item.c_str(), &source) == 0 &&
+                         ::stat(destination.c_str(), &folder) == 0 && source.st_dev == folder.st_dev &&
+                         (policy == ConflictPolicy::keepBoth || !exists(destination / nameOf(item)));
+    return renamed ? readableByteCount(item, control) : byteCount(item, control);
+}
+
+namespace {
+
+std::int64_t readableBytesBelow(const Folder &folder, OperationControl &control)
+{
+    std::vector<detail::Entry> entries;
+    try {
+        entries = detail::folderEntries(folder);
+    } catch (const PosixError &) {
+        return 0;
+    }
+    std::int64_t total = 0;
+    for (const detail::Entry &entry : entries) {
+        control.check();
+        if (!S_ISDIR(entry.info.st_mode)) {
+            total += entry.info.st_size;
+            continue;
+        }
+        std::optional<Folder> child;
+        try {
+            child.emplace(detail::openChildFolder(folder, entry));
+        } catch (const PosixError &) {
+            continue;
+        }
+        total += readableBytesBelow(*child, control);
+    }
+    return total;
+}
+
+} // namespace
+
+std::int64_t FileOperations::readableByteCount(const Path &url, OperationControl &control)
+{
+    control.check();
+    const detail::Item item = detail::openItem(url);
+    if (!S_ISDIR(item.entry.info.st_mode))
+        return item.entry.info.st_size;
+    try {
+        return readableBytesBelow(detail::openChildFolder(item.parent, item.entry), control);
+    } catch (const PosixError &) {
+        return 0;
+    }
 }
 
 void FileOperations::copy(const Path &source, const Path &target, OperationControl &control) const

@@ -102,6 +102,12 @@ public:
 
     // Bytes an item holds (a folder: the sum of its contents; a link: its own size).
     static std::int64_t byteCount(const Path &url, OperationControl &control);
+    // The bytes that transferring item into destination counts. An item that one
+    // rename moves within its volume never needs its contents read, so a folder
+    // inside it that the user may not list counts as empty instead of refusing
+    // the move (mv moves it too); every other item is byteCount.
+    static std::int64_t transferByteCount(const Path &item, const Path &destination, bool move,
+                                          ConflictPolicy policy, OperationControl &control);
     // Copies one file, folder tree or symbolic link to target, which must not exist.
     void copy(const Path &source, const Path &target, OperationControl &control) const;
     static Fingerprint fingerprint(const Path &url, OperationControl &control);
@@ -121,6 +127,8 @@ public:
                             SealScope scope = SealScope::tree);
 
 private:
+    // byteCount of what can be read: folders that cannot be opened or listed count 0.
+    static std::int64_t readableByteCount(const Path &url, OperationControl &control);
     // Standardised, duplicate-free, sorted sources, or the first validation failure.
     static std::vector<Path> plan(const std::vector<Path> &sources, const Path &destination,
                                   ConflictPolicy policy);

@@ -139,7 +139,8 @@ std::optional<std::int64_t> JobRunner::measure(const Job &job, OperationControl 
         return 0; // renames, new folders, trash and extractions count no bytes
     std::int64_t total = 0;
     for (const Path &source : transfer->sources)
-        total += FileOperations::byteCount(source, control);
+        total += FileOperations::transferByteCount(source, transfer->destination, transfer->move,
+                                                   transfer->policy, control);
     return total;
 }
 

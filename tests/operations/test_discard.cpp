@@ -80,6 +80,23 @@ TEST(DiscardToTrash, aLinkGoesToTheTrashNotItsTarget)
         EXPECT_TRUE(fs::is_symlink(dataHome / "Trash/files" / name)) << name;
 }
 
+// The Trash specification asks for a shared .Trash that fails its checks to be
+// reported, so that an administrator's mistake or an attack does not go unseen.
+TEST(DiscardToTrash, aSharedTrashThatIsNotStickyIsPassedOverAndLogged)
+{
+    TestTree tree;
+    MOUNT_OR_SKIP(volume, "tmpfs", tree.folder("volume"), "size=1m");
+    fs::permissions(tree.folder("volume/.Trash"), fs::perms::all);
+    const auto logged = logMark();
+    FileOperations().discard(tree.file("volume/a.txt", "A"), false);
+    EXPECT_EQ(logged(),
+              std::vector<std::string>{"TRASH SKIPPED path=" + (volume->path() / ".Trash").string() +
+                                       " reason=not sticky"});
+    EXPECT_EQ(TestTree::read(volume->path() / (".Trash-" + std::to_string(::geteuid())) / "files/a.txt"),
+              "A");
+    EXPECT_TRUE(fs::is_empty(volume->path() / ".Trash"));
+}
+
 // F8 on the mount point of a share: the Trash refuses it, and the permanent
 // removal that followed emptied the share before failing on the mount point.
 TEST(DiscardMounts, mountPointIsRefusedBeforeTheTrashAndItsVolumeKeepsEverything)

@@ -69,6 +69,35 @@ TEST(TransferCopy, treeArrivesWithHiddenFilesLinksModesDatesAndExtendedAttribute
     EXPECT_EQ(control.progress().completed, control.progress().expected);
 }
 
+TEST(TransferCopy, symbolicLinksKeepTheirOwnModificationTimeToTheNanosecond)
+{
+    TestTree tree;
+    const timespec stamp[2] = {{1'400'000'000, 111'111'111}, {1'300'000'000, 222'222'222}};
+    const auto stamped = [&](const fs::path &link) {
+        EXPECT_EQ(::utimensat(AT_FDCWD, link.c_str(), stamp, AT_SYMLINK_NOFOLLOW), 0) << link;
+        return link;
+    };
+    const auto modified = [](const fs::path &link) {
+        struct stat info {};
+        EXPECT_EQ(::lstat(link.c_str(), &info), 0) << link;
+        EXPECT_TRUE(S_ISLNK(info.st_mode)) << link;
+        return std::pair(info.st_mtim.tv_sec, info.st_mtim.tv_nsec);
+    };
+    const std::pair expected(1'300'000'000L, 222'222'222L);
+    stamped(tree.symlink("src/box/inner", "../elsewhere"));
+    const fs::path alone = stamped(tree.symlink("src/alone", "box"));
+    transfer({tree / "src/box", alone}, tree.folder("dst"));
+    EXPECT_EQ(modified(tree / "dst/box/inner"), expected);
+    EXPECT_EQ(modified(tree / "dst/alone"), expected);
+    EXPECT_EQ(modified(tree / "src/box/inner"), expected) << "the source link was touched";
+
+    // A move to another volume is a copy too.
+    MOUNT_OR_SKIP(volume, "tmpfs", tree.folder("volume"), "size=1m");
+    transfer({tree / "src/box", alone}, volume->path(), true);
+    EXPECT_EQ(modified(volume->path() / "box/inner"), expected);
+    EXPECT_EQ(modified(volume->path() / "alone"), expected);
+}
+
 TEST(TransferCopy, namedPipeStopsTheFolderCopyWithoutOpeningIt)
 {
     TestTree tree;

@@ -79,6 +79,17 @@ TEST_F(InjectedFault, anInputOutputErrorAtTheFlushOrThePublishingRenamePublishes
     }
 }
 
+TEST_F(InjectedFault, aVolumeThatRefusesALinksDatesGetsTheLinkAndAWarning)
+{
+    const fs::path link = m_tree.symlink("src/link", "a.txt");
+    const auto logged = logMark();
+    EXPECT_EQ(drive(injectFault + "utimensat:error=EPERM", "copy", m_dst, link), std::pair(0, std::string()));
+    EXPECT_EQ(fs::read_symlink(m_dst / "link"), "a.txt");
+    const std::string target = (m_dst / "link").string();
+    EXPECT_THAT(logged(), Contains("METADATA WARNING attribute=modificationDate destination=" + target +
+                                   " error=POSIX code=1: Operation not permitted path=" + target));
+}
+
 TEST_F(InjectedFault, killedAnywhereLeavesNoShortFileAndTheOldBytes)
 {
     for (const auto &[call, old] : {std::pair{"copy_file_range:signal=KILL:when=2", ""},

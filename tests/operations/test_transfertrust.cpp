@@ -201,6 +201,32 @@ TEST(DropBox, publishingIntoAFolderTheUserMayWriteButNotReadSucceedsWithAWarning
               "2\n");
 }
 
+// One rename moves a folder whole, as mv does, so a folder inside it that the
+// user may not list must not refuse the move; a copy, which reads it all, fails.
+TEST(UnreadableInside, aMoveWithinOneVolumeTakesAFolderTheUserCannotListAlong)
+{
+    if (!runningAsRoot())
+        GTEST_SKIP() << "needs root to act as the user nobody";
+    TestTree tree;
+    fs::permissions(tree.root(), fs::perms::all);
+    const fs::path box = tree.folder("src/box"), dst = tree.folder("dst"), data = tree.folder("data");
+    tree.file("src/box/plain.txt", "plain");
+    const fs::path locked = tree.file("src/box/locked/secret.txt", "secret").parent_path();
+    runCommand("chown -R nobody: " + shellQuote(tree.root()));
+    ASSERT_EQ(::chmod(locked.c_str(), 0), 0);
+    const std::string prefix = "XDG_DATA_HOME=" + shellQuote(data) + " " + asNobody;
+    const auto copied = drive(prefix, "copy", dst, box);
+    if (copied.second.starts_with("setpriv:"))
+        GTEST_SKIP() << "cannot switch to the user nobody: " << copied.second;
+    EXPECT_EQ(copied, std::pair(3, locked.string() + ": Permission denied\n"));
+    EXPECT_TRUE(fs::is_empty(dst));
+    EXPECT_EQ(drive(prefix, "move", dst, box), std::pair(0, std::string()));
+    EXPECT_FALSE(fs::exists(box));
+    EXPECT_EQ(TestTree::read(dst / "box/plain.txt"), "plain");
+    EXPECT_EQ(TestTree::read(dst / "box/locked/secret.txt"), "secret");
+    EXPECT_EQ(fs::status(dst / "box/locked").permissions(), fs::perms::none);
+}
+
 TEST(FileSizeLimit, aFileAboveTheLimitFailsCleanlyInsteadOfKillingTheProgram)
 {
     TestTree tree;

@@ -240,6 +240,31 @@ TEST_F(Mounted, OnlyARealStickyDotTrashIsUsedElseAPrivateTrashIsCreatedAtTheTop)
     }
 }
 
+TEST_F(Mounted, ASharedTrashThatFailsItsChecksIsReportedOnEachUseAndAMissingOneIsNot)
+{
+    for (const std::string kind : {"not sticky", "symbolic link", "not a folder", "sticky", "missing"}) {
+        SCOPED_TRACE(kind);
+        remount();
+        fs::permissions(m_items.folder("volume/elsewhere"), static_cast<fs::perms>(01777));
+        if (kind == "symbolic link")
+            fs::create_directory_symlink("elsewhere", volume() / ".Trash");
+        else if (kind == "not a folder")
+            m_items.file("volume/.Trash");
+        else if (kind != "missing")
+            fs::permissions(m_items.folder("volume/.Trash"),
+                            kind == "sticky" ? fs::perms(01777) : fs::perms::all);
+        std::vector<std::string> reports;
+        const TrashReport report = [&](const std::string &line) { reports.push_back(line); };
+        trashItem(m_items.file("volume/one"), report);
+        trashItem(m_items.file("volume/two"), report);
+        const std::string line = "TRASH SKIPPED path=" + (volume() / ".Trash").string() + " reason=" + kind;
+        if (kind == "sticky" || kind == "missing")
+            EXPECT_THAT(reports, IsEmpty());
+        else
+            EXPECT_THAT(reports, ElementsAre(line, line));
+    }
+}
+
 TEST_F(Mounted, UnsafeOrReadOnlyTrashIsRefusedAndTheItemStays)
 {
     const std::pair<const char *, std::function<void()>> cases[] = {

@@ -1,3 +1,4 @@
+#include "asnobody.h"
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
 #include "services/transferqueue.h"
@@ -7,7 +8,9 @@
 #include <QTest>
 #include <atomic>
 #include <functional>
+#include <sys/stat.h>
 #include <thread>
+#include <unistd.h>
 
 namespace fs = std::filesystem;
 
@@ -289,6 +292,50 @@ private Q_SLOTS:
         QCOMPARE(queue.waitingBytes(), std::optional<std::int64_t>(3500));
         gate->open = true;
         QTRY_VERIFY(!queue.hasWork());
+    }
+
+    // One rename moves the folder whole, as mv does, so nothing inside it needs
+    // to be read: a folder inside that the user may not list must not refuse it.
+    void aMoveWithinOneVolumeIsMeasuredAndRunPastAFolderTheUserCannotList()
+    {
+        if (!test::runningAsRoot())
+            QSKIP("needs root to act as the user nobody");
+        test::TestTree tree;
+        fs::permissions(tree.root(), fs::perms::all);
+        const fs::path box = tree.folder("src/box"), dst = tree.folder("dst");
+        tree.file("src/box/plain.bin", pattern(700));
+        const fs::path locked = tree.file("src/box/locked/secret.bin", pattern(300)).parent_path();
+        for (const auto &item : fs::recursive_directory_iterator(tree.root()))
+            QCOMPARE(::lchown(item.path().c_str(), test::AsNobody::user, test::AsNobody::group), 0);
+        QCOMPARE(::chmod(locked.c_str(), 0), 0);
+        const TransferJob move{{box}, dst, true, ConflictPolicy::stop};
+        const TransferJob copy{{box}, dst, false, ConflictPolicy::stop};
+        std::optional<std::int64_t> measured;
+        std::string moveFailure, copyMeasure;
+        {
+            const test::AsNobody nobody;
+            if (!nobody.skipReason.empty())
+                QSKIP(nobody.skipReason.c_str());
+            OperationControl control;
+            try {
+                JobRunner::measure(copy, control);
+            } catch (const std::exception &error) {
+                copyMeasure = error.what();
+            }
+            try {
+                measured = JobRunner::measure(move, control);
+                JobRunner().run(move, control);
+            } catch (const std::exception &error) {
+                moveFailure = error.what();
+            }
+        }
+        QCOMPARE(copyMeasure, (locked.string() + ": Permission denied")); // a copy must read it all
+        QCOMPARE(moveFailure, std::string());
+        QCOMPARE(measured, std::optional<std::int64_t>(700));
+        QVERIFY(!fs::exists(box));
+        QCOMPARE(test::TestTree::read(dst / "box/plain.bin"), pattern(700));
+        QCOMPARE(test::TestTree::read(dst / "box/locked/secret.bin"), pattern(300));
+        QCOMPARE(fs::status(dst / "box/locked").permissions(), fs::perms::none);
     }
 
 private:

@@ -141,6 +141,9 @@ public:
         } else if (type == S_IFLNK) {
             if (::symlinkat(linkText(folder, entry).c_str(), target.fd.get(), name.c_str()) != 0)
                 throwPosixError(shownOf(target, name, top), errno);
+            // A link's own date tells when it was made or last pointed elsewhere (cp -a keeps it).
+            if (std::optional<MetadataProblem> problem = copyTimes(target.fd.get(), name, entry.info))
+                report({*problem}, folder / entry.name, shownOf(target, name, top));
             control.add(entry.info.st_size);
         } else {
             throw CommanderError("Unsupported special file: " + (folder / entry.name).string());
@@ -327,9 +330,15 @@ void TreeCopy::copyMetadata(int sourceFolder, const std::string &sourceName, con
                             const std::string &targetName, const fs::path &sourcePath,
                             const fs::path &targetPath, const struct stat &before)
 {
+    report(quillorn::copyMetadata(sourceFolder, sourceName, target.fd.get(), targetName, before), sourcePath,
+           targetPath);
+}
+
+void TreeCopy::report(const std::vector<MetadataProblem> &problems, const fs::path &sourcePath,
+                      const fs::path &targetPath)
+{
     AppDiagnostics &log = AppDiagnostics::shared();
-    for (const MetadataProblem &problem :
-         quillorn::copyMetadata(sourceFolder, sourceName, target.fd.get(), targetName, before)) {
+    for (const MetadataProblem &problem : problems) {
         if (problem.step == "copyfile")
             log.record("METADATA WARNING copyfile source=" + sourcePath.string() +
                        " destination=" + targetPath.string() +

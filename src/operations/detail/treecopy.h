@@ -2,6 +2,7 @@
 
 #include "operations/detail/folderwalk.h"
 #include "operations/fileoperations.h"
+#include "platform/posix/metadata.h"
 
 #include <filesystem>
 #include <map>
@@ -9,6 +10,7 @@
 #include <optional>
 #include <string>
 #include <utility>
+#include <vector>
 
 #include <sys/stat.h>
 
@@ -58,6 +60,8 @@ private:
     void copyMetadata(int sourceFolder, const std::string &sourceName, const Folder &target,
                       const std::string &targetName, const std::filesystem::path &sourcePath,
                       const std::filesystem::path &targetPath, const struct stat &before);
+    static void report(const std::vector<MetadataProblem> &problems, const std::filesystem::path &sourcePath,
+                       const std::filesystem::path &targetPath);
 
     // On a volume where each file is flushed on its own: a file or folder of a
     // folder copy is flushed by the pool, a single file right here.

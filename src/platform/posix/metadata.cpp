@@ -181,11 +181,19 @@ std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &s
         problems.push_back({"permissions", lastError()});
 
     // Times last, since every step above may touch the change or access time.
-    const std::array<struct timespec, 2> times = {before.st_atim, before.st_mtim};
-    if (::utimensat(targetFolder, targetName.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
-        problems.push_back({"modificationDate", lastError()});
+    if (std::optional<MetadataProblem> problem = copyTimes(targetFolder, targetName, before))
+        problems.push_back(std::move(*problem));
 
     return problems;
+}
+
+std::optional<MetadataProblem> copyTimes(int targetFolder, const std::string &targetName,
+                                         const struct stat &before)
+{
+    const std::array<struct timespec, 2> times = {before.st_atim, before.st_mtim};
+    if (::utimensat(targetFolder, targetName.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
+        return MetadataProblem{"modificationDate", lastError()};
+    return std::nullopt;
 }
 
 std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,

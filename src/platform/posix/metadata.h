@@ -1,6 +1,7 @@
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -28,5 +29,11 @@ std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
 // targetFolder, so neither item is looked up by path again.
 std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &sourceName, int targetFolder,
                                           const std::string &targetName, const struct stat &before);
+
+// Gives targetName in targetFolder, never followed, the access and modification
+// times of before. A symbolic link gets nothing else: Linux has no mode for a
+// link, and its owner and attributes are left as created.
+std::optional<MetadataProblem> copyTimes(int targetFolder, const std::string &targetName,
+                                         const struct stat &before);
 
 } // namespace quillorn

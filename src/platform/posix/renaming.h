@@ -7,9 +7,13 @@ namespace quillorn {
 
 // The program's one rename that never replaces an existing item: fromName in the
 // folder open as fromFolder becomes toName in toFolder. RENAME_NOREPLACE lets the
-// kernel refuse atomically; where a file system cannot (EINVAL, ENOSYS: some FUSE
-// and network ones) the new name is checked right before a plain rename, every
-// time, which leaves only that short window.
+// kernel refuse atomically. Where a file system cannot (EINVAL, ENOSYS: FUSE
+// daemons, some network ones) the name is claimed by a call that refuses a taken
+// name just as atomically: a file gets the new name as a hard link and loses the
+// old one; a folder replaces an empty placeholder folder made there first. Only
+// where the volume refuses those too (FAT has no hard links and will not rename
+// onto a folder) is the name checked right before a plain rename, which leaves
+// that short window.
 //
 // A name that is taken by the very item being renamed (a case-only rename on a
 // case-insensitive volume: "Photo.JPG" to "photo.jpg") is not an obstacle: the

@@ -94,16 +94,33 @@ std::optional<TrashFolder> openHomeTrash()
     return completeTrash(std::move(folder), path, {});
 }
 
+// Why an existing $topdir/.Trash may not be used, or nothing when it may (or
+// when there is none, which is no one's mistake).
+const char *unsafeSharedTrash(int top, const FileDescriptor &shared)
+{
+    struct stat info {};
+    if (shared)
+        return ::fstat(shared.get(), &info) == 0 && !(info.st_mode & S_ISVTX) ? "not sticky" : nullptr;
+    if (::fstatat(top, ".Trash", &info, AT_SYMLINK_NOFOLLOW) != 0)
+        return nullptr;
+    if (S_ISLNK(info.st_mode))
+        return "symbolic link";
+    return S_ISDIR(info.st_mode) ? nullptr : "not a folder";
+}
+
 // $topdir/.Trash/$uid when the administrator prepared a sticky, real .Trash
 // folder; else $topdir/.Trash-$uid. Folders are created only on local volumes:
 // users do not want trash folders appearing on shares.
-std::optional<TrashFolder> openTopdirTrash(const std::filesystem::path &topdir, bool local)
+std::optional<TrashFolder> openTopdirTrash(const std::filesystem::path &topdir, bool local,
+                                           const TrashReport &report)
 {
     FileDescriptor top(::open(topdir.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
     if (!top)
         return std::nullopt;
     const std::string uid = std::to_string(::geteuid());
     FileDescriptor shared = openFolder(top.get(), ".Trash", false, 0);
+    if (const char *unsafe = unsafeSharedTrash(top.get(), shared); unsafe && report)
+        report("TRASH SKIPPED path=" + (topdir / ".Trash").string() + " reason=" + unsafe);
     struct stat sharedInfo {};
     if (shared && ::fstat(shared.get(), &sharedInfo) == 0 && (sharedInfo.st_mode & S_ISVTX)) {
         FileDescriptor mine = openFolder(shared.get(), uid, local, 0700);
@@ -180,7 +197,7 @@ std::filesystem::path moveIntoTrash(TrashFolder &trash, int parent, const std::s
 
 } // namespace
 
-std::filesystem::path trashItem(const std::filesystem::path &item)
+std::filesystem::path trashItem(const std::filesystem::path &item, const TrashReport &report)
 {
     const std::filesystem::path absolute = std::filesystem::absolute(item).lexically_normal();
     const std::string name = absolute.filename().native();
@@ -220,7 +237,7 @@ std::filesystem::path trashItem(const std::filesystem::path &item)
         }
     }
     const std::filesystem::path topdir = topdirOf(folder, folderInfo.st_dev);
-    std::optional<TrashFolder> trash = openTopdirTrash(topdir, volumeIsLocal(topdir));
+    std::optional<TrashFolder> trash = openTopdirTrash(topdir, volumeIsLocal(topdir), report);
     if (!trash)
         throw NoTrashError();
     return moveIntoTrash(*trash, parent.get(), name, original);
