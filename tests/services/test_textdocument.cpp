@@ -274,6 +274,7 @@ TEST_F(SaveDriver, anInPlaceWriteThatFailsPutsTheOldBytesBackAndCanBeRetried)
     EXPECT_TRUE(hidden(m_state / "Quillorn/Backups").empty());
 
     // The same document saved again after the failure: the disk still holds what it last saw.
+    m_tree.file("docs/file.txt", m_old);
     const auto [again, retried] = save(failing, m_fresh, "retry");
     EXPECT_EQ(again, 0);
     EXPECT_THAT(retried, EndsWith("error\n" + m_linked));
