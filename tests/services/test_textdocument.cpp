@@ -412,3 +412,24 @@ TEST_F(SaveDriver, aFolderThatTakesNoNewFileOrAnOwnerThatCannotBeKeptIsWrittenIn
     EXPECT_EQ(TestTree::read(m_file), "again\n");
     EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"});
 }
+
+TEST(SaveBackupJournalRecovery, aRunningOwnersCopyIsNeverTouchedAndAGoneOnesIsPutBack)
+{
+    TestTree tree;
+    const fs::path file = tree.file("half written.txt", "new bytes");
+    const fs::path copy = tree.file(".quillorn-0F4C2A9E-5B7D-4E21-9C3A-7D1E8F2B6A40", "old bytes");
+    struct stat info {};
+    ASSERT_EQ(::lstat(file.c_str(), &info), 0);
+    auto running = std::make_unique<SaveBackupJournal>(tree / "state");
+    running->add(copy, file);
+    running->ready({copy, file, std::uint64_t(info.st_ino), 9, 5, contentsDigest("whole")});
+
+    EXPECT_TRUE(SaveBackupJournal(tree / "state").recover().empty());
+    EXPECT_EQ(TestTree::read(file), "new bytes");
+    EXPECT_TRUE(fs::exists(copy));
+
+    running.reset(); // its lock goes with it, as with a process that ends
+    EXPECT_EQ(SaveBackupJournal(tree / "state").recover(), std::vector<fs::path>{file});
+    EXPECT_EQ(TestTree::read(file), "old bytes");
+    EXPECT_FALSE(fs::exists(copy));
+}
