@@ -3,6 +3,7 @@
 #include "app/commanderview.h"
 #include "app/quillornapp.h"
 #include "model/commandermodel.h"
+#include "operations/savebackupjournal.h"
 #include "operations/stagingjournal.h"
 #include "quillorn/version.h"
 #include "services/jobjournal.h"
@@ -25,11 +26,15 @@ int runApplication(int argc, char *argv[])
     const std::vector<std::string> arguments(argv + 1, argv + argc);
     QuillornApp app(arguments);
     // Jobs a killed Quillorn left unfinished come back as "Interrupted", but
-    // only after its staging items are gone; both on a background thread, so
-    // a large leftover never holds up the window.
+    // only after its half-written saves have their old bytes back and its
+    // staging items are gone; all on a background thread, so a large leftover
+    // never holds up the window.
     TransferQueue &queue = app.window().model().queue();
     queue.setJournal(JobJournal::open());
-    queue.recoverInterrupted([] { StagingJournal::shared().recover(); });
+    queue.recoverInterrupted([] {
+        SaveBackupJournal::shared().recover();
+        StagingJournal::shared().recover();
+    });
     app.window().show();
     return QApplication::exec();
 }

@@ -7,6 +7,7 @@
 #include "platform/posix/posixerror.h"
 #include "platform/posix/privatefolder.h"
 #include "platform/posix/removal.h"
+#include "platform/posix/stagingname.h"
 #include "platform/posix/userfolders.h"
 
 #include <dirent.h>
@@ -52,23 +53,6 @@ std::map<std::string, std::string> liveEntries(const std::string &text)
     return live;
 }
 
-// ".quillorn-" + 8-4-4-4-12 upper-case hexadecimal digits, in an absolute path.
-bool stagingPath(const fs::path &path)
-{
-    const std::string name = path.filename().native();
-    constexpr std::string_view prefix = ".quillorn-";
-    if (!path.is_absolute() || path != path.lexically_normal() || name.size() != prefix.size() + 36 ||
-        name.compare(0, prefix.size(), prefix) != 0)
-        return false;
-    for (std::size_t i = 0; i < 36; ++i) {
-        const char c = name[prefix.size() + i];
-        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
-        if (dash ? c != '-' : !((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')))
-            return false;
-    }
-    return true;
-}
-
 void writeAll(int descriptor, const std::string &text, const fs::path &shown)
 {
     for (std::size_t written = 0; written < text.size();) {
@@ -106,7 +90,7 @@ std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
     AppDiagnostics &log = AppDiagnostics::shared();
     for (const auto &[staging, target] : liveEntries(readAll(file.get()))) {
         struct stat info {};
-        if (!stagingPath(staging) || ::lstat(staging.c_str(), &info) != 0)
+        if (!isStagingPath(staging) || ::lstat(staging.c_str(), &info) != 0)
             continue;
         const std::string fields = " staging=" + staging + " target=" + target;
         try {

@@ -28,9 +28,10 @@ TextDocument TextDocument::load(const Path &url)
 TextDocument::SaveMethod TextDocument::save()
 {
     const QByteArray bytes = text.toUtf8();
-    const ContentsWrite method = replaceContents(
-        url, std::string_view(original.constData(), std::size_t(original.size())),
-        std::string_view(bytes.constData(), std::size_t(bytes.size())), detail::journaledStaging());
+    const ContentsWrite method =
+        replaceContents(url, std::string_view(original.constData(), std::size_t(original.size())),
+                        std::string_view(bytes.constData(), std::size_t(bytes.size())),
+                        detail::journaledStaging(), detail::journaledBackups());
     if (method == ContentsWrite::changedOnDisk)
         throw CommanderError("This file changed on disk. Save was stopped to preserve the external changes.");
     original = bytes;

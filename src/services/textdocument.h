@@ -33,9 +33,10 @@ struct TextDocument {
     // Writes `text` as UTF-8 if the file still holds `original`, then takes the
     // written bytes as `original`. Throws CommanderError "This file changed on
     // disk. Save was stopped to preserve the external changes." and PosixError;
-    // a failed save changes neither the file nor the document. The result says
-    // whether the file was replaced whole or, to keep its links, owner or
-    // attributes, written in place.
+    // a failed save changes neither the file nor the document, so it can be
+    // retried. The result says whether the file was replaced whole or, to keep
+    // its links, owner or attributes, written in place; then a journaled copy of
+    // the old bytes stands in for the file until the new ones are flushed.
     SaveMethod save();
 };
 

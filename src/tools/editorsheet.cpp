@@ -23,18 +23,23 @@ namespace quillorn {
 
 namespace {
 
-QString methodStatus(TextDocument::SaveMethod method)
+// Why a save cannot replace the file whole, said once per document: later
+// saves of it take the same route and just say "Saved".
+QString inPlaceReason(TextDocument::SaveMethod method)
 {
     switch (method) {
     case ContentsWrite::inPlaceLinked:
-        return QStringLiteral("Saved in place: the file has other hard links, which keep sharing it.");
+        return QStringLiteral("This file has other hard links, so it is saved in place with a backup.");
     case ContentsWrite::inPlaceFolderClosed:
-        return QStringLiteral("Saved in place: its folder does not allow a new file, so the file was "
-                              "overwritten directly.");
+        return QStringLiteral(
+            "This file\u2019s folder does not allow new files, so it is saved in place with a "
+            "backup.");
     case ContentsWrite::inPlaceMetadata:
-        return QStringLiteral("Saved in place: a new file could not keep its owner or attributes.");
+        return QStringLiteral(
+            "Its volume cannot give a new file this file\u2019s owner or mode, so it is saved "
+            "in place with a backup.");
     default:
-        return QStringLiteral("Saved");
+        return QString();
     }
 }
 
@@ -210,7 +215,10 @@ void EditorSheet::saved(TextDocument document, TextDocument::SaveMethod method)
     m_document = std::move(document);
     m_loadedShown = m_lines->shown(m_document->text);
     m_dirty = m_shown != m_loadedShown;
-    setStatus(methodStatus(method));
+    const QString reason = inPlaceReason(method);
+    const bool tell = !reason.isEmpty() && !m_toldInPlace;
+    m_toldInPlace = m_toldInPlace || tell;
+    setStatus(tell ? reason : QStringLiteral("Saved"));
     setSaving(false);
 }
 

@@ -96,6 +96,7 @@ private:
     bool m_saving = false;
     bool m_filling = false;
     bool m_published = false;
+    bool m_toldInPlace = false; // why saves are not atomic was said
     QString m_status = loadingStatus;
 
     QLabel *m_title = nullptr;

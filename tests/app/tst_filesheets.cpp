@@ -168,6 +168,30 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
     }
 
+    void editorSaysOnceWhyAFileWithOtherLinksIsSavedInPlace()
+    {
+        TestTree elsewhere;
+        const fs::path link = elsewhere / "c link.txt";
+        fs::create_hard_link(*m_f.tree / "Left/c.txt", link);
+        auto *sheet = openFromLeft<EditorSheet>("c.txt", Qt::Key_F4);
+        QVERIFY(sheet);
+        auto *editor = sheet->findChild<QPlainTextEdit *>("textEditor");
+        QTRY_VERIFY(editor->isEnabled());
+        const std::pair<QString, QString> saves[] = {
+            {"1", "This file has other hard links, so it is saved in place with a backup."},
+            {"2", "Saved"},
+        };
+        for (const auto &[typed, status] : saves) {
+            type(editor, typed);
+            QTest::keyClick(editor, Qt::Key_S, Qt::ControlModifier);
+            QTRY_VERIFY(!sheet->saving());
+            QCOMPARE(sheet->status(), status);
+        }
+        QCOMPARE(QString::fromStdString(TestTree::read(link)), "12x");
+        QCOMPARE(std::distance(fs::directory_iterator(*m_f.tree / "Left"), fs::directory_iterator()),
+                 5); // no copy of the old bytes left beside it
+    }
+
     void connectSheetHandsOnlyServerAddressesWithoutCredentialsToTheDesktop()
     {
         TestTree bin;

@@ -58,6 +58,7 @@ struct WindowFixture {
     {
         qputenv("XDG_DATA_HOME", QByteArray::fromStdString((home / "data").string()));
         qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString((home / "config").string()));
+        qputenv("XDG_STATE_HOME", QByteArray::fromStdString((home / "state").string())); // save journals
         tree = std::make_unique<TestTree>();
         for (const char *folder : {"Left/alpha", "Right/Archive"})
             tree->folder(folder);

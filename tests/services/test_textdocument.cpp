@@ -3,6 +3,7 @@
 #include "testtree.h"
 
 #include "operations/commandererror.h"
+#include "operations/savebackupjournal.h"
 #include "operations/stagingjournal.h"
 #include "platform/posix/posixerror.h"
 #include "services/textdocument.h"
@@ -21,9 +22,10 @@ namespace fs = std::filesystem;
 
 namespace {
 
-// The shared staging journal, made on first use, in a fresh folder.
-const TestTree stateTree;
+// The shared journals and the log, made on first use, in fresh folders.
+const TestTree stateTree, dataTree;
 const bool stateHome = ::setenv("XDG_STATE_HOME", stateTree.root().c_str(), 1) == 0;
+const bool dataHome = ::setenv("XDG_DATA_HOME", dataTree.root().c_str(), 1) == 0;
 
 const std::string refused =
     "The editor supports regular UTF-8 files up to 8 MB. Open other files in their associated application.";
@@ -166,7 +168,8 @@ TEST(TextDocumentSave, aFullDiskLeavesTheOriginalWhole)
 // The driver saving a file under strace (killed at one system call) or as another user.
 class SaveDriver : public Test {
 protected:
-    std::pair<int, std::string> save(const std::string &prefix, const std::string &text)
+    std::pair<int, std::string> save(const std::string &prefix, const std::string &text,
+                                     const std::string &mode = {})
     {
         const fs::path input = m_tree.file("input/new.txt", text);
         fs::permissions(input.parent_path(), fs::perms(0755));
@@ -175,58 +178,215 @@ protected:
         const std::string out =
             runCommand("ASAN_OPTIONS=detect_leaks=0 XDG_STATE_HOME=" + shellQuote(m_state.string()) + " " +
                            prefix + " " + QUILLORN_TEXTDOCUMENT_DRIVER " " + shellQuote(m_file.string()) +
-                           " " + shellQuote(input.string()) + " 2>&1; exit $?",
+                           " " + shellQuote(input.string()) + " " + mode + " 2>&1; exit $?",
                        &status);
         return {status, out};
     }
 
-    TestTree m_tree;
-    fs::path m_file = m_tree.file("docs/file.txt", std::string(3 * 1024 * 1024, 'o'));
-    fs::path m_state = m_tree.folder("state");
-    const std::string m_asNobody = "setpriv --reuid=nobody --regid=nogroup --clear-groups";
-};
-
-TEST_F(SaveDriver, killedAtTheWriteTheFlushOrTheRenameLeavesTheOldOrTheNewBytes)
-{
-    if (std::system("strace -V >/dev/null 2>&1") != 0)
-        GTEST_SKIP() << "strace is not installed";
-    const std::string old(3 * 1024 * 1024, 'o'), fresh(3 * 1024 * 1024, 'n');
-    // Which of these calls, counted from the first, a save makes on its hidden
-    // file for the nth time: the staging journal writes, flushes and renames too.
-    const auto onStaging = [&](const std::string &calls, int nth) {
+    // Which of these calls, counted from the first, a save of `text` makes for
+    // the nth time on an item whose path holds `on` (as strace -y shows it); -1
+    // when it makes none. `prefix` goes before the driver, as in save().
+    int callNumber(const std::string &calls, const std::string &on, int nth, const std::string &text,
+                   const std::string &prefix = {})
+    {
         const fs::path trace = m_tree / "trace";
-        save("strace -f -qq -y -o " + shellQuote(trace.string()) + " -e trace=" + calls, fresh);
-        m_tree.file("docs/file.txt", old);
+        save("strace -f -qq -y -o " + shellQuote(trace.string()) + " -e trace=" + calls + " " + prefix, text);
         std::istringstream lines(TestTree::read(trace));
         int count = 0;
         for (std::string line; std::getline(lines, line);) {
             if (line.find('(') == std::string::npos)
                 continue;
             ++count;
-            if (line.find("/.quillorn-") != std::string::npos ||
-                line.find("\".quillorn-") != std::string::npos)
-                if (--nth == 0)
-                    return count;
+            if (line.find(on) != std::string::npos && --nth == 0)
+                return count;
         }
         return -1;
-    };
+    }
+
+    static bool haveStrace() { return std::system("strace -V >/dev/null 2>&1") == 0; }
+
+    // The hidden items (".quillorn-...") in folder.
+    static std::vector<fs::path> hidden(const fs::path &folder)
+    {
+        std::vector<fs::path> found;
+        if (fs::exists(folder))
+            for (const auto &entry : fs::directory_iterator(folder))
+                if (entry.path().filename().string().starts_with(".quillorn-"))
+                    found.push_back(entry.path());
+        return found;
+    }
+
+    std::string log() const { return TestTree::read(dataTree / "Quillorn/Logs/Quillorn.log"); }
+
+    TestTree m_tree;
+    const std::string m_old = std::string(3 * 1024 * 1024, 'o'), m_fresh = std::string(3 * 1024 * 1024, 'n');
+    fs::path m_file = m_tree.file("docs/file.txt", m_old);
+    fs::path m_state = m_tree.folder("state");
+    const std::string m_asNobody = "setpriv --reuid=nobody --regid=nogroup --clear-groups";
+    // The number the driver prints for a save written in place because of other links.
+    const std::string m_linked = std::to_string(int(ContentsWrite::inPlaceLinked)) + "\n";
+};
+
+TEST_F(SaveDriver, killedAtTheWriteTheFlushOrTheRenameLeavesTheOldOrTheNewBytes)
+{
+    if (!haveStrace())
+        GTEST_SKIP() << "strace is not installed";
+    // The staging journal writes, flushes and renames too: the calls are counted on the hidden file.
     for (const auto &[calls, nth] :
          {std::pair<std::string, int>{"pwrite64", 2}, {"fsync", 1}, {"rename,renameat,renameat2", 1}}) {
-        const int when = onStaging(calls, nth);
+        const int when = callNumber(calls, ".quillorn-", nth, m_fresh);
+        m_tree.file("docs/file.txt", m_old);
         ASSERT_GT(when, 0) << calls;
         const std::string inject = calls + ":signal=KILL:when=" + std::to_string(when);
-        EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject, fresh).first, 128 + SIGKILL)
+        EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject, m_fresh).first, 128 + SIGKILL)
             << inject;
         const std::string now = TestTree::read(m_file);
-        EXPECT_TRUE(now == old || now == fresh) << inject;
+        EXPECT_TRUE(now == m_old || now == m_fresh) << inject;
         // Killed with its hidden file made: the next start removes it.
         EXPECT_EQ(names(m_file.parent_path()).size(), 2u) << inject;
         StagingJournal(m_state / "Quillorn").recover();
         EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"}) << inject;
-        m_tree.file("docs/file.txt", old);
+        m_tree.file("docs/file.txt", m_old);
     }
-    EXPECT_EQ(save("", fresh), std::pair(0, std::string("1\n")));
-    EXPECT_EQ(TestTree::read(m_file), fresh);
+    EXPECT_EQ(save("", m_fresh), std::pair(0, std::string("1\n")));
+    EXPECT_EQ(TestTree::read(m_file), m_fresh);
+}
+
+TEST_F(SaveDriver, anInPlaceWriteThatFailsPutsTheOldBytesBackAndCanBeRetried)
+{
+    if (!haveStrace())
+        GTEST_SKIP() << "strace is not installed";
+    const fs::path link = m_tree / "docs/link.txt";
+    fs::create_hard_link(m_file, link);
+    // The second of the three 1 MiB writes into the file itself: the first is on disk by then.
+    const int when = callNumber("pwrite64", "/docs/file.txt>", 2, m_fresh);
+    m_tree.file("docs/file.txt", m_old);
+    ASSERT_GT(when, 0);
+    const std::string failing =
+        "strace -f -qq -o /dev/null -e inject=pwrite64:error=EIO:when=" + std::to_string(when);
+
+    const auto [status, out] = save(failing, m_fresh);
+    EXPECT_EQ(status, 1);
+    EXPECT_THAT(out, HasSubstr("Input/output error"));
+    EXPECT_TRUE(TestTree::read(m_file) == m_old) << "the file holds neither the old bytes nor the new ones";
+    EXPECT_EQ(names(m_file.parent_path()),
+              (std::vector<std::string>{"file.txt", "link.txt"})); // no copy left
+    EXPECT_TRUE(hidden(m_state / "Quillorn/Backups").empty());
+
+    // The same document saved again after the failure: the disk still holds what it last saw.
+    m_tree.file("docs/file.txt", m_old);
+    const auto [again, retried] = save(failing, m_fresh, "retry");
+    EXPECT_EQ(again, 0);
+    EXPECT_THAT(retried, EndsWith("error\n" + m_linked));
+    EXPECT_TRUE(TestTree::read(link) == m_fresh);
+    EXPECT_EQ(names(m_file.parent_path()), (std::vector<std::string>{"file.txt", "link.txt"}));
+}
+
+TEST_F(SaveDriver, aSaveKilledWhileWritingInPlaceGetsTheOldBytesBackAtTheNextStart)
+{
+    if (!haveStrace())
+        GTEST_SKIP() << "strace is not installed";
+    const fs::path link = m_tree / "docs/link.txt";
+    fs::create_hard_link(m_file, link);
+    struct Case {
+        std::string calls, on;
+        int nth;
+        std::string after, logged;
+    };
+    const Case cases[] = {
+        // Half the new bytes written: the old ones come back.
+        {"pwrite64", "/docs/file.txt>", 2, m_old, "SAVE RESTORED"},
+        // All written, not yet flushed: they stay.
+        {"fsync", "/docs/file.txt>", 1, m_fresh, "SAVE KEPT"},
+        // The copy half made, the file never touched: the copy goes.
+        {"pwrite64", "/docs/.quillorn-", 2, m_old, "SAVE BACKUP DROPPED"},
+    };
+    for (const Case &each : cases) {
+        const int when = callNumber(each.calls, each.on, each.nth, m_fresh);
+        m_tree.file("docs/file.txt", m_old);
+        ASSERT_GT(when, 0) << each.logged;
+        const std::string inject = each.calls + ":signal=KILL:when=" + std::to_string(when);
+        EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject, m_fresh).first, 128 + SIGKILL)
+            << inject;
+        const std::vector<fs::path> copies = hidden(m_file.parent_path());
+        ASSERT_EQ(copies.size(), 1u) << inject;
+
+        const std::vector<fs::path> restored = SaveBackupJournal(m_state / "Quillorn").recover();
+        EXPECT_EQ(restored.size(), each.logged == "SAVE RESTORED" ? 1u : 0u) << inject;
+        EXPECT_TRUE(TestTree::read(link) == each.after) << inject;
+        EXPECT_EQ(names(m_file.parent_path()), (std::vector<std::string>{"file.txt", "link.txt"})) << inject;
+        EXPECT_THAT(log(),
+                    HasSubstr(each.logged + " path=" + m_file.string() + " backup=" + copies[0].string()))
+            << inject;
+        // Settled once: the journal is gone, and a second start finds nothing.
+        EXPECT_TRUE(SaveBackupJournal(m_state / "Quillorn").recover().empty()) << inject;
+        m_tree.file("docs/file.txt", m_old);
+    }
+    EXPECT_EQ(save("", m_fresh), std::pair(0, m_linked));
+    EXPECT_TRUE(TestTree::read(link) == m_fresh);
+}
+
+TEST_F(SaveDriver, aBackupWhoseFolderTakesNoNewFileGoesToTheStateFolder)
+{
+    if (!haveStrace())
+        GTEST_SKIP() << "strace is not installed";
+    for (const fs::path &item : {m_tree.root(), m_file.parent_path()})
+        fs::permissions(item, fs::perms(0755));
+    fs::permissions(m_file, fs::perms(0666)); // root's file in root's folder, which nobody may write to
+    ::chown(m_state.c_str(), 65534, 65534);
+    const int when = callNumber("pwrite64", "/docs/file.txt>", 2, m_fresh, m_asNobody);
+    m_tree.file("docs/file.txt", m_old);
+    if (when < 0 && save(m_asNobody, "x").second.starts_with("setpriv:"))
+        GTEST_SKIP() << "cannot switch to the user nobody";
+    ASSERT_GT(when, 0);
+    const std::string inject = "pwrite64:signal=KILL:when=" + std::to_string(when);
+    EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject + " " + m_asNobody, m_fresh).first,
+              128 + SIGKILL);
+    EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"});
+    const std::vector<fs::path> copies = hidden(m_state / "Quillorn/Backups");
+    ASSERT_EQ(copies.size(), 1u);
+    EXPECT_TRUE(TestTree::read(copies[0]) == m_old);
+
+    EXPECT_EQ(SaveBackupJournal(m_state / "Quillorn").recover(), std::vector<fs::path>{m_file});
+    EXPECT_TRUE(TestTree::read(m_file) == m_old);
+    EXPECT_TRUE(hidden(m_state / "Quillorn/Backups").empty());
+}
+
+TEST_F(SaveDriver, aFatVolumeIsWrittenInPlaceWithABackupBesideTheFile)
+{
+    if (!haveStrace())
+        GTEST_SKIP() << "strace is not installed";
+    if (runCommand("PATH=$PATH:/usr/sbin:/sbin; command -v fusefat && command -v mkfs.vfat && echo yes")
+            .find("yes") == std::string::npos)
+        GTEST_SKIP() << "fusefat or mkfs.vfat is not installed (packages fusefat, dosfstools)";
+    if (!runningAsRoot())
+        GTEST_SKIP() << "needs root to mount a file system";
+    const fs::path image = m_tree / "fat.img", where = m_tree.folder("fat");
+    runCommand("truncate -s 16M " + shellQuote(image) + " && PATH=$PATH:/usr/sbin:/sbin mkfs.vfat " +
+               shellQuote(image));
+    std::optional<ScopedMount> volume;
+    try {
+        volume.emplace(
+            ScopedMount::byCommand("fusefat -o rw+ " + shellQuote(image) + " " + shellQuote(where), where));
+    } catch (const std::exception &error) {
+        GTEST_SKIP() << "this machine refuses the mount: " << error.what();
+    }
+    m_file = m_tree.file("fat/file.txt", m_old);
+    const int when = callNumber("pwrite64", "/fat/file.txt>", 2, m_fresh);
+    fs::remove(m_file); // fusefat refuses to cut a file short, so it is made afresh
+    m_tree.file("fat/file.txt", m_old);
+    ASSERT_GT(when, 0);
+    EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=pwrite64:signal=KILL:when=" + std::to_string(when),
+                   m_fresh)
+                  .first,
+              128 + SIGKILL);
+    ASSERT_EQ(hidden(where).size(), 1u);
+    EXPECT_EQ(SaveBackupJournal(m_state / "Quillorn").recover(), std::vector<fs::path>{m_file});
+    EXPECT_TRUE(TestTree::read(m_file) == m_old);
+    EXPECT_EQ(names(where), std::vector<std::string>{"file.txt"});
+
+    EXPECT_EQ(save("", m_fresh), std::pair(0, std::to_string(int(ContentsWrite::inPlaceMetadata)) + "\n"));
+    EXPECT_TRUE(TestTree::read(m_file) == m_fresh);
 }
 
 TEST_F(SaveDriver, aFolderThatTakesNoNewFileOrAnOwnerThatCannotBeKeptIsWrittenInPlace)
@@ -234,6 +394,7 @@ TEST_F(SaveDriver, aFolderThatTakesNoNewFileOrAnOwnerThatCannotBeKeptIsWrittenIn
     for (const fs::path &item : {m_tree.root(), m_file.parent_path()})
         fs::permissions(item, fs::perms(0755));
     fs::permissions(m_file, fs::perms(0666)); // root's file, which nobody may write
+    ::chown(m_state.c_str(), 65534, 65534);
     const auto [status, out] = save(m_asNobody, "by nobody\n");
     if (out.starts_with("setpriv:"))
         GTEST_SKIP() << "cannot switch to the user nobody: " << out;
@@ -250,4 +411,25 @@ TEST_F(SaveDriver, aFolderThatTakesNoNewFileOrAnOwnerThatCannotBeKeptIsWrittenIn
     EXPECT_EQ(info.st_uid, 0u);
     EXPECT_EQ(TestTree::read(m_file), "again\n");
     EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"});
+}
+
+TEST(SaveBackupJournalRecovery, aRunningOwnersCopyIsNeverTouchedAndAGoneOnesIsPutBack)
+{
+    TestTree tree;
+    const fs::path file = tree.file("half written.txt", "new bytes");
+    const fs::path copy = tree.file(".quillorn-0F4C2A9E-5B7D-4E21-9C3A-7D1E8F2B6A40", "old bytes");
+    struct stat info {};
+    ASSERT_EQ(::lstat(file.c_str(), &info), 0);
+    auto running = std::make_unique<SaveBackupJournal>(tree / "state");
+    running->add(copy, file);
+    running->ready({copy, file, std::uint64_t(info.st_ino), 9, 5, contentsDigest("whole")});
+
+    EXPECT_TRUE(SaveBackupJournal(tree / "state").recover().empty());
+    EXPECT_EQ(TestTree::read(file), "new bytes");
+    EXPECT_TRUE(fs::exists(copy));
+
+    running.reset(); // its lock goes with it, as with a process that ends
+    EXPECT_EQ(SaveBackupJournal(tree / "state").recover(), std::vector<fs::path>{file});
+    EXPECT_EQ(TestTree::read(file), "old bytes");
+    EXPECT_FALSE(fs::exists(copy));
 }

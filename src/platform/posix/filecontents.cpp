@@ -3,11 +3,13 @@
 #include "platform/posix/filedescriptor.h"
 #include "platform/posix/metadata.h"
 #include "platform/posix/posixerror.h"
+#include "platform/posix/privatefolder.h"
 #include "platform/posix/renaming.h"
 #include "platform/posix/stagingname.h"
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -105,8 +107,110 @@ private:
     Path m_path;
 };
 
+// The old bytes in a file of their own, for as long as the file itself holds
+// neither them nor the new ones whole. Made beside the file when its folder
+// takes it, else in the watch's spare folder; recorded before it is made and
+// again once it is whole; removed (and forgotten) when this goes unless kept.
+class Backup {
+public:
+    Backup(int folder, bool besideFile, const Path &target, const struct stat &file, std::string_view old,
+           std::string_view fresh, const BackupWatch &watch)
+        : m_watch(watch)
+    {
+        // Without a record nobody would look for the copy after a crash, and
+        // a failed write puts back the old bytes from memory.
+        if (!watch.ready)
+            return;
+        const Path absolute = std::filesystem::absolute(target).lexically_normal();
+        int error = besideFile ? make(folder, absolute.parent_path(), absolute, old) : EACCES;
+        if (error != 0 && !watch.spareFolder.empty()) {
+            m_spare = openPrivateFolder(watch.spareFolder);
+            error = make(m_spare.get(), watch.spareFolder, absolute, old);
+        }
+        if (error != 0)
+            throwPosixError(m_path.empty() ? absolute : m_path, error);
+        try {
+            watch.ready({m_path, absolute, std::uint64_t(file.st_ino), old.size(), fresh.size(),
+                         contentsDigest(fresh)});
+        } catch (...) {
+            remove();
+            throw;
+        }
+    }
+    ~Backup()
+    {
+        if (!m_kept)
+            remove();
+    }
+    Backup(const Backup &) = delete;
+    Backup &operator=(const Backup &) = delete;
+
+    // The file holds neither the old bytes nor the new ones: the copy and its
+    // record stay for the next start.
+    void keep() { m_kept = true; }
+
+private:
+    // 0, or the errno that kept the copy from being made whole here.
+    int make(int folder, const Path &folderPath, const Path &target, std::string_view old)
+    {
+        m_name = stagingName();
+        m_path = folderPath / m_name;
+        if (m_watch.adding)
+            m_watch.adding(m_path, target);
+        const FileDescriptor copy(
+            ::openat(folder, m_name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+        if (!copy) {
+            const int error = errno;
+            if (m_watch.done)
+                m_watch.done(m_path);
+            return error;
+        }
+        m_folder = folder;
+        try {
+            writeAll(copy.get(), old, 0, m_path);
+            flush(copy.get(), m_path);
+            // Its name must survive a power cut as surely as its bytes.
+            if (::fsync(folder) != 0 && errno != EBADF && errno != EINVAL)
+                throwPosixError(m_path);
+        } catch (const PosixError &error) {
+            remove();
+            return error.code().value();
+        }
+        return 0;
+    }
+
+    void remove()
+    {
+        if (m_folder < 0)
+            return;
+        // Forgotten even if the unlink fails: a record left live would give this
+        // file these old bytes again at the next start, over later saves.
+        ::unlinkat(m_folder, m_name.c_str(), 0);
+        m_folder = -1;
+        if (m_watch.done)
+            m_watch.done(m_path);
+    }
+
+    const BackupWatch &m_watch;
+    FileDescriptor m_spare;
+    int m_folder = -1; // where the copy is, while it exists
+    std::string m_name;
+    Path m_path;
+    bool m_kept = false;
+};
+
+// Writes bytes over the start of the open file and cuts it to their length.
+void overwrite(int file, std::string_view bytes, off_t oldSize, const Path &shown)
+{
+    writeAll(file, bytes, 0, shown);
+    if (off_t(bytes.size()) < oldSize && ::ftruncate(file, off_t(bytes.size())) != 0)
+        throwPosixError(shown);
+    flush(file, shown);
+}
+
 ContentsWrite writeInPlace(int folder, const std::string &name, const struct stat &before,
-                           std::string_view bytes, ContentsWrite method, const Path &shown)
+                           std::string_view old, std::string_view bytes, ContentsWrite method,
+                           const Path &shown, const BackupWatch &backups)
 {
     const FileDescriptor file(
         ::openat(folder, name.c_str(), O_WRONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
@@ -125,10 +229,19 @@ ContentsWrite writeInPlace(int folder, const std::string &name, const struct sta
         ::fallocate(file.get(), FALLOC_FL_KEEP_SIZE, 0, off_t(bytes.size())) != 0 && errno != EOPNOTSUPP &&
         errno != ENOSYS)
         throwPosixError(shown);
-    writeAll(file.get(), bytes, 0, shown);
-    if (off_t(bytes.size()) < before.st_size && ::ftruncate(file.get(), off_t(bytes.size())) != 0)
-        throwPosixError(shown);
-    flush(file.get(), shown);
+    Backup backup(folder, method != ContentsWrite::inPlaceFolderClosed, shown, now, old, bytes, backups);
+    try {
+        overwrite(file.get(), bytes, before.st_size, shown);
+    } catch (...) {
+        // The old bytes are still in memory, the same as the copy's: put back at once,
+        // so the disk again holds what the document last saw and a retry is not refused.
+        try {
+            overwrite(file.get(), old, std::max(off_t(bytes.size()), before.st_size), shown);
+        } catch (...) {
+            backup.keep();
+        }
+        throw;
+    }
     return method;
 }
 
@@ -151,7 +264,8 @@ bool prepareReplacement(int folder, const std::string &name, const std::string &
 }
 
 ContentsWrite replaceThroughNewFile(int folder, const std::string &name, const struct stat &before,
-                                    std::string_view bytes, const Path &shown, const StagingWatch &watch)
+                                    std::string_view old, std::string_view bytes, const Path &shown,
+                                    const StagingWatch &watch, const BackupWatch &backups)
 {
     const Staged staged(shown, watch);
     const std::string temporary = staged.name();
@@ -159,13 +273,15 @@ ContentsWrite replaceThroughNewFile(int folder, const std::string &name, const s
         ::openat(folder, temporary.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!made) {
         if (errno == EACCES || errno == EPERM || errno == EROFS)
-            return writeInPlace(folder, name, before, bytes, ContentsWrite::inPlaceFolderClosed, shown);
+            return writeInPlace(folder, name, before, old, bytes, ContentsWrite::inPlaceFolderClosed, shown,
+                                backups);
         throwPosixError(shown);
     }
     try {
         if (!prepareReplacement(folder, name, temporary, made.get(), before, bytes, shown)) {
             ::unlinkat(folder, temporary.c_str(), 0);
-            return writeInPlace(folder, name, before, bytes, ContentsWrite::inPlaceMetadata, shown);
+            return writeInPlace(folder, name, before, old, bytes, ContentsWrite::inPlaceMetadata, shown,
+                                backups);
         }
         // The last look before the old file goes: what changed while the new one was written is kept.
         struct stat now {};
@@ -224,7 +340,7 @@ std::optional<std::string> readRegularFile(const Path &file, std::size_t limit)
 }
 
 ContentsWrite replaceContents(const Path &file, std::string_view expected, std::string_view bytes,
-                              const StagingWatch &watch)
+                              const StagingWatch &watch, const BackupWatch &backups)
 {
     const FileDescriptor folder = openFolder(file.parent_path());
     const std::string name = file.filename().string();
@@ -242,8 +358,55 @@ ContentsWrite replaceContents(const Path &file, std::string_view expected, std::
     if (readAll(current.get(), expected.size(), expected.size(), file) != expected)
         return ContentsWrite::changedOnDisk;
     if (before.st_nlink > 1)
-        return writeInPlace(folder.get(), name, before, bytes, ContentsWrite::inPlaceLinked, file);
-    return replaceThroughNewFile(folder.get(), name, before, bytes, file, watch);
+        return writeInPlace(folder.get(), name, before, expected, bytes, ContentsWrite::inPlaceLinked, file,
+                            backups);
+    return replaceThroughNewFile(folder.get(), name, before, expected, bytes, file, watch, backups);
+}
+
+std::uint64_t contentsDigest(std::string_view bytes)
+{
+    std::uint64_t digest = 0xcbf29ce484222325u;
+    for (const char byte : bytes) {
+        digest ^= std::uint8_t(byte);
+        digest *= 0x100000001b3u;
+    }
+    return digest;
+}
+
+BackupOutcome recoverInPlaceWrite(const InPlaceBackup &record)
+{
+    const FileDescriptor copy(::open(record.backup.c_str(), readFlags));
+    if (!copy) {
+        if (errno == ENOENT)
+            return BackupOutcome::missing;
+        throwPosixError(record.backup);
+    }
+    BackupOutcome outcome = BackupOutcome::superseded;
+    const FileDescriptor file(
+        ::open(record.target.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    if (!file && errno != ENOENT && errno != ELOOP)
+        throwPosixError(record.target);
+    struct stat info {};
+    if (file && ::fstat(file.get(), &info) != 0)
+        throwPosixError(record.target);
+    if (file && S_ISREG(info.st_mode) && std::uint64_t(info.st_ino) == record.inode) {
+        const std::string now = std::uint64_t(info.st_size) == record.newSize
+                                    ? readAll(file.get(), record.newSize, record.newSize, record.target)
+                                    : std::string();
+        if (std::uint64_t(info.st_size) == record.newSize && now.size() == record.newSize &&
+            contentsDigest(now) == record.newDigest) {
+            outcome = BackupOutcome::completed;
+        } else {
+            const std::string old = readAll(copy.get(), record.oldSize, record.oldSize, record.backup);
+            if (old.size() != record.oldSize)
+                throwPosixError(record.backup, EBADMSG);
+            overwrite(file.get(), old, info.st_size, record.target);
+            outcome = BackupOutcome::restored;
+        }
+    }
+    if (::unlink(record.backup.c_str()) != 0 && errno != ENOENT)
+        throwPosixError(record.backup);
+    return outcome;
 }
 
 void createFile(const Path &file, std::string_view bytes, const StagingWatch &watch)

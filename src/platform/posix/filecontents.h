@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
@@ -24,6 +25,34 @@ struct StagingWatch {
     std::function<void(const std::filesystem::path &staging)> done;
 };
 
+// A file being overwritten in place and the copy of its old bytes that stands
+// in for it until the new bytes are flushed: what the next start needs to put a
+// killed save right.
+struct InPlaceBackup {
+    std::filesystem::path backup, target;
+    std::uint64_t inode = 0;     // the target's: only that file ever gets the old bytes back
+    std::uint64_t oldSize = 0;   // the copy's length
+    std::uint64_t newSize = 0;   // of the bytes written in its place
+    std::uint64_t newDigest = 0; // contentsDigest of them: a file that holds them got its whole write
+};
+
+// Told of the copy an in-place write makes of the old bytes. A killed process
+// leaves the copy and its record: the next start gives the file its old bytes
+// back (recoverInPlaceWrite). Without `ready` no copy is made.
+struct BackupWatch {
+    // Where the copy goes when the file's own folder takes no new file (or no
+    // more bytes); a private folder of the user's, made when first needed.
+    std::filesystem::path spareFolder;
+    // Before a copy is made under that name: one left half made is only removed.
+    std::function<void(const std::filesystem::path &backup, const std::filesystem::path &target)> adding;
+    // Once the copy is whole and flushed, before the file's first byte is
+    // overwritten. Must be durable when it returns; throwing stops the save with
+    // the file untouched.
+    std::function<void(const InPlaceBackup &record)> ready;
+    // Once the copy has gone (or was never made).
+    std::function<void(const std::filesystem::path &backup)> done;
+};
+
 // How replaceContents wrote, or why it did not.
 enum class ContentsWrite {
     changedOnDisk, // the file no longer held `expected` (or is no longer a regular file): nothing written
@@ -41,13 +70,35 @@ enum class ContentsWrite {
 // ones. Where that would lose something the user relies on (other hard links,
 // the owner, an attribute) or the folder takes no new file, the file's own
 // bytes are overwritten instead, once the new bytes are all in memory and the
-// space for them is reserved, then flushed.
+// space for them is reserved and, when `backups` asks for one, a flushed copy of
+// the old bytes is on disk, then flushed. If that write fails, the old bytes are
+// put back at once; if the process is killed meanwhile, the copy stays for the
+// next start.
 //
 // A final symbolic link is never followed: a link now at that name counts as a
 // change. Throws PosixError naming the file when it cannot be read or written
 // (a deleted file, a full disk: the old contents stay).
 ContentsWrite replaceContents(const std::filesystem::path &file, std::string_view expected,
-                              std::string_view bytes, const StagingWatch &watch = {});
+                              std::string_view bytes, const StagingWatch &watch = {},
+                              const BackupWatch &backups = {});
+
+// A 64-bit fingerprint of bytes (FNV-1a), the same in every process.
+std::uint64_t contentsDigest(std::string_view bytes);
+
+// What recoverInPlaceWrite did with a copy a killed write left.
+enum class BackupOutcome {
+    missing,    // the copy no longer exists: nothing done
+    restored,   // the file was given the old bytes back
+    completed,  // the file already held exactly the new bytes and keeps them
+    superseded, // the name no longer holds that file: it is left alone
+};
+
+// Settles an in-place write a killed process left: unless the file already holds
+// exactly the new bytes, the copy's bytes are written back into the file itself
+// (keeping its links, owner and mode) and flushed; then the copy is removed.
+// Throws PosixError when the copy or the file cannot be read or written (the
+// copy then stays), EBADMSG when the copy is not of the recorded length.
+BackupOutcome recoverInPlaceWrite(const InPlaceBackup &record);
 
 // Creates `file` holding `bytes`, never replacing an item of that name: the
 // bytes are written and flushed under a hidden name in the same folder, which

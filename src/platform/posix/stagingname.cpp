@@ -34,4 +34,20 @@ std::string stagingName()
     return text;
 }
 
+bool isStagingPath(const std::filesystem::path &path)
+{
+    const std::string name = path.filename().native();
+    constexpr std::string_view prefix = ".quillorn-";
+    if (!path.is_absolute() || path != path.lexically_normal() || name.size() != prefix.size() + 36 ||
+        name.compare(0, prefix.size(), prefix) != 0)
+        return false;
+    for (std::size_t i = 0; i < 36; ++i) {
+        const char c = name[prefix.size() + i];
+        const bool dash = i == 8 || i == 13 || i == 18 || i == 23;
+        if (dash ? c != '-' : !((c >= '0' && c <= '9') || (c >= 'A' && c <= 'F')))
+            return false;
+    }
+    return true;
+}
+
 } // namespace quillorn

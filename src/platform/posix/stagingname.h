@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <string>
 
 namespace quillorn {
@@ -9,5 +10,9 @@ namespace quillorn {
 // records it in the staging journal first, so that the next start removes one
 // that a killed process left behind.
 std::string stagingName();
+
+// Whether path is absolute, normal and ends in exactly such a name: what a
+// journal may remove, whatever else a damaged one says.
+bool isStagingPath(const std::filesystem::path &path);
 
 } // namespace quillorn

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "operations/savebackupjournal.h"
 #include "operations/stagingjournal.h"
 #include "platform/posix/filecontents.h"
 
@@ -13,6 +14,13 @@ inline StagingWatch journaledStaging()
                 StagingJournal::shared().add(staging, target);
             },
             [](const std::filesystem::path &staging) { StagingJournal::shared().remove(staging); }};
+}
+
+// The process's save backup journal as the watch of an in-place write, so that
+// a save a killed process left half written gets its old bytes back at the next start.
+inline BackupWatch journaledBackups()
+{
+    return SaveBackupJournal::shared().watch();
 }
 
 } // namespace quillorn::detail

@@ -1,0 +1,266 @@
+#include "operations/savebackupjournal.h"
+
+#include "operations/appdiagnostics.h"
+#include "platform/posix/filedescriptor.h"
+#include "platform/posix/ownerlocks.h"
+#include "platform/posix/percentencoding.h"
+#include "platform/posix/posixerror.h"
+#include "platform/posix/privatefolder.h"
+#include "platform/posix/stagingname.h"
+#include "platform/posix/userfolders.h"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <sstream>
+
+namespace fs = std::filesystem;
+
+namespace quillorn {
+namespace {
+
+constexpr std::string_view kPrefix = "backup-";
+
+struct Entry {
+    std::string target;
+    std::optional<InPlaceBackup> ready; // none while the copy was still being made
+};
+
+// The live entries a journal's text leaves. A last line without its line feed
+// was being written when the owner died: its call never returned, so the step
+// it records never began (no copy made, or no byte of the file overwritten).
+std::map<std::string, Entry> liveEntries(const std::string &text)
+{
+    std::map<std::string, Entry> live;
+    std::size_t start = 0;
+    for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
+        std::istringstream line(text.substr(start, end - start));
+        std::string verb, backup;
+        line >> verb >> backup;
+        const std::optional<std::string> backupBytes = percentDecoded(backup);
+        if (!backupBytes || backupBytes->empty())
+            continue;
+        if (verb == "add") {
+            std::string target;
+            line >> target;
+            if (const std::optional<std::string> targetBytes = percentDecoded(target); targetBytes)
+                live[*backupBytes] = {*targetBytes, std::nullopt};
+        } else if (verb == "ready") {
+            InPlaceBackup record;
+            line >> record.inode >> record.oldSize >> record.newSize >> record.newDigest;
+            const auto entry = live.find(*backupBytes);
+            if (line && entry != live.end()) {
+                record.backup = *backupBytes;
+                record.target = entry->second.target;
+                entry->second.ready = record;
+            }
+        } else if (verb == "remove") {
+            live.erase(*backupBytes);
+        }
+    }
+    return live;
+}
+
+std::string readAll(int descriptor)
+{
+    std::string text;
+    char buffer[16384];
+    for (ssize_t count; (count = ::read(descriptor, buffer, sizeof buffer)) != 0;) {
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            break;
+        text.append(buffer, static_cast<std::size_t>(count));
+    }
+    return text;
+}
+
+// Settles the entries of a gone owner's journal; false when one must be tried again.
+bool settle(int folder, const std::string &owner, std::vector<fs::path> &restored)
+{
+    const std::string journal = std::string(kPrefix) + owner + ".journal";
+    const FileDescriptor file(::openat(folder, journal.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!file)
+        return true;
+    AppDiagnostics &log = AppDiagnostics::shared();
+    bool settled = true;
+    for (const auto &[backup, entry] : liveEntries(readAll(file.get()))) {
+        if (!isStagingPath(backup))
+            continue;
+        const std::string fields = " path=" + entry.target + " backup=" + backup;
+        try {
+            if (!entry.ready) {
+                // Never finished, so the file was never touched.
+                if (::unlink(backup.c_str()) == 0)
+                    log.record("SAVE BACKUP DROPPED" + fields);
+                else if (errno != ENOENT)
+                    throwPosixError(backup);
+                continue;
+            }
+            switch (recoverInPlaceWrite(*entry.ready)) {
+            case BackupOutcome::missing:
+                break;
+            case BackupOutcome::restored:
+                log.record("SAVE RESTORED" + fields);
+                restored.emplace_back(entry.target);
+                break;
+            case BackupOutcome::completed:
+                log.record("SAVE KEPT" + fields);
+                break;
+            case BackupOutcome::superseded:
+                log.record("SAVE BACKUP DROPPED" + fields);
+                break;
+            }
+        } catch (const std::exception &error) {
+            log.record("SAVE RESTORE FAILED" + fields + " error=" + AppDiagnostics::describe(error));
+            settled = false;
+        }
+    }
+    return settled;
+}
+
+} // namespace
+
+SaveBackupJournal &SaveBackupJournal::shared()
+{
+    // Never destroyed: a save on a worker thread may still record while the process exits.
+    static SaveBackupJournal *const instance = new SaveBackupJournal(stateHome() / "Quillorn");
+    return *instance;
+}
+
+struct SaveBackupJournal::Files {
+    FileDescriptor folder, lock, journal;
+};
+
+SaveBackupJournal::SaveBackupJournal(fs::path folder)
+    : m_folder(std::move(folder)), m_id(newOwnerId()), m_files(std::make_unique<Files>())
+{
+}
+
+SaveBackupJournal::~SaveBackupJournal()
+{
+    if (!m_live.empty() || !m_files->folder)
+        return;
+    for (const char *suffix : {".journal", ".lock"})
+        ::unlinkat(m_files->folder.get(), (std::string(kPrefix) + m_id + suffix).c_str(), 0);
+}
+
+BackupWatch SaveBackupJournal::watch()
+{
+    return {spareFolder(), [this](const fs::path &backup, const fs::path &target) { add(backup, target); },
+            [this](const InPlaceBackup &record) { ready(record); },
+            [this](const fs::path &backup) { remove(backup); }};
+}
+
+void SaveBackupJournal::add(const fs::path &backup, const fs::path &target)
+{
+    std::lock_guard guard(m_lock);
+    open();
+    const std::string record =
+        "add " + percentEncoded(backup.native()) + " " + percentEncoded(target.native()) + "\n";
+    writeRecord(record, true);
+    m_live[backup.native()] = record;
+}
+
+void SaveBackupJournal::ready(const InPlaceBackup &record)
+{
+    std::lock_guard guard(m_lock);
+    const auto entry = m_live.find(record.backup.native());
+    if (entry == m_live.end() || !m_files->journal)
+        throwPosixError(record.backup, ENOENT); // never added: nothing would find it
+    std::ostringstream line;
+    line << "ready " << percentEncoded(record.backup.native()) << ' ' << record.inode << ' ' << record.oldSize
+         << ' ' << record.newSize << ' ' << record.newDigest << '\n';
+    writeRecord(line.str(), true);
+    entry->second += line.str();
+}
+
+void SaveBackupJournal::remove(const fs::path &backup) noexcept
+{
+    std::lock_guard guard(m_lock);
+    if (m_live.erase(backup.native()) == 0 || !m_files->journal)
+        return;
+    try {
+        // Not flushed: a remove lost in a crash leaves an entry whose copy no
+        // longer exists, which recovery passes over.
+        if (m_live.empty()) {
+            if (::ftruncate(m_files->journal.get(), 0) != 0)
+                throwPosixError(m_folder / (std::string(kPrefix) + m_id + ".journal"));
+            return;
+        }
+        writeRecord("remove " + percentEncoded(backup.native()) + "\n", false);
+    } catch (const std::exception &error) {
+        AppDiagnostics::shared().record("SAVE BACKUP JOURNAL FAILED path=" + m_folder.string() +
+                                        " error=" + AppDiagnostics::describe(error));
+    }
+}
+
+void SaveBackupJournal::open()
+{
+    if (m_files->journal)
+        return;
+    if (!m_files->folder)
+        m_files->folder = openPrivateFolder(m_folder);
+    const std::string base = std::string(kPrefix) + m_id;
+    if (!m_files->lock)
+        m_files->lock = takeLock(m_files->folder.get(), base + ".lock", m_folder / (base + ".lock"));
+    FileDescriptor journal(::openat(m_files->folder.get(), (base + ".journal").c_str(),
+                                    O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!journal)
+        throwPosixError(m_folder / (base + ".journal"));
+    // Made afresh from what is live (after a failed write, what was there may be torn).
+    std::string text;
+    for (const auto &[backup, records] : m_live)
+        text += records;
+    m_files->journal = std::move(journal);
+    if (!text.empty())
+        writeRecord(text, true);
+    if (::fsync(m_files->folder.get()) != 0)
+        throwPosixError(m_folder);
+}
+
+void SaveBackupJournal::writeRecord(const std::string &record, bool durable)
+{
+    const fs::path shown = m_folder / (std::string(kPrefix) + m_id + ".journal");
+    const int journal = m_files->journal.get();
+    try {
+        for (std::size_t written = 0; written < record.size();) {
+            const ssize_t count = ::write(journal, record.data() + written, record.size() - written);
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count <= 0)
+                throwPosixError(shown, count < 0 ? errno : EIO);
+            written += static_cast<std::size_t>(count);
+        }
+        if (durable && ::fdatasync(journal) != 0)
+            throwPosixError(shown);
+    } catch (const PosixError &) {
+        // A torn record would swallow the next one: start afresh at the next add().
+        m_files->journal = FileDescriptor();
+        throw;
+    }
+}
+
+std::vector<fs::path> SaveBackupJournal::recover()
+{
+    // Nothing to do, and nothing to create, where no journal was ever kept.
+    const FileDescriptor folder(::open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    if (!folder)
+        return {};
+    std::vector<fs::path> restored;
+    for (const std::string &owner : ownersIn(folder.get(), kPrefix)) {
+        if (owner == m_id)
+            continue;
+        const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), kPrefix, owner);
+        if (!lock || !settle(folder.get(), owner, restored))
+            continue;
+        // The lock goes last, so that a journal is never found without its lock while it matters.
+        for (const char *suffix : {".journal", ".lock"})
+            ::unlinkat(folder.get(), (std::string(kPrefix) + owner + suffix).c_str(), 0);
+    }
+    return restored;
+}
+
+} // namespace quillorn
