@@ -108,7 +108,8 @@ std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
         struct stat info {};
         if (!stagingPath(staging) || ::lstat(staging.c_str(), &info) != 0)
             continue;
-        const std::string fields = " staging=" + staging + " target=" + target;
+        const std::string fields =
+            " staging=" + detail::logText(staging) + " target=" + detail::logText(target);
         try {
             removeTree(staging, true);
             log.record("STAGING REMOVED" + fields);
@@ -234,7 +235,7 @@ void StagingJournal::reportOnce(const std::exception &error) noexcept
 {
     if (m_reported.exchange(true))
         return;
-    AppDiagnostics::shared().record("STAGING JOURNAL FAILED path=" + m_folder.string() +
+    AppDiagnostics::shared().record("STAGING JOURNAL FAILED path=" + detail::logPath(m_folder) +
                                     " error=" + AppDiagnostics::describe(error));
 }
 

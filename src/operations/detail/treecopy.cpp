@@ -331,11 +331,12 @@ void TreeCopy::copyMetadata(int sourceFolder, const std::string &sourceName, con
     for (const MetadataProblem &problem :
          quillorn::copyMetadata(sourceFolder, sourceName, target.fd.get(), targetName, before)) {
         if (problem.step == "copyfile")
-            log.record("METADATA WARNING copyfile source=" + sourcePath.string() +
-                       " destination=" + targetPath.string() +
+            log.record("METADATA WARNING copyfile source=" + logPath(sourcePath) +
+                       " destination=" + logPath(targetPath) +
                        " error=" + AppDiagnostics::describe(std::system_error(problem.error)));
         else
-            log.record("METADATA WARNING attribute=" + problem.step + " destination=" + targetPath.string() +
+            log.record("METADATA WARNING attribute=" + logText(problem.step) +
+                       " destination=" + logPath(targetPath) +
                        " error=" + AppDiagnostics::describe(PosixError(problem.error.value(), targetPath)));
     }
 }
