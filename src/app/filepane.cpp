@@ -158,6 +158,7 @@ void FilePane::buildListing()
     connect(&m_pane, &PaneModel::loadingChanged, this, &FilePane::updateLoading);
     connect(&m_pane, &PaneModel::visibleChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::selectionChanged, this, &FilePane::updateFooter);
+    connect(&m_pane, &PaneModel::notWatchedChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::cursorChanged, this, &FilePane::queueScrollToCursor);
     // Another folder starts at its top; a new listing of the same one keeps its place.
     connect(&m_pane, &PaneModel::directoryChanged, m_list, &QAbstractItemView::scrollToTop);
@@ -172,7 +173,13 @@ QWidget *FilePane::buildFooter()
     m_itemCount->setObjectName(QStringLiteral("footerItems"));
     m_taggedCount = new QLabel(footer);
     m_taggedCount->setObjectName(QStringLiteral("footerTagged"));
+    m_notWatched = new QLabel(tr("not watched"), footer);
+    m_notWatched->setObjectName(QStringLiteral("footerNotWatched"));
+    m_notWatched->setToolTip(tr("The system allows no more folder watches, so changes made by other "
+                                "programs show up only when this folder is read again, every 5 seconds."));
     layout->addWidget(m_itemCount);
+    layout->addStretch(1);
+    layout->addWidget(m_notWatched);
     layout->addStretch(1);
     layout->addWidget(m_taggedCount);
     return footer;
@@ -311,6 +318,7 @@ void FilePane::updateFooter()
 {
     m_itemCount->setText(tr("%1 items").arg(m_pane.visibleCount()));
     m_taggedCount->setText(tr("%1 tagged").arg(m_pane.selection().size()));
+    m_notWatched->setVisible(m_pane.notWatched());
 }
 
 // The cursor may move in the same step as a new listing arrives; scrolling once
@@ -367,7 +375,7 @@ void FilePane::applyTheme()
     // which says enough.
     setStyleSheet(
         QStringLiteral("QLabel { color: %1; }"
-                       "QLabel#footerItems, QLabel#footerTagged { color: %2; }"
+                       "QLabel#footerItems, QLabel#footerTagged, QLabel#footerNotWatched { color: %2; }"
                        "QLineEdit { background: %3; border: 1px solid %4; border-radius: 6px;"
                        " padding: 3px 6px; selection-background-color: %5; }"
                        "QLineEdit:focus { border-color: %6; }"

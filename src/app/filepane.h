@@ -99,6 +99,7 @@ private:
     detail::BusyOverlay *m_busy = nullptr;
     QLabel *m_itemCount = nullptr;
     QLabel *m_taggedCount = nullptr;
+    QLabel *m_notWatched = nullptr;
     bool m_scrollQueued = false;
     ulong m_lastActivationTime = 0;
 };

@@ -81,6 +81,7 @@ PaneModel::PaneModel(fs::path start, QString persistenceKey, PaneModelOptions op
       m_entryIndex(std::make_shared<const detail::UrlIndex>()), m_persistenceKey(std::move(persistenceKey)),
       m_guard(ReceiverGuard::create(this))
 {
+    connect(&m_watcher, &DirectoryWatcher::pollingChanged, this, &PaneModel::notWatchedChanged);
     restore(m_directory);
     m_restoring = false;
     watchDirectory();

@@ -87,6 +87,9 @@ public:
 
     // True once the folder watcher is in place for directory() (tests, diagnostics).
     bool isWatching() const { return m_watcher.isWatching(); }
+    // True while no watch could be set for directory() (the system's limits are
+    // used up) and the folder is re-read every few seconds instead.
+    bool notWatched() const { return m_watcher.isPolling(); }
 
 Q_SIGNALS:
     void directoryChanged();
@@ -104,6 +107,7 @@ Q_SIGNALS:
     void tabIndexChanged();
     void favouritesChanged();
     void loadingChanged();
+    void notWatchedChanged();
     void listingApplied(); // every applied listing result, changed or not (tests wait on it)
 
 private:

@@ -145,9 +145,12 @@ AppDiagnostics::ErrorForm AppDiagnostics::form(const std::exception &error)
 std::string AppDiagnostics::describe(const std::exception &error)
 {
     const ErrorForm parts = form(error);
-    std::string text = parts.domain + " code=" + std::to_string(parts.code) + ": " + parts.description;
+    // A description may quote a name and the path is any bytes: both are escaped
+    // so that the error stays within its one line and names the exact item.
+    std::string text =
+        parts.domain + " code=" + std::to_string(parts.code) + ": " + detail::logText(parts.description);
     if (!parts.path.empty())
-        text += " path=" + parts.path;
+        text += " path=" + detail::logText(parts.path);
     if (parts.underlying)
         text += " underlying={" + describe(parts.underlying) + "}";
     return text;

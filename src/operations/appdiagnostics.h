@@ -1,5 +1,8 @@
 #pragma once
 
+// Every writer of a line escapes its paths with detail::logPath.
+#include "operations/detail/logtext.h"
+
 #include <cstdint>
 #include <exception>
 #include <filesystem>

@@ -54,7 +54,7 @@ void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnava
         m_trash(url);
         return;
     } catch (const std::exception &error) {
-        log.record("TRASH FAILED path=" + path + " error=" + AppDiagnostics::describe(error));
+        log.record("TRASH FAILED path=" + detail::logPath(url) + " error=" + AppDiagnostics::describe(error));
         trashReason = AppDiagnostics::form(error).description;
     }
     if (!exists(url))
@@ -64,7 +64,8 @@ void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnava
             m_remove(url);
             return;
         } catch (const std::exception &error) {
-            log.record("REMOVE FAILED path=" + path + " error=" + AppDiagnostics::describe(error));
+            log.record("REMOVE FAILED path=" + detail::logPath(url) +
+                       " error=" + AppDiagnostics::describe(error));
             if (!exists(url))
                 return;
             throw CommanderError("Could not permanently remove " + quoted(name) +

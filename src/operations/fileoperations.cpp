@@ -101,7 +101,7 @@ void removeStaging(const fs::path &staging) noexcept
     try {
         removeTree(staging, true);
     } catch (const std::exception &error) {
-        AppDiagnostics::shared().record("REMOVE FAILED path=" + staging.string() +
+        AppDiagnostics::shared().record("REMOVE FAILED path=" + detail::logPath(staging) +
                                         " error=" + AppDiagnostics::describe(error));
     }
 }
@@ -397,8 +397,8 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
     ignoreFileSizeSignal();
     AppDiagnostics &log = AppDiagnostics::shared();
     log.record(std::string("TRANSFER BEGIN mode=") + (move ? "move" : "copy") +
-               " sources=" + detail::quotedPathList(sources) + " destination=" + destination.string() +
-               " policy=" + std::string(rawValue(policy)));
+               " sources=" + detail::quotedPathList(sources) +
+               " destination=" + detail::logPath(destination) + " policy=" + std::string(rawValue(policy)));
     control.detail("Calculating total size");
 
     const std::vector<Path> items = plan(sources, destination, policy);
@@ -415,7 +415,7 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
 
     control.detail("Complete");
     log.record("TRANSFER COMPLETE items=" + std::to_string(result.size()) +
-               " destination=" + destination.string());
+               " destination=" + detail::logPath(destination));
     return result;
 }
 
@@ -459,15 +459,15 @@ bool FileOperations::renameOnVolume(Run &run, const detail::Item &item, const st
         // One device seen through two mounts (a bind mount) refuses the rename: copy instead.
         if (error.code() == std::errc::cross_device_link && exists(source) && !exists(target))
             return false;
-        AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + source.string() +
-                                        " destination=" + target.string() +
-                                        " error=" + AppDiagnostics::describe(error));
+        AppDiagnostics::shared().record(
+            "TRANSFER FAILED phase=" + detail::logText(phase) + " source=" + detail::logPath(source) +
+            " destination=" + detail::logPath(target) + " error=" + AppDiagnostics::describe(error));
         throw CommanderError(wrappedMessage(phase, error));
     }
     run.control.add(bytes);
     flushFolder(run.destination);
     run.control.published(source, target);
-    AppDiagnostics::shared().record("TRANSFER ITEM COMPLETE phase=rename target=" + target.string());
+    AppDiagnostics::shared().record("TRANSFER ITEM COMPLETE phase=rename target=" + detail::logPath(target));
     return true;
 }
 
@@ -533,14 +533,15 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
             removeStaging(staging);
             journal.remove(staging);
         }
-        AppDiagnostics::shared().record("TRANSFER FAILED phase=" + phase + " source=" + source.string() +
-                                        " destination=" + target.string() + " staging=" + staging.string() +
-                                        " error=" + AppDiagnostics::describe(error));
+        AppDiagnostics::shared().record(
+            "TRANSFER FAILED phase=" + detail::logText(phase) + " source=" + detail::logPath(source) +
+            " destination=" + detail::logPath(target) + " staging=" + detail::logPath(staging) +
+            " error=" + AppDiagnostics::describe(error));
         if (dynamic_cast<const CancellationError *>(&error))
             throw;
         throw CommanderError(wrappedMessage(phase, error));
     }
-    AppDiagnostics::shared().record("TRANSFER ITEM COMPLETE phase=copy target=" + target.string());
+    AppDiagnostics::shared().record("TRANSFER ITEM COMPLETE phase=copy target=" + detail::logPath(target));
     return target;
 }
 
@@ -552,8 +553,9 @@ void FileOperations::flushFolder(const Folder &folder) const
             throwPosixError(folder.shown, errno);
         m_manager.flush(readable.get(), folder.shown);
     } catch (const std::exception &error) {
-        AppDiagnostics::shared().record("METADATA WARNING flush destination=" + folder.shown.string() +
-                                        " error=" + AppDiagnostics::describe(error));
+        AppDiagnostics::shared().record(
+            "METADATA WARNING flush destination=" + detail::logPath(folder.shown) +
+            " error=" + AppDiagnostics::describe(error));
     }
 }
 

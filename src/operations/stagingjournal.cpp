@@ -9,6 +9,7 @@
 #include "platform/posix/removal.h"
 #include "platform/posix/stagingname.h"
 #include "platform/posix/userfolders.h"
+#include "platform/posix/volume.h"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -32,22 +33,43 @@ namespace {
 constexpr std::string_view kPrefix = "staging-";
 constexpr std::size_t kRewriteAbove = 64 * 1024;
 
+struct LiveEntry {
+    std::string target;
+    std::optional<VolumeMark> volume; // none in the journals of older versions
+    std::string record;               // the add record, line feed included
+};
+
+// The rest of an add record after the staging path.
+std::string addFields(const fs::path &staging, const fs::path &target)
+{
+    std::string fields = percentEncoded(target.native());
+    if (const std::optional<VolumeMark> volume = volumeMark(staging.parent_path()))
+        fields +=
+            " " + percentEncoded(volume->mountPoint.native()) + " " + std::to_string(volume->fileSystemId);
+    return fields;
+}
+
 // The live entries a journal's text leaves: adds not followed by their remove.
 // A last line without its line feed was being written when the owner died: its
 // add() never returned, so its staging item was never made.
-std::map<std::string, std::string> liveEntries(const std::string &text)
+std::map<std::string, LiveEntry> liveEntries(const std::string &text)
 {
-    std::map<std::string, std::string> live;
+    std::map<std::string, LiveEntry> live;
     std::size_t start = 0;
     for (std::size_t end; (end = text.find('\n', start)) != std::string::npos; start = end + 1) {
-        std::istringstream line(text.substr(start, end - start));
-        std::string verb, staging, target;
-        line >> verb >> staging >> target;
+        const std::string record = text.substr(start, end - start + 1);
+        std::istringstream line(record);
+        std::string verb, staging, target, mountPoint;
+        std::uint64_t fileSystemId = 0;
+        line >> verb >> staging >> target >> mountPoint >> fileSystemId;
         const std::optional<std::string> stagingBytes = percentDecoded(staging),
-                                         targetBytes = percentDecoded(target);
-        if (verb == "add" && stagingBytes && targetBytes && !stagingBytes->empty())
-            live[*stagingBytes] = *targetBytes;
-        else if (verb == "remove" && stagingBytes)
+                                         targetBytes = percentDecoded(target),
+                                         mountBytes = percentDecoded(mountPoint);
+        if (verb == "add" && stagingBytes && targetBytes && !stagingBytes->empty()) {
+            LiveEntry &entry = live[*stagingBytes] = {*targetBytes, {}, record};
+            if (line && mountBytes && !mountBytes->empty())
+                entry.volume = VolumeMark{*mountBytes, fileSystemId};
+        } else if (verb == "remove" && stagingBytes)
             live.erase(*stagingBytes);
     }
     return live;
@@ -79,8 +101,9 @@ std::string readAll(int descriptor)
     return text;
 }
 
-// Removes the live entries of a gone owner's journal; returns the removed paths.
-std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
+// Removes the live entries of a gone owner's journal and returns the removed
+// paths; the add records of entries to keep for a later start go into kept.
+std::vector<fs::path> removeLeftovers(int folder, const std::string &owner, std::string &kept)
 {
     std::vector<fs::path> removed;
     const std::string journal = std::string(kPrefix) + owner + ".journal";
@@ -88,11 +111,19 @@ std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
     if (!file)
         return removed;
     AppDiagnostics &log = AppDiagnostics::shared();
-    for (const auto &[staging, target] : liveEntries(readAll(file.get()))) {
+    for (const auto &[staging, entry] : liveEntries(readAll(file.get()))) {
         struct stat info {};
-        if (!isStagingPath(staging) || ::lstat(staging.c_str(), &info) != 0)
+        if (!isStagingPath(staging))
             continue;
-        const std::string fields = " staging=" + staging + " target=" + target;
+        if (::lstat(staging.c_str(), &info) != 0) {
+            // Not found on a volume that is not there says nothing: it may be
+            // mounted again later, with the item still on it.
+            if (entry.volume && !volumeIsMounted(*entry.volume))
+                kept += entry.record;
+            continue;
+        }
+        const std::string fields =
+            " staging=" + detail::logText(staging) + " target=" + detail::logText(entry.target);
         try {
             removeTree(staging, true);
             log.record("STAGING REMOVED" + fields);
@@ -102,6 +133,29 @@ std::vector<fs::path> removeLeftovers(int folder, const std::string &owner)
         }
     }
     return removed;
+}
+
+// Replaces a gone owner's journal by the records in kept, atomically. When that
+// fails the journal stays as it was: its entries already dealt with are passed
+// over at the next start, as their items no longer exist on a mounted volume.
+void keepOnly(int folder, const std::string &owner, const std::string &kept)
+{
+    const std::string name = std::string(kPrefix) + owner + ".journal", fresh = name + ".new";
+    const FileDescriptor file(
+        ::openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
+    bool written = false;
+    try {
+        if (file) {
+            writeAll(file.get(), kept, fresh);
+            written =
+                ::fsync(file.get()) == 0 && ::renameat(folder, fresh.c_str(), folder, name.c_str()) == 0;
+        }
+    } catch (const PosixError &) {
+    }
+    if (written)
+        ::fsync(folder);
+    else
+        ::unlinkat(folder, fresh.c_str(), 0);
 }
 
 } // namespace
@@ -135,8 +189,9 @@ void StagingJournal::add(const fs::path &staging, const fs::path &target) noexce
     try {
         std::lock_guard guard(m_lock);
         open();
-        writeRecord("add " + percentEncoded(staging.native()) + " " + percentEncoded(target.native()) + "\n");
-        m_live[staging.native()] = target.native();
+        std::string fields = addFields(staging, target);
+        writeRecord("add " + percentEncoded(staging.native()) + " " + fields + "\n");
+        m_live[staging.native()] = std::move(fields);
         if (::fdatasync(m_files->journal.get()) != 0)
             throwPosixError(m_folder / (std::string(kPrefix) + m_id + ".journal"));
     } catch (const std::exception &error) {
@@ -203,8 +258,8 @@ void StagingJournal::rewrite()
     if (!file)
         throwPosixError(m_folder / fresh);
     std::string text;
-    for (const auto &[staging, target] : m_live)
-        text += "add " + percentEncoded(staging) + " " + percentEncoded(target) + "\n";
+    for (const auto &[staging, fields] : m_live)
+        text += "add " + percentEncoded(staging) + " " + fields + "\n";
     writeAll(file.get(), text, m_folder / fresh);
     if (::fsync(file.get()) != 0 || ::renameat(folder, fresh.c_str(), folder, name.c_str()) != 0 ||
         ::fsync(folder) != 0)
@@ -218,7 +273,7 @@ void StagingJournal::reportOnce(const std::exception &error) noexcept
 {
     if (m_reported.exchange(true))
         return;
-    AppDiagnostics::shared().record("STAGING JOURNAL FAILED path=" + m_folder.string() +
+    AppDiagnostics::shared().record("STAGING JOURNAL FAILED path=" + detail::logPath(m_folder) +
                                     " error=" + AppDiagnostics::describe(error));
 }
 
@@ -235,8 +290,13 @@ std::vector<fs::path> StagingJournal::recover()
         const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), kPrefix, owner);
         if (!lock)
             continue;
-        for (fs::path &path : removeLeftovers(folder.get(), owner))
+        std::string kept;
+        for (fs::path &path : removeLeftovers(folder.get(), owner, kept))
             removed.push_back(std::move(path));
+        if (!kept.empty()) {
+            keepOnly(folder.get(), owner, kept);
+            continue;
+        }
         // The lock goes last, so that a journal is never found without its lock while it matters.
         for (const char *suffix : {".journal", ".journal.new", ".lock"})
             ::unlinkat(folder.get(), (std::string(kPrefix) + owner + suffix).c_str(), 0);

@@ -17,8 +17,9 @@ namespace quillorn {
 // Each instance owns two files in the folder, named after the process and a
 // random part: "staging-ID.lock", which it holds an flock on for as long as it
 // lives (so "lock obtainable" means "owner gone", whatever became of its process
-// id), and "staging-ID.journal", one record per line: "add STAGING TARGET" or
-// "remove STAGING", paths percent-encoded so that any byte string round-trips.
+// id), and "staging-ID.journal", one record per line: "add STAGING TARGET MOUNT
+// FSID" (MOUNT and FSID mark the volume of the staging item's folder) or "remove
+// STAGING", paths percent-encoded so that any byte string round-trips.
 // Records are appended; the journal is emptied when nothing is live and rewritten
 // atomically (temporary file, fsync, rename, fsync of the folder) when it grows.
 class StagingJournal {
@@ -47,7 +48,9 @@ public:
     // "STAGING REMOVED staging=PATH target=PATH" for each (or "STAGING REMOVE FAILED
     // ... error=..."), drops their journals and returns the removed paths. An entry
     // of an owner that still runs is never touched, nor an item whose name is not
-    // exactly ".quillorn-" + an upper-case UUID or that no longer exists.
+    // exactly ".quillorn-" + an upper-case UUID or that no longer exists. An entry
+    // whose item cannot be found while its volume is not mounted where it was is
+    // kept in its owner's journal for a later start: the item may be there again.
     std::vector<std::filesystem::path> recover();
 
 private:
@@ -61,7 +64,7 @@ private:
     const std::string m_id;
     struct Files; // the open folder, lock and journal
     std::unique_ptr<Files> m_files;
-    std::map<std::string, std::string> m_live; // staging -> target, as bytes
+    std::map<std::string, std::string> m_live; // staging -> the rest of its add record
     std::size_t m_journalBytes = 0, m_records = 0;
     std::atomic<bool> m_reported = false;
 };

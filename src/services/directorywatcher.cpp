@@ -5,6 +5,7 @@
 #include "platform/core/receiverguard.h"
 
 #include <QThreadPool>
+#include <cerrno>
 #include <system_error>
 
 namespace quillorn {
@@ -24,6 +25,11 @@ DirectoryWatcher::DirectoryWatcher(std::chrono::milliseconds debounce, QObject *
         if (m_changed)
             m_changed();
     });
+    m_fallback.setInterval(fallbackInterval);
+    connect(&m_fallback, &QTimer::timeout, this, [this] {
+        if (m_changed)
+            m_changed();
+    });
 }
 
 DirectoryWatcher::~DirectoryWatcher()
@@ -37,6 +43,7 @@ void DirectoryWatcher::watch(const std::filesystem::path &folder, std::function<
     const long long generation = ++m_generation;
     m_source.reset();
     m_pending.stop();
+    m_fallback.stop();
     m_changed = nullptr;
 
     fileSystemPool().start(
@@ -44,8 +51,19 @@ void DirectoryWatcher::watch(const std::filesystem::path &folder, std::function<
             InotifyWatch::Descriptor descriptor;
             try {
                 descriptor = InotifyWatch::open(folder);
-            } catch (const std::system_error &) {
-                return; // a folder that cannot be watched simply does not refresh by itself
+            } catch (const std::system_error &error) {
+                // Out of watches or instances says nothing about the folder, which
+                // is then read again and again; a folder that cannot be opened
+                // simply does not refresh by itself.
+                const int code = error.code().value();
+                const bool limited = code == ENOSPC || code == EMFILE || code == ENFILE || code == ENOMEM;
+                guard->post([self, generation, limited, changed = std::move(changed)]() mutable {
+                    if (limited)
+                        self->poll(generation, std::move(changed));
+                    else
+                        self->settle(generation, false);
+                });
+                return;
             }
             // Held by the posted call: when the watcher is gone, dropping the call closes it.
             auto shared = std::make_shared<InotifyWatch::Descriptor>(std::move(descriptor));
@@ -60,11 +78,31 @@ void DirectoryWatcher::install(long long generation, InotifyWatch::Descriptor de
 {
     if (generation != m_generation)
         return; // superseded: the descriptor closes here
+    settle(generation, false);
     m_source = std::make_unique<InotifyWatch>(std::move(descriptor));
     connect(m_source.get(), &InotifyWatch::changed, this, &DirectoryWatcher::eventArrived);
     m_changed = std::move(changed);
     // Covers whatever changed between the owner's listing and this moment.
     m_changed();
+}
+
+void DirectoryWatcher::poll(long long generation, std::function<void()> changed)
+{
+    if (generation != m_generation)
+        return;
+    settle(generation, true);
+    m_changed = std::move(changed);
+    m_fallback.start();
+    // Like a watch that starts: covers whatever changed since the owner's listing.
+    m_changed();
+}
+
+void DirectoryWatcher::settle(long long generation, bool polling)
+{
+    if (generation != m_generation || polling == m_polling)
+        return;
+    m_polling = polling;
+    Q_EMIT pollingChanged();
 }
 
 void DirectoryWatcher::eventArrived()

@@ -266,7 +266,7 @@ void JobJournal::reportOnce(const std::exception &error) noexcept
 {
     if (m_reported.exchange(true))
         return;
-    AppDiagnostics::shared().record("JOB JOURNAL FAILED path=" + m_folder.string() +
+    AppDiagnostics::shared().record("JOB JOURNAL FAILED path=" + detail::logPath(m_folder) +
                                     " error=" + AppDiagnostics::describe(error));
 }
 
@@ -313,9 +313,10 @@ std::vector<JobJournal::Entry> JobJournal::recover()
         } catch (const std::exception &error) {
             const std::string aside = "damaged-" + name;
             const bool moved = ::renameat(folder.get(), name.c_str(), folder.get(), aside.c_str()) == 0;
-            AppDiagnostics::shared().record("JOB JOURNAL SET ASIDE path=" + shown.string() +
-                                            (moved ? " kept=" + (m_folder / aside).string() : std::string()) +
-                                            " error=" + AppDiagnostics::describe(error));
+            AppDiagnostics::shared().record(
+                "JOB JOURNAL SET ASIDE path=" + detail::logPath(shown) +
+                (moved ? " kept=" + detail::logPath(m_folder / aside) : std::string()) +
+                " error=" + AppDiagnostics::describe(error));
             if (moved)
                 removeOwnerFiles(folder.get(), owner);
         }

@@ -21,7 +21,8 @@ constexpr double speedSettleSeconds = 0.25;
 
 void log(const char *event, const QString &title, const std::string &suffix = {})
 {
-    AppDiagnostics::shared().record(std::string("QUEUE ") + event + " title=" + title.toStdString() + suffix);
+    AppDiagnostics::shared().record(std::string("QUEUE ") + event +
+                                    " title=" + detail::logText(title.toStdString()) + suffix);
 }
 
 // What the row says of moved sources a resumed job left in place; the log

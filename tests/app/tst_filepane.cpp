@@ -7,6 +7,7 @@
 #include "platform/core/numericdate.h"
 #include "platform/desktop/bytecount.h"
 #include "platform/desktop/fileurl.h"
+#include "refusedwatches.h"
 
 #include <QAbstractItemModelTester>
 #include <QHeaderView>
@@ -145,6 +146,33 @@ private Q_SLOTS:
         QVERIFY(listed.wait(5000));
         QVERIFY(!error->isVisible());
         QCOMPARE(table()->rowCount(), 1);
+    }
+
+    // A pane whose folder cannot be watched (no inotify watch left) still shows what
+    // other programs do there, within a few seconds, and marks its footer.
+    void unwatchedFolderIsReadAgainAndMarkedInTheFooter()
+    {
+        open("files");
+        auto *mark = child<QLabel>("footerNotWatched");
+        if (!watchesRefused()) {
+            QTRY_VERIFY(m_f.left().isWatching());
+            QVERIFY(!m_f.left().notWatched());
+            QVERIFY(mark->isHidden());
+            const auto [status, output] =
+                runWithWatchesRefused("unwatchedFolderIsReadAgainAndMarkedInTheFooter");
+            if (status == 77)
+                QSKIP(output.c_str());
+            QVERIFY2(status == 0, output.c_str());
+            return;
+        }
+        QCOMPARE(table()->rowCount(), 7);
+        m_f.tree->file("files/from-outside");
+        QTRY_COMPARE_WITH_TIMEOUT(table()->rowCount(), 8, 15000);
+        QVERIFY(m_f.left().notWatched());
+        QVERIFY(mark->isVisible());
+        QCOMPARE(mark->text(), "not watched");
+        open("many");
+        QVERIFY(mark->isVisible());
     }
 
     void namesThatAreNotUtf8AreDrawnSelectedDraggedAndTyped()

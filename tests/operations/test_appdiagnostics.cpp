@@ -1,5 +1,8 @@
 #include "operationstesting.h"
 
+#include "operations/detail/logtext.h"
+
+#include <algorithm>
 #include <regex>
 #include <thread>
 
@@ -73,6 +76,26 @@ TEST(AppDiagnosticsTest, plantedLinksAreNeverFollowedAndTheLogFolderIsPrivate)
     EXPECT_FALSE(fs::is_symlink(previous));
     EXPECT_EQ(fs::file_size(previous), 5'000'001u);
     EXPECT_THAT(TestTree::read(log.fileURL()), EndsWith("Z after rotation\n"));
+}
+
+// An error names its item by the item's bytes, on the one line of its record,
+// whatever script the name is in and whatever bytes it holds.
+TEST(AppDiagnosticsTest, describeEscapesThePathAndADescriptionThatQuotesOne)
+{
+    const std::string name = "/tmp/\xE5\x86\x99\xE7\x9C\x9F \\x\xFF\n\t\r\x01\xC2\x85\xE2\x80";
+    const std::string escaped = "/tmp/\xE5\x86\x99\xE7\x9C\x9F \\\\x\\xFF\\n\\t\\r\\x01\\xC2\\x85\\xE2\\x80";
+    EXPECT_EQ(AppDiagnostics::describe(PosixError(ENOENT, name)),
+              "POSIX code=2: No such file or directory path=" + escaped);
+    EXPECT_EQ(AppDiagnostics::describe(CommanderError("The item no longer exists: " + name)),
+              "Quillorn.CommanderError code=1: The item no longer exists: " + escaped);
+    EXPECT_EQ(AppDiagnostics::describe(std::system_error(EIO, std::generic_category())),
+              "POSIX code=5: Input/output error");
+    TestTree tree;
+    AppDiagnostics log(tree.root());
+    log.record("REMOVE FAILED path=" + detail::logPath(name));
+    const std::string text = TestTree::read(log.fileURL());
+    EXPECT_EQ(std::count(text.begin(), text.end(), '\n'), 1);
+    EXPECT_THAT(text, EndsWith(" REMOVE FAILED path=" + escaped + "\n"));
 }
 
 } // namespace

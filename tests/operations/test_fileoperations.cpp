@@ -1,5 +1,11 @@
 #include "operationstesting.h"
 
+#include "operations/detail/logtext.h"
+
+#include <sys/stat.h>
+
+#include <regex>
+
 using namespace std::string_literals;
 
 namespace {
@@ -94,14 +100,39 @@ TEST(TransferLog, linesNameEveryStepExactlyAndEscapeOddNames)
     const auto logged = logMark();
     transfer({tree.file("src/" + odd, "bytes")}, dst, false, keepBoth);
     EXPECT_EQ(TestTree::read(dst / odd), "bytes");
-    EXPECT_THAT(
-        logged(),
-        ElementsAre("TRANSFER BEGIN mode=copy sources=[\"" + (tree / "src").string() +
-                        "/l\\\"i\\'n\\\\e\\nfe\\ted\\r\\u{1b}\\u{7f}\uFFFD\"] destination=" + dst.string() +
-                        " policy=Keep both",
-                    // Only the source list is escaped: a line feed in a target breaks its line.
-                    "TRANSFER ITEM COMPLETE phase=copy target=" + dst.string() + "/l\"i'n\\e",
-                    "fe\ted\r\x1b\x7f\uFFFD", "TRANSFER COMPLETE items=1 destination=" + dst.string()));
+    EXPECT_THAT(logged(),
+                ElementsAre("TRANSFER BEGIN mode=copy sources=[\"" + (tree / "src").string() +
+                                "/l\\\"i\\'n\\\\e\\nfe\\ted\\r\\u{1b}\\u{7f}\uFFFD\"] destination=" +
+                                dst.string() + " policy=Keep both",
+                            "TRANSFER ITEM COMPLETE phase=copy target=" + dst.string() +
+                                "/l\"i'n\\\\e\\nfe\\ted\\r\\x1B\\x7F\\xFF",
+                            "TRANSFER COMPLETE items=1 destination=" + dst.string()));
+}
+
+// A name with a line feed cannot forge a line of its own, and a name that is not
+// UTF-8 is written so that the exact item can be found again, in the error too.
+TEST(TransferLog, aFailureNamesTheExactItemsOnOneLineAndTheLogStaysUtf8)
+{
+    TestTree tree;
+    const std::string lossy = "caf\xC3\xA9 \xFF\xFE", forging = "zip\nTRANSFER COMPLETE items=9";
+    const fs::path small = tree.file("src/" + lossy, "small"), box = tree.folder("src/" + forging);
+    ASSERT_EQ(::mkfifo((box / "pipe\xFF").c_str(), 0644), 0); // a copy refuses it midway
+    const fs::path dst = tree.folder("dst");
+    const std::string source = (tree / "src").string(), forgingShown = "zip\\nTRANSFER COMPLETE items=9";
+    const auto logged = logMark();
+    EXPECT_NE(failure([&] { transfer({small, box}, dst); }), "");
+    const std::vector<std::string> lines = logged();
+    ASSERT_EQ(lines.size(), 3u) << PrintToString(lines);
+    EXPECT_EQ(lines[1],
+              "TRANSFER ITEM COMPLETE phase=copy target=" + dst.string() + "/caf\xC3\xA9 \\xFF\\xFE");
+    EXPECT_EQ(
+        std::regex_replace(lines[2], std::regex("quillorn-[0-9A-F-]{36}"), "quillorn-UUID"),
+        "TRANSFER FAILED phase=Copying \u2018" + forgingShown + "\u2019 source=" + source + "/" +
+            forgingShown + " destination=" + dst.string() + "/" + forgingShown + " staging=" + dst.string() +
+            "/.quillorn-UUID error=Quillorn.CommanderError code=1: Unsupported special file: " + source +
+            "/" + forgingShown + "/pipe\\xFF");
+    const std::string whole = TestTree::read(AppDiagnostics::shared().fileURL());
+    EXPECT_EQ(detail::validUtf8(whole), whole);
 }
 
 } // namespace

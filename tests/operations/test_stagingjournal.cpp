@@ -107,14 +107,17 @@ TEST_F(StagingJournalTest, aRunningOwnersItemsAreNeverTouched)
 TEST_F(StagingJournalTest, onlyAnExistingItemWithAStagingNameIsEverRemoved)
 {
     const fs::path notes = m_tree / "dst/notes", gone = staging("dst", '1'),
+                   folderGone = staging("gone", '3'),
                    lowerCase = m_tree / "dst/.quillorn-0f4c2a9e-5b7d-4e21-9c3a-7d1e8f2b6a40",
                    roundabout = m_tree / "dst/sub/.." / staging("dst", '2').filename();
     Owner owner(m_folder, {{notes, m_tree / "dst/w"},
                            {gone, m_tree / "dst/x"},
                            {lowerCase, m_tree / "dst/y"},
-                           {roundabout, m_tree / "dst/z"}});
+                           {roundabout, m_tree / "dst/z"},
+                           {folderGone, m_tree / "gone/v"}});
     owner.kill();
-    fs::remove_all(gone); // recorded and made, then published before the crash
+    fs::remove_all(gone);            // recorded and made, then published before the crash
+    fs::remove_all(m_tree / "gone"); // its whole folder deleted on a volume still mounted
     const auto logged = logMark();
     EXPECT_THAT(StagingJournal(m_folder).recover(), IsEmpty());
     for (const fs::path &kept : {notes, lowerCase, staging("dst", '2')})
@@ -184,6 +187,44 @@ TEST_F(StagingJournalTest, copyKilledMidwayLeavesAStagingItemThatTheNextStartRem
     EXPECT_TRUE(fs::is_empty(destination));
     EXPECT_THAT(logged(), ElementsAre("STAGING REMOVED staging=" + item.string() +
                                       " target=" + (destination / "big.bin").string()));
+}
+
+// A copy killed on a removable volume that is not plugged in at the next start:
+// its staging item waits in the journal until the volume is mounted again.
+TEST_F(StagingJournalTest, anItemOnAVolumeAbsentAtTheNextStartIsRemovedOnceItIsBack)
+{
+    if (std::system("strace -V >/dev/null 2>&1") != 0 || std::system("mkfs.ext4 -V >/dev/null 2>&1") != 0)
+        GTEST_SKIP() << "strace or mkfs.ext4 is not installed";
+    const fs::path image = m_tree / "volume.img", where = m_tree.folder("mnt");
+    ASSERT_EQ(std::system(
+                  ("truncate -s 32M " + shellQuote(image) + " && mkfs.ext4 -q " + shellQuote(image)).c_str()),
+              0);
+    const std::string mountCommand = "mount -o loop " + shellQuote(image) + " " + shellQuote(where);
+    MOUNT_OR_SKIP(volume, ScopedMount::byCommand(mountCommand, where));
+    const fs::path source = m_tree.file("src/big.bin", pattern(3 * 1024 * 1024 + 7));
+    drive(injectFault + "copy_file_range:signal=KILL:when=2", "copy", where, source);
+    std::map<std::string, std::string> left = contents(where);
+    left.erase("lost+found");
+    ASSERT_EQ(left.size(), 1u) << "the driver was not killed in the middle of the copy";
+    const fs::path item = where / left.begin()->first;
+    const auto stagingFiles = [] { return contents(StagingJournal::shared().folder()); };
+    ASSERT_THAT(stagingFiles(), Contains(Pair(EndsWith(".journal"), HasSubstr("add "))));
+
+    volume.reset(); // the volume is unplugged; its mount point, an empty folder, stays
+    const auto logged = logMark();
+    EXPECT_THAT(StagingJournal::shared().recover(), IsEmpty());
+    EXPECT_THAT(StagingJournal(StagingJournal::shared().folder()).recover(), IsEmpty()); // a later start
+    EXPECT_THAT(logged(), IsEmpty());
+    EXPECT_THAT(stagingFiles(), Contains(Pair(EndsWith(".journal"), HasSubstr(item.filename().string()))));
+
+    volume.emplace(ScopedMount::byCommand(mountCommand, where));
+    ASSERT_TRUE(fs::exists(item));
+    EXPECT_THAT(StagingJournal::shared().recover(), ElementsAre(item));
+    EXPECT_FALSE(fs::exists(item));
+    EXPECT_THAT(logged(), ElementsAre("STAGING REMOVED staging=" + item.string() +
+                                      " target=" + (where / "big.bin").string()));
+    EXPECT_THAT(stagingFiles(), IsEmpty());
+    EXPECT_THAT(StagingJournal::shared().recover(), IsEmpty());
 }
 
 } // namespace

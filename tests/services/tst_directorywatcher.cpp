@@ -1,6 +1,8 @@
+#include "refusedwatches.h"
 #include "services/directorywatcher.h"
 #include "testtree.h"
 
+#include <QSignalSpy>
 #include <QTest>
 #include <fstream>
 
@@ -83,6 +85,39 @@ private Q_SLOTS:
         QTRY_COMPARE(forB, 2);
         QTest::qWait(quietMs);
         QCOMPARE(destroyed + missing + forA, 0);
+        QVERIFY(!watcher.isPolling()); // neither a missing folder nor a watched one is read on a timer
+    }
+
+    // Without any inotify watch left, the folder is read again on a timer instead
+    // and the watcher says so; moving on to another such folder keeps saying it.
+    void refusedWatchesFallBackToReadingTheFolderAgain()
+    {
+        if (!quillorn::test::watchesRefused()) {
+            const auto [status, output] =
+                quillorn::test::runWithWatchesRefused("refusedWatchesFallBackToReadingTheFolderAgain");
+            if (status == 77)
+                QSKIP(output.c_str());
+            QVERIFY2(status == 0, output.c_str());
+            return;
+        }
+        TestTree tree;
+        int calls = 0, forOther = 0;
+        DirectoryWatcher watcher(debounce);
+        QSignalSpy polling(&watcher, &DirectoryWatcher::pollingChanged);
+        watcher.watch(tree.folder("watched"), [&] { ++calls; });
+        QTRY_VERIFY(watcher.isPolling());
+        QCOMPARE(calls, 1); // announced at once, as a watch that starts is
+        QVERIFY(!watcher.isWatching());
+        tree.file("watched/outside.txt");
+        QTRY_VERIFY_WITH_TIMEOUT(calls >= 2, 3 * int(DirectoryWatcher::fallbackInterval.count()));
+
+        watcher.watch(tree.folder("other"), [&] { ++forOther; });
+        QTRY_COMPARE(forOther, 1);
+        QVERIFY(watcher.isPolling());
+        QCOMPARE(polling.count(), 1);
+        const int before = calls;
+        QTRY_VERIFY_WITH_TIMEOUT(forOther >= 2, 3 * int(DirectoryWatcher::fallbackInterval.count()));
+        QCOMPARE(calls, before); // the first folder is no longer read
     }
 };
 

@@ -102,7 +102,51 @@ void appendEscaped(std::string &out, const std::string &text)
     }
 }
 
+void appendByte(std::string &out, unsigned char byte)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    out += "\\x";
+    out += digits[byte >> 4];
+    out += digits[byte & 0xF];
+}
+
 } // namespace
+
+std::string logText(const std::string &text)
+{
+    std::string out;
+    out.reserve(text.size());
+    for (std::size_t i = 0; i < text.size();) {
+        const Sequence sequence = sequenceAt(text, i);
+        const std::uint32_t c = sequence.codePoint;
+        if (sequence.length == 0) {
+            appendByte(out, static_cast<unsigned char>(text[i]));
+            ++i;
+            continue;
+        }
+        if (c == '\\')
+            out += "\\\\";
+        else if (c == '\t')
+            out += "\\t";
+        else if (c == '\n')
+            out += "\\n";
+        else if (c == '\r')
+            out += "\\r";
+        else if (c < 0x20 || (c >= 0x7F && c <= 0x9F))
+            // Byte by byte, so a C1 control reads back as the two bytes it is.
+            for (std::size_t k = 0; k < sequence.length; ++k)
+                appendByte(out, static_cast<unsigned char>(text[i + k]));
+        else
+            out.append(text, i, sequence.length);
+        i += sequence.length;
+    }
+    return out;
+}
+
+std::string logPath(const std::filesystem::path &path)
+{
+    return logText(path.native());
+}
 
 std::string validUtf8(const std::string &text)
 {

@@ -340,11 +340,12 @@ void TreeCopy::report(const std::vector<MetadataProblem> &problems, const fs::pa
     AppDiagnostics &log = AppDiagnostics::shared();
     for (const MetadataProblem &problem : problems) {
         if (problem.step == "copyfile")
-            log.record("METADATA WARNING copyfile source=" + sourcePath.string() +
-                       " destination=" + targetPath.string() +
+            log.record("METADATA WARNING copyfile source=" + logPath(sourcePath) +
+                       " destination=" + logPath(targetPath) +
                        " error=" + AppDiagnostics::describe(std::system_error(problem.error)));
         else
-            log.record("METADATA WARNING attribute=" + problem.step + " destination=" + targetPath.string() +
+            log.record("METADATA WARNING attribute=" + logText(problem.step) +
+                       " destination=" + logPath(targetPath) +
                        " error=" + AppDiagnostics::describe(PosixError(problem.error.value(), targetPath)));
     }
 }

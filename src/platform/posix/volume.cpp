@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 #include <set>
 #include <string_view>
 
@@ -169,6 +170,39 @@ std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item)
     if (::lstat(item.c_str(), &info) != 0)
         return std::nullopt;
     return static_cast<std::uint64_t>(info.st_dev);
+}
+
+std::optional<VolumeMark> volumeMark(const std::filesystem::path &folder)
+{
+    struct stat info {};
+    struct statfs volume {};
+    if (!folder.is_absolute() || ::stat(folder.c_str(), &info) != 0 || ::statfs(folder.c_str(), &volume) != 0)
+        return {};
+    std::filesystem::path top = folder.lexically_normal();
+    if (!top.has_filename() && top.has_relative_path())
+        top = top.parent_path();
+    // The highest ancestor still on the same device is where the volume is mounted.
+    while (top.has_relative_path()) {
+        const std::filesystem::path up = top.parent_path();
+        struct stat above {};
+        if (::stat(up.c_str(), &above) != 0 || above.st_dev != info.st_dev)
+            break;
+        top = up;
+    }
+    constexpr unsigned long tmpfsMagic = 0x01021994, ramfsMagic = 0x858458F6;
+    std::uint64_t id = 0;
+    if (static_cast<unsigned long>(volume.f_type) != tmpfsMagic &&
+        static_cast<unsigned long>(volume.f_type) != ramfsMagic) {
+        static_assert(sizeof volume.f_fsid == sizeof id);
+        std::memcpy(&id, &volume.f_fsid, sizeof id);
+    }
+    return VolumeMark{top, id};
+}
+
+bool volumeIsMounted(const VolumeMark &mark)
+{
+    const std::optional<VolumeMark> now = volumeMark(mark.mountPoint);
+    return now && *now == mark;
 }
 
 bool volumeIsLocal(const std::filesystem::path &item)

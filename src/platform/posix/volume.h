@@ -11,6 +11,25 @@ namespace quillorn {
 // it cannot be examined.
 std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item);
 
+// Which volume a folder is on, in a form that outlives an unmount: the mount
+// point it sits under and the file system's statfs id, which ext4, btrfs, XFS
+// and most others derive from the volume itself rather than from the device
+// number of the moment. On tmpfs and ramfs the id is 0, since nothing there
+// outlives the mount: any such volume at the same point is as good as another.
+struct VolumeMark {
+    std::filesystem::path mountPoint;
+    std::uint64_t fileSystemId = 0;
+    bool operator==(const VolumeMark &) const = default;
+};
+
+// The mark of the volume an absolute folder is on; empty when the folder cannot
+// be reached.
+std::optional<VolumeMark> volumeMark(const std::filesystem::path &folder);
+
+// True when the volume of mark is mounted where it was: its mount point is one
+// again and carries the same file system.
+bool volumeIsMounted(const VolumeMark &mark);
+
 // False for file systems whose data lives on another machine (NFS, SMB, AFS, 9P,
 // Ceph, and FUSE daemons such as sshfs, rclone or s3fs), where trash folders are
 // not created and renames may be slow or partial. Block-backed FUSE (fuseblk:
