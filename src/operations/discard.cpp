@@ -22,7 +22,9 @@ std::string quoted(const std::string &name)
 FileOperations::TrashService FileOperations::defaultTrash()
 {
     return [](const Path &item) {
-        trashItem(item, [](const std::string &line) { AppDiagnostics::shared().record(line); });
+        // The line names a folder: escaped as every path in the log is.
+        trashItem(item,
+                  [](const std::string &line) { AppDiagnostics::shared().record(detail::logText(line)); });
     };
 }
 

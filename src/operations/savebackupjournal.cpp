@@ -1,6 +1,7 @@
 #include "operations/savebackupjournal.h"
 
 #include "operations/appdiagnostics.h"
+#include "operations/detail/logtext.h"
 #include "platform/posix/filedescriptor.h"
 #include "platform/posix/ownerlocks.h"
 #include "platform/posix/percentencoding.h"
@@ -89,7 +90,8 @@ bool settle(int folder, const std::string &owner, std::vector<fs::path> &restore
     for (const auto &[backup, entry] : liveEntries(readAll(file.get()))) {
         if (!isStagingPath(backup))
             continue;
-        const std::string fields = " path=" + entry.target + " backup=" + backup;
+        const std::string fields =
+            " path=" + detail::logText(entry.target) + " backup=" + detail::logText(backup);
         try {
             if (!entry.ready) {
                 // Never finished, so the file was never touched.
@@ -192,7 +194,7 @@ void SaveBackupJournal::remove(const fs::path &backup) noexcept
         }
         writeRecord("remove " + percentEncoded(backup.native()) + "\n", false);
     } catch (const std::exception &error) {
-        AppDiagnostics::shared().record("SAVE BACKUP JOURNAL FAILED path=" + m_folder.string() +
+        AppDiagnostics::shared().record("SAVE BACKUP JOURNAL FAILED path=" + detail::logPath(m_folder) +
                                         " error=" + AppDiagnostics::describe(error));
     }
 }

@@ -2,6 +2,7 @@
 
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
+#include "operations/detail/logtext.h"
 #include "operations/operationcontrol.h"
 #include "services/detail/filecommands.h"
 
@@ -105,8 +106,9 @@ std::vector<JobRunner::KeptSource> JobRunner::transfer(const TransferJob &job, O
                 m_operations.discard(source, true);
                 continue;
             }
-            AppDiagnostics::shared().record("TRANSFER SOURCE KEPT source=" + source.string() +
-                                            " target=" + intent.target.string() + " reason=" + reason);
+            AppDiagnostics::shared().record("TRANSFER SOURCE KEPT source=" + detail::logPath(source) +
+                                            " target=" + detail::logPath(intent.target) +
+                                            " reason=" + reason);
             kept.push_back({source, intent.target, reason});
         }
         std::erase_if(sources, [&](const Path &source) {
