@@ -395,17 +395,20 @@ TEST_F(SaveDriver, aFolderThatTakesNoNewFileOrAnOwnerThatCannotBeKeptIsWrittenIn
         fs::permissions(item, fs::perms(0755));
     fs::permissions(m_file, fs::perms(0666)); // root's file, which nobody may write
     ::chown(m_state.c_str(), 65534, 65534);
-    const auto [status, out] = save(m_asNobody, "by nobody\n");
+    // Known before the save (it is printed first), and the route the save then takes.
+    const auto [status, out] = save(m_asNobody, "by nobody\n", "plan");
     if (out.starts_with("setpriv:"))
         GTEST_SKIP() << "cannot switch to the user nobody: " << out;
-    EXPECT_EQ(std::pair(status, out),
-              std::pair(0, std::to_string(int(ContentsWrite::inPlaceFolderClosed)) + "\n"));
+    const std::string closed = std::to_string(int(ContentsWrite::inPlaceFolderClosed)) + "\n";
+    EXPECT_EQ(std::pair(status, out), std::pair(0, closed + closed));
     EXPECT_EQ(TestTree::read(m_file), "by nobody\n");
 
     fs::permissions(m_file.parent_path(),
                     fs::perms(0777)); // now a new file could be made, but not given to root
-    EXPECT_EQ(save(m_asNobody, "again\n"),
-              std::pair(0, std::to_string(int(ContentsWrite::inPlaceMetadata)) + "\n"));
+    // Only trying shows that: the forecast was a new file.
+    EXPECT_EQ(save(m_asNobody, "again\n", "plan"),
+              std::pair(0, std::to_string(int(ContentsWrite::replaced)) + "\n" +
+                               std::to_string(int(ContentsWrite::inPlaceMetadata)) + "\n"));
     struct stat info {};
     ASSERT_EQ(::lstat(m_file.c_str(), &info), 0);
     EXPECT_EQ(info.st_uid, 0u);
@@ -432,4 +435,19 @@ TEST(SaveBackupJournalRecovery, aRunningOwnersCopyIsNeverTouchedAndAGoneOnesIsPu
     EXPECT_EQ(SaveBackupJournal(tree / "state").recover(), std::vector<fs::path>{file});
     EXPECT_EQ(TestTree::read(file), "old bytes");
     EXPECT_FALSE(fs::exists(copy));
+}
+
+TEST(TextDocumentSave, forecastsAnInPlaceSaveForAFileWithOtherLinks)
+{
+    TestTree tree;
+    const fs::path file = tree.file("notes.txt", "one\n");
+    EXPECT_EQ(TextDocument::expectedSave(file), ContentsWrite::replaced);
+    fs::create_hard_link(file, tree / "other.txt");
+    EXPECT_EQ(TextDocument::expectedSave(file), ContentsWrite::inPlaceLinked);
+    TextDocument document = TextDocument::load(file);
+    document.text = "two\n";
+    EXPECT_EQ(document.save(), ContentsWrite::inPlaceLinked);
+    fs::remove(tree / "other.txt");
+    EXPECT_EQ(TextDocument::expectedSave(file), ContentsWrite::replaced);
+    EXPECT_EQ(TextDocument::expectedSave(tree / "missing.txt"), ContentsWrite::replaced);
 }

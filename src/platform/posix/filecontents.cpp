@@ -208,6 +208,20 @@ void overwrite(int file, std::string_view bytes, off_t oldSize, const Path &show
     flush(file, shown);
 }
 
+// Why a new file cannot take the old one's place, where that shows without
+// trying: the one rule both a save and the forecast of it follow. A volume
+// that refuses a new file's owner or mode shows it only when one is made.
+ContentsWrite inPlaceNeed(int folder, const struct stat &file)
+{
+    if (file.st_nlink > 1)
+        return ContentsWrite::inPlaceLinked;
+    // Making a file needs write and search permission on its folder, for the
+    // user the process acts as (not the one who started it).
+    if (::faccessat(folder, ".", W_OK | X_OK, AT_EACCESS) != 0 && (errno == EACCES || errno == EPERM))
+        return ContentsWrite::inPlaceFolderClosed;
+    return ContentsWrite::replaced;
+}
+
 ContentsWrite writeInPlace(int folder, const std::string &name, const struct stat &before,
                            std::string_view old, std::string_view bytes, ContentsWrite method,
                            const Path &shown, const BackupWatch &backups)
@@ -357,10 +371,25 @@ ContentsWrite replaceContents(const Path &file, std::string_view expected, std::
         return ContentsWrite::changedOnDisk;
     if (readAll(current.get(), expected.size(), expected.size(), file) != expected)
         return ContentsWrite::changedOnDisk;
-    if (before.st_nlink > 1)
-        return writeInPlace(folder.get(), name, before, expected, bytes, ContentsWrite::inPlaceLinked, file,
-                            backups);
+    if (const ContentsWrite need = inPlaceNeed(folder.get(), before); need != ContentsWrite::replaced)
+        return writeInPlace(folder.get(), name, before, expected, bytes, need, file, backups);
     return replaceThroughNewFile(folder.get(), name, before, expected, bytes, file, watch, backups);
+}
+
+ContentsWrite expectedContentsWrite(const Path &file) noexcept
+{
+    try {
+        const FileDescriptor folder = openFolder(file.parent_path());
+        const std::string name = file.filename().string();
+        struct stat info {};
+        // A file this user cannot write at all is not saved in any way: nothing to forecast.
+        if (::fstatat(folder.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !S_ISREG(info.st_mode) || ::faccessat(folder.get(), name.c_str(), W_OK, AT_EACCESS) != 0)
+            return ContentsWrite::replaced;
+        return inPlaceNeed(folder.get(), info);
+    } catch (...) {
+        return ContentsWrite::replaced;
+    }
 }
 
 std::uint64_t contentsDigest(std::string_view bytes)

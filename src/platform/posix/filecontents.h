@@ -82,6 +82,13 @@ ContentsWrite replaceContents(const std::filesystem::path &file, std::string_vie
                               std::string_view bytes, const StagingWatch &watch = {},
                               const BackupWatch &backups = {});
 
+// How replaceContents will write `file`, as far as can be told without writing:
+// inPlaceLinked or inPlaceFolderClosed by the very test it makes, else replaced,
+// which a volume refusing the new file's owner or mode still turns into
+// inPlaceMetadata (only trying shows that). Replaced too when the file cannot
+// be examined: then the save itself reports why.
+ContentsWrite expectedContentsWrite(const std::filesystem::path &file) noexcept;
+
 // A 64-bit fingerprint of bytes (FNV-1a), the same in every process.
 std::uint64_t contentsDigest(std::string_view bytes);
 
