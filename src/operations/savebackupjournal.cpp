@@ -79,7 +79,7 @@ std::string readAll(int descriptor)
 }
 
 // Settles the entries of a gone owner's journal; false when one must be tried again.
-bool settle(int folder, const std::string &owner, std::vector<fs::path> &restored)
+bool settle(int folder, const std::string &owner, const fs::path &keepFolder, std::vector<fs::path> &restored)
 {
     const std::string journal = std::string(kPrefix) + owner + ".journal";
     const FileDescriptor file(::openat(folder, journal.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
@@ -101,11 +101,14 @@ bool settle(int folder, const std::string &owner, std::vector<fs::path> &restore
                     throwPosixError(backup);
                 continue;
             }
-            switch (recoverInPlaceWrite(*entry.ready)) {
+            const BackupRecovery recovery = recoverInPlaceWrite(*entry.ready, keepFolder);
+            switch (recovery.outcome) {
             case BackupOutcome::missing:
                 break;
             case BackupOutcome::restored:
-                log.record("SAVE RESTORED" + fields);
+                log.record(
+                    "SAVE RESTORED" + fields +
+                    (recovery.replaced.empty() ? std::string() : " replaced=" + recovery.replaced.string()));
                 restored.emplace_back(entry.target);
                 break;
             case BackupOutcome::completed:
@@ -256,7 +259,7 @@ std::vector<fs::path> SaveBackupJournal::recover()
         if (owner == m_id)
             continue;
         const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), kPrefix, owner);
-        if (!lock || !settle(folder.get(), owner, restored))
+        if (!lock || !settle(folder.get(), owner, replacedFolder(), restored))
             continue;
         // The lock goes last, so that a journal is never found without its lock while it matters.
         for (const char *suffix : {".journal", ".lock"})

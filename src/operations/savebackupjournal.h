@@ -38,6 +38,8 @@ public:
     const std::filesystem::path &folder() const { return m_folder; }
     // Where copies go whose file's folder takes no new file.
     std::filesystem::path spareFolder() const { return m_folder / "Backups"; }
+    // Where recovery keeps what a file held before its old bytes went back over it.
+    std::filesystem::path replacedFolder() const { return m_folder / "Replaced"; }
 
     // This journal as the watch of an in-place write.
     BackupWatch watch();
@@ -52,9 +54,12 @@ public:
     // Settles the copies that owners which are gone left: a whole copy goes back
     // into its file unless the file already holds exactly the new bytes
     // (recoverInPlaceWrite), logging "SAVE RESTORED path=TARGET backup=BACKUP",
-    // "SAVE KEPT ..." or "SAVE BACKUP DROPPED ..." (the name holds another file
-    // now, or the copy was never finished); a copy that cannot be settled is logged
-    // "SAVE RESTORE FAILED ... error=..." and its journal kept for the next start.
+    // with " replaced=KEPT" when what the file held (a torn write, or another
+    // program's edit since) was first kept in replacedFolder(), "SAVE KEPT ..."
+    // or "SAVE BACKUP DROPPED ..." (the name holds another file now, or the copy
+    // was never finished); a copy that cannot be settled, or whose file's bytes
+    // cannot be kept, is logged "SAVE RESTORE FAILED ... error=..." and its
+    // journal kept for the next start.
     // An entry of an owner that still runs is never touched, nor an item whose
     // name is not exactly ".quillorn-" + an upper-case UUID. Returns the files
     // given their old bytes back.

@@ -38,6 +38,10 @@ struct TextDocument {
     // its links, owner or attributes, written in place; then a journaled copy of
     // the old bytes stands in for the file until the new ones are flushed.
     SaveMethod save();
+
+    // How save() will write `url`, as far as can be told before it does (see
+    // expectedContentsWrite): the editor says so before the first save.
+    static SaveMethod expectedSave(const Path &url) noexcept { return expectedContentsWrite(url); }
 };
 
 } // namespace quillorn

@@ -19,6 +19,8 @@
 #include <QTextDocument>
 #include <QVBoxLayout>
 
+#include <utility>
+
 namespace quillorn {
 
 namespace {
@@ -125,7 +127,7 @@ QString EditorSheet::text() const
 
 EditorSheet::Loaded EditorSheet::load(const Path &url)
 {
-    Loaded result{TextDocument::load(url), std::nullopt, QString()};
+    Loaded result{TextDocument::load(url), std::nullopt, QString(), TextDocument::expectedSave(url)};
     result.lines = detail::EditorText::forText(result.document.text);
     if (result.lines)
         result.shown = result.lines->shown(result.document.text);
@@ -156,7 +158,10 @@ void EditorSheet::loaded(Loaded result)
     m_bytes = result.document.original.size();
     m_document = std::move(result.document);
     m_dirty = false;
-    setStatus(displayText(m_url));
+    // Said before the first save where it is known already, so the user is not surprised by it afterwards.
+    const QString reason = inPlaceReason(result.expected);
+    m_toldInPlace = !reason.isEmpty();
+    setStatus(m_toldInPlace ? displayText(m_url) + QLatin1Char('\n') + reason : displayText(m_url));
     updateView();
     m_editor->setFocus();
 }
@@ -314,8 +319,14 @@ void EditorSheet::setStatus(const QString &status)
 
 void EditorSheet::setSaving(bool saving)
 {
+    // Disabling the editor for a save sends the focus elsewhere: it comes back
+    // afterwards, so that typing goes on into the text.
+    if (saving)
+        m_refocus = m_editor->hasFocus();
     m_saving = saving;
     updateView();
+    if (!saving && std::exchange(m_refocus, false) && !m_confirmation)
+        m_editor->setFocus();
 }
 
 void EditorSheet::updateUnsaved()

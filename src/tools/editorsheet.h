@@ -72,6 +72,7 @@ private:
         TextDocument document;
         std::optional<detail::EditorText> lines;
         QString shown;
+        TextDocument::SaveMethod expected = TextDocument::SaveMethod::replaced;
     };
     static Loaded load(const Path &url);
 
@@ -97,6 +98,7 @@ private:
     bool m_filling = false;
     bool m_published = false;
     bool m_toldInPlace = false; // why saves are not atomic was said
+    bool m_refocus = false;     // the editor had the focus when the save began
     QString m_status = loadingStatus;
 
     QLabel *m_title = nullptr;

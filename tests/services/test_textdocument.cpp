@@ -395,17 +395,20 @@ TEST_F(SaveDriver, aFolderThatTakesNoNewFileOrAnOwnerThatCannotBeKeptIsWrittenIn
         fs::permissions(item, fs::perms(0755));
     fs::permissions(m_file, fs::perms(0666)); // root's file, which nobody may write
     ::chown(m_state.c_str(), 65534, 65534);
-    const auto [status, out] = save(m_asNobody, "by nobody\n");
+    // Known before the save (it is printed first), and the route the save then takes.
+    const auto [status, out] = save(m_asNobody, "by nobody\n", "plan");
     if (out.starts_with("setpriv:"))
         GTEST_SKIP() << "cannot switch to the user nobody: " << out;
-    EXPECT_EQ(std::pair(status, out),
-              std::pair(0, std::to_string(int(ContentsWrite::inPlaceFolderClosed)) + "\n"));
+    const std::string closed = std::to_string(int(ContentsWrite::inPlaceFolderClosed)) + "\n";
+    EXPECT_EQ(std::pair(status, out), std::pair(0, closed + closed));
     EXPECT_EQ(TestTree::read(m_file), "by nobody\n");
 
     fs::permissions(m_file.parent_path(),
                     fs::perms(0777)); // now a new file could be made, but not given to root
-    EXPECT_EQ(save(m_asNobody, "again\n"),
-              std::pair(0, std::to_string(int(ContentsWrite::inPlaceMetadata)) + "\n"));
+    // Only trying shows that: the forecast was a new file.
+    EXPECT_EQ(save(m_asNobody, "again\n", "plan"),
+              std::pair(0, std::to_string(int(ContentsWrite::replaced)) + "\n" +
+                               std::to_string(int(ContentsWrite::inPlaceMetadata)) + "\n"));
     struct stat info {};
     ASSERT_EQ(::lstat(m_file.c_str(), &info), 0);
     EXPECT_EQ(info.st_uid, 0u);
@@ -432,4 +435,69 @@ TEST(SaveBackupJournalRecovery, aRunningOwnersCopyIsNeverTouchedAndAGoneOnesIsPu
     EXPECT_EQ(SaveBackupJournal(tree / "state").recover(), std::vector<fs::path>{file});
     EXPECT_EQ(TestTree::read(file), "old bytes");
     EXPECT_FALSE(fs::exists(copy));
+    // Neither the old bytes nor the whole new ones: what it held is kept, not lost.
+    const std::vector<std::string> kept = names(tree / "state/Replaced");
+    ASSERT_EQ(kept.size(), 1u);
+    EXPECT_THAT(kept[0], StartsWith("half written.txt.replaced-"));
+    EXPECT_EQ(TestTree::read(tree / "state/Replaced" / kept[0]), "new bytes");
+}
+
+TEST(TextDocumentSave, forecastsAnInPlaceSaveForAFileWithOtherLinks)
+{
+    TestTree tree;
+    const fs::path file = tree.file("notes.txt", "one\n");
+    EXPECT_EQ(TextDocument::expectedSave(file), ContentsWrite::replaced);
+    fs::create_hard_link(file, tree / "other.txt");
+    EXPECT_EQ(TextDocument::expectedSave(file), ContentsWrite::inPlaceLinked);
+    TextDocument document = TextDocument::load(file);
+    document.text = "two\n";
+    EXPECT_EQ(document.save(), ContentsWrite::inPlaceLinked);
+    fs::remove(tree / "other.txt");
+    EXPECT_EQ(TextDocument::expectedSave(file), ContentsWrite::replaced);
+    EXPECT_EQ(TextDocument::expectedSave(tree / "missing.txt"), ContentsWrite::replaced);
+}
+
+TEST_F(SaveDriver, aFileEditedSinceAKilledSaveIsKeptBeforeItsOldBytesGoBack)
+{
+    if (!haveStrace())
+        GTEST_SKIP() << "strace is not installed";
+    fs::create_hard_link(m_file, m_tree / "docs/link.txt");
+    const int when = callNumber("pwrite64", "/docs/file.txt>", 2, m_fresh);
+    m_tree.file("docs/file.txt", m_old);
+    ASSERT_GT(when, 0);
+    EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=pwrite64:signal=KILL:when=" + std::to_string(when),
+                   m_fresh)
+                  .first,
+              128 + SIGKILL);
+    const std::vector<fs::path> copies = hidden(m_file.parent_path());
+    ASSERT_EQ(copies.size(), 1u);
+    // Another program writes the file (the same one, so recovery still finds it) before the next start.
+    const std::string theirs = "written by another program after the crash\n";
+    m_tree.file("docs/file.txt", theirs);
+
+    // Where that edit would go cannot be made: nothing is restored, and all stays for the next start.
+    const fs::path replaced = m_state / "Quillorn/Replaced";
+    m_tree.file(replaced.lexically_relative(m_tree.root()), "");
+    EXPECT_TRUE(SaveBackupJournal(m_state / "Quillorn").recover().empty());
+    EXPECT_TRUE(TestTree::read(m_file) == theirs);
+    EXPECT_EQ(hidden(m_file.parent_path()), copies);
+    EXPECT_THAT(log(),
+                HasSubstr("SAVE RESTORE FAILED path=" + m_file.string() + " backup=" + copies[0].string()));
+
+    fs::remove(replaced);
+    EXPECT_EQ(SaveBackupJournal(m_state / "Quillorn").recover(), std::vector<fs::path>{m_file});
+    EXPECT_TRUE(TestTree::read(m_file) == m_old);
+    EXPECT_TRUE(hidden(m_file.parent_path()).empty());
+    const std::string logged =
+        "SAVE RESTORED path=" + m_file.string() + " backup=" + copies[0].string() + " replaced=";
+    const std::string text = log();
+    const std::size_t at = text.find(logged);
+    ASSERT_NE(at, std::string::npos) << text;
+    const std::size_t start = at + logged.size();
+    const fs::path kept = text.substr(start, text.find('\n', start) - start);
+    EXPECT_EQ(kept.parent_path(), replaced);
+    EXPECT_EQ(TestTree::read(kept), theirs);
+    struct stat info {};
+    ASSERT_EQ(::lstat(kept.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0600u); // the user's alone, like the file's backup
 }

@@ -208,6 +208,20 @@ void overwrite(int file, std::string_view bytes, off_t oldSize, const Path &show
     flush(file, shown);
 }
 
+// Why a new file cannot take the old one's place, where that shows without
+// trying: the one rule both a save and the forecast of it follow. A volume
+// that refuses a new file's owner or mode shows it only when one is made.
+ContentsWrite inPlaceNeed(int folder, const struct stat &file)
+{
+    if (file.st_nlink > 1)
+        return ContentsWrite::inPlaceLinked;
+    // Making a file needs write and search permission on its folder, for the
+    // user the process acts as (not the one who started it).
+    if (::faccessat(folder, ".", W_OK | X_OK, AT_EACCESS) != 0 && (errno == EACCES || errno == EPERM))
+        return ContentsWrite::inPlaceFolderClosed;
+    return ContentsWrite::replaced;
+}
+
 ContentsWrite writeInPlace(int folder, const std::string &name, const struct stat &before,
                            std::string_view old, std::string_view bytes, ContentsWrite method,
                            const Path &shown, const BackupWatch &backups)
@@ -303,6 +317,54 @@ ContentsWrite replaceThroughNewFile(int folder, const std::string &name, const s
     return ContentsWrite::replaced;
 }
 
+// Whether the open file holds exactly `bytes`, from its start.
+bool holds(int file, const struct stat &info, std::string_view bytes, const Path &shown)
+{
+    if (std::uint64_t(info.st_size) != bytes.size())
+        return false;
+    if (::lseek(file, 0, SEEK_SET) != 0)
+        throwPosixError(shown);
+    return readAll(file, bytes.size(), bytes.size(), shown) == bytes;
+}
+
+// Everything the open file holds, copied into a new file of the user's alone
+// in `folder` and flushed, name and all: whatever the file is about to lose
+// can then be found there. Returns that file's path.
+Path keepContents(int file, const Path &folder, const Path &target)
+{
+    const FileDescriptor into = openPrivateFolder(folder);
+    // Named after the target (cut to leave room, never hidden), so the user recognises it.
+    std::string name = target.filename().string().substr(0, 160) + ".replaced-" +
+                       stagingName().substr(std::string_view(".quillorn-").size());
+    if (name.starts_with('.'))
+        name.insert(0, "_");
+    const Path kept = folder / name;
+    const FileDescriptor made(
+        ::openat(into.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
+    if (!made)
+        throwPosixError(kept);
+    try {
+        std::string chunk(writeChunk, '\0');
+        for (off_t offset = 0;;) {
+            const ssize_t count = ::pread(file, chunk.data(), chunk.size(), offset);
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count < 0)
+                throwPosixError(target);
+            if (count == 0)
+                break;
+            writeAll(made.get(), std::string_view(chunk.data(), std::size_t(count)), offset, kept);
+            offset += count;
+        }
+        flush(made.get(), kept);
+        flush(into.get(), folder);
+    } catch (...) {
+        ::unlinkat(into.get(), name.c_str(), 0);
+        throw;
+    }
+    return kept;
+}
+
 FileDescriptor openFolder(const Path &folder)
 {
     FileDescriptor descriptor(::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -357,10 +419,25 @@ ContentsWrite replaceContents(const Path &file, std::string_view expected, std::
         return ContentsWrite::changedOnDisk;
     if (readAll(current.get(), expected.size(), expected.size(), file) != expected)
         return ContentsWrite::changedOnDisk;
-    if (before.st_nlink > 1)
-        return writeInPlace(folder.get(), name, before, expected, bytes, ContentsWrite::inPlaceLinked, file,
-                            backups);
+    if (const ContentsWrite need = inPlaceNeed(folder.get(), before); need != ContentsWrite::replaced)
+        return writeInPlace(folder.get(), name, before, expected, bytes, need, file, backups);
     return replaceThroughNewFile(folder.get(), name, before, expected, bytes, file, watch, backups);
+}
+
+ContentsWrite expectedContentsWrite(const Path &file) noexcept
+{
+    try {
+        const FileDescriptor folder = openFolder(file.parent_path());
+        const std::string name = file.filename().string();
+        struct stat info {};
+        // A file this user cannot write at all is not saved in any way: nothing to forecast.
+        if (::fstatat(folder.get(), name.c_str(), &info, AT_SYMLINK_NOFOLLOW) != 0 ||
+            !S_ISREG(info.st_mode) || ::faccessat(folder.get(), name.c_str(), W_OK, AT_EACCESS) != 0)
+            return ContentsWrite::replaced;
+        return inPlaceNeed(folder.get(), info);
+    } catch (...) {
+        return ContentsWrite::replaced;
+    }
 }
 
 std::uint64_t contentsDigest(std::string_view bytes)
@@ -373,15 +450,15 @@ std::uint64_t contentsDigest(std::string_view bytes)
     return digest;
 }
 
-BackupOutcome recoverInPlaceWrite(const InPlaceBackup &record)
+BackupRecovery recoverInPlaceWrite(const InPlaceBackup &record, const Path &keepFolder)
 {
     const FileDescriptor copy(::open(record.backup.c_str(), readFlags));
     if (!copy) {
         if (errno == ENOENT)
-            return BackupOutcome::missing;
+            return {BackupOutcome::missing, {}};
         throwPosixError(record.backup);
     }
-    BackupOutcome outcome = BackupOutcome::superseded;
+    BackupRecovery result{BackupOutcome::superseded, {}};
     const FileDescriptor file(
         ::open(record.target.c_str(), O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     if (!file && errno != ENOENT && errno != ELOOP)
@@ -395,18 +472,21 @@ BackupOutcome recoverInPlaceWrite(const InPlaceBackup &record)
                                     : std::string();
         if (std::uint64_t(info.st_size) == record.newSize && now.size() == record.newSize &&
             contentsDigest(now) == record.newDigest) {
-            outcome = BackupOutcome::completed;
+            result.outcome = BackupOutcome::completed;
         } else {
             const std::string old = readAll(copy.get(), record.oldSize, record.oldSize, record.backup);
             if (old.size() != record.oldSize)
                 throwPosixError(record.backup, EBADMSG);
-            overwrite(file.get(), old, info.st_size, record.target);
-            outcome = BackupOutcome::restored;
+            if (!holds(file.get(), info, old, record.target)) {
+                result.replaced = keepContents(file.get(), keepFolder, record.target);
+                overwrite(file.get(), old, info.st_size, record.target);
+            }
+            result.outcome = BackupOutcome::restored;
         }
     }
     if (::unlink(record.backup.c_str()) != 0 && errno != ENOENT)
         throwPosixError(record.backup);
-    return outcome;
+    return result;
 }
 
 void createFile(const Path &file, std::string_view bytes, const StagingWatch &watch)

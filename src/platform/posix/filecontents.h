@@ -82,6 +82,13 @@ ContentsWrite replaceContents(const std::filesystem::path &file, std::string_vie
                               std::string_view bytes, const StagingWatch &watch = {},
                               const BackupWatch &backups = {});
 
+// How replaceContents will write `file`, as far as can be told without writing:
+// inPlaceLinked or inPlaceFolderClosed by the very test it makes, else replaced,
+// which a volume refusing the new file's owner or mode still turns into
+// inPlaceMetadata (only trying shows that). Replaced too when the file cannot
+// be examined: then the save itself reports why.
+ContentsWrite expectedContentsWrite(const std::filesystem::path &file) noexcept;
+
 // A 64-bit fingerprint of bytes (FNV-1a), the same in every process.
 std::uint64_t contentsDigest(std::string_view bytes);
 
@@ -93,12 +100,23 @@ enum class BackupOutcome {
     superseded, // the name no longer holds that file: it is left alone
 };
 
+struct BackupRecovery {
+    BackupOutcome outcome = BackupOutcome::missing;
+    // Where the bytes the file held were kept before the old ones went over
+    // them; empty when it held the old bytes already.
+    std::filesystem::path replaced;
+};
+
 // Settles an in-place write a killed process left: unless the file already holds
 // exactly the new bytes, the copy's bytes are written back into the file itself
 // (keeping its links, owner and mode) and flushed; then the copy is removed.
-// Throws PosixError when the copy or the file cannot be read or written (the
-// copy then stays), EBADMSG when the copy is not of the recorded length.
-BackupOutcome recoverInPlaceWrite(const InPlaceBackup &record);
+// A half-written file cannot be told from one another program wrote since, so
+// what the file holds, unless it is the old bytes, is first copied whole and
+// flushed into a new private file in `keepFolder`.
+// Throws PosixError when the copy or the file cannot be read or written, or
+// what the file holds cannot be kept (the file and the copy then stay as they
+// are), EBADMSG when the copy is not of the recorded length.
+BackupRecovery recoverInPlaceWrite(const InPlaceBackup &record, const std::filesystem::path &keepFolder);
 
 // Creates `file` holding `bytes`, never replacing an item of that name: the
 // bytes are written and flushed under a hidden name in the same folder, which
