@@ -106,9 +106,9 @@ bool settle(int folder, const std::string &owner, const fs::path &keepFolder, st
             case BackupOutcome::missing:
                 break;
             case BackupOutcome::restored:
-                log.record(
-                    "SAVE RESTORED" + fields +
-                    (recovery.replaced.empty() ? std::string() : " replaced=" + recovery.replaced.string()));
+                log.record("SAVE RESTORED" + fields +
+                           (recovery.replaced.empty() ? std::string()
+                                                      : " replaced=" + detail::logPath(recovery.replaced)));
                 restored.emplace_back(entry.target);
                 break;
             case BackupOutcome::completed:
