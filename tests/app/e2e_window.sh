@@ -48,14 +48,18 @@ keys() { xdotool key --delay 60 "$@"; }
 # Xvfb runs no window manager: the window is given the keyboard once here, and
 # after that every sheet, alert and prompt must hand it back by itself.
 xdotool windowfocus --sync "$window" 2>/dev/null || xdotool windowfocus "$window"
+# The counts below are taken afresh at every try: "$(…)" written on a wait_for
+# line would be counted once, before the waiting starts.
+window_count_at_most() { test "$(windows)" -le "$1"; }
+window_count_at_least() { test "$(windows)" -ge "$1"; }
 refocus() {
-    wait_for 150 test "$(windows)" -le 1
+    wait_for 150 window_count_at_most 1
     sleep 0.3
 }
 # Folders come first, then names in order: twenty times Up lands on the first row.
 cursor_to_row() { refocus; keys $(printf 'Up %.0s' {1..20}); for ((i = 0; i < $1; i++)); do keys Down; done; }
 # Presses a key, then waits for the sheet or alert it opens to take the keyboard.
-open_dialog() { keys "$1"; wait_for 150 test "$(windows)" -ge 2 || echo "note: no sheet or alert appeared"; sleep 0.3; }
+open_dialog() { keys "$1"; wait_for 150 window_count_at_least 2 || echo "note: no sheet or alert appeared"; sleep 0.3; }
 log_has() { [ -f "$log" ] && grep -qF -- "$1" "$log"; }
 
 # 1. Copy alpha.txt to the right pane: F5, then Return on "Add to queue".
@@ -88,10 +92,12 @@ check "the refused move left the existing item" grep -q 'already here' "$right/b
 # those of the default 1180 × 740 window at the screen's corner.
 shot() { [ -n "${E2E_SHOTS:-}" ] && import -window root "$E2E_SHOTS/$1.png"; return 0; }
 queue_lines() { awk -v line="$1" 'index($0, line) { n++ } END { print n + 0 }' "$log" 2>/dev/null; }
+failed_file_operations_above() { test "$(queue_lines "QUEUE FAILED title=File operation")" -gt "$1"; }
 # 7. Return in the transfer sheet after the policy picker had the focus: F5 on
 # beta.txt, Tab to the picker, Down twice to "Keep both", Return adds the job.
 sleep 0.5; cursor_to_row 1; open_dialog F5; keys Tab Down Down; shot 7-picker; keys Return
-check "Return after the picker queued a keep-both copy" wait_for 100 test "$(ls "$right" | grep -c '^beta')" -eq 2
+betas_are() { test "$(ls "$right" | grep -c '^beta')" -eq "$1"; }
+check "Return after the picker queued a keep-both copy" wait_for 100 betas_are 2
 check "the picker left the existing beta.txt alone" grep -q 'already here' "$right/beta.txt"
 # 8. Return in the filter field with the cursor on a folder: it only leaves the
 # field. F7 then tries to make "New Folder" where the pane still is, which fails
@@ -100,7 +106,7 @@ sleep 0.5; cursor_to_row 0; failed=$(queue_lines "QUEUE FAILED title=File operat
 xdotool mousemove --window "$window" 250 174 click 1; sleep 0.3
 xdotool type --delay 40 "New"; keys Return; shot 8-filter; open_dialog F7; keys Return
 check "F7 after Return in the filter ran in the same folder" \
-    wait_for 100 test "$(queue_lines "QUEUE FAILED title=File operation")" -gt "$failed"
+    wait_for 100 failed_file_operations_above "$failed"
 check "Return in the filter field did not enter the folder" test ! -e "$left/New Folder/New Folder"
 # 9. Tab buttons after Ctrl+T and Backspace: the second tab goes to the parent
 # folder, a click on the first tab's button brings Left back, and F7 there fails
@@ -110,7 +116,7 @@ keys ctrl+t BackSpace; sleep 0.5; shot 9-tabs
 xdotool mousemove --window "$window" 40 80 click 1; sleep 0.5; shot 9-first-tab
 open_dialog F7; keys Return
 check "the first tab's button was on screen and brought Left back" \
-    wait_for 100 test "$(queue_lines "QUEUE FAILED title=File operation")" -gt "$failed"
+    wait_for 100 failed_file_operations_above "$failed"
 check "no folder was made in the parent" test ! -e "$work/New Folder"
 # 6. Quit with F10: the queue is idle, so the application ends at once, with status 0.
 sleep 0.5; refocus; keys F10
