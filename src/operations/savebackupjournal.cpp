@@ -1,12 +1,12 @@
 #include "operations/savebackupjournal.h"
 
 #include "operations/appdiagnostics.h"
+#include "operations/detail/journalfile.h"
 #include "operations/detail/logtext.h"
 #include "platform/posix/filedescriptor.h"
 #include "platform/posix/ownerlocks.h"
 #include "platform/posix/percentencoding.h"
 #include "platform/posix/posixerror.h"
-#include "platform/posix/privatefolder.h"
 #include "platform/posix/stagingname.h"
 #include "platform/posix/userfolders.h"
 
@@ -64,30 +64,15 @@ std::map<std::string, Entry> liveEntries(const std::string &text)
     return live;
 }
 
-std::string readAll(int descriptor)
-{
-    std::string text;
-    char buffer[16384];
-    for (ssize_t count; (count = ::read(descriptor, buffer, sizeof buffer)) != 0;) {
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            break;
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    return text;
-}
-
 // Settles the entries of a gone owner's journal; false when one must be tried again.
 bool settle(int folder, const std::string &owner, const fs::path &keepFolder, std::vector<fs::path> &restored)
 {
-    const std::string journal = std::string(kPrefix) + owner + ".journal";
-    const FileDescriptor file(::openat(folder, journal.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!file)
+    const std::optional<std::string> text = detail::readOwnerJournal(folder, kPrefix, owner);
+    if (!text)
         return true;
     AppDiagnostics &log = AppDiagnostics::shared();
     bool settled = true;
-    for (const auto &[backup, entry] : liveEntries(readAll(file.get()))) {
+    for (const auto &[backup, entry] : liveEntries(*text)) {
         if (!isStagingPath(backup))
             continue;
         const std::string fields =
@@ -135,8 +120,8 @@ SaveBackupJournal &SaveBackupJournal::shared()
     return *instance;
 }
 
-struct SaveBackupJournal::Files {
-    FileDescriptor folder, lock, journal;
+struct SaveBackupJournal::Files : detail::OwnerFiles {
+    FileDescriptor journal;
 };
 
 SaveBackupJournal::SaveBackupJournal(fs::path folder)
@@ -148,8 +133,7 @@ SaveBackupJournal::~SaveBackupJournal()
 {
     if (!m_live.empty() || !m_files->folder)
         return;
-    for (const char *suffix : {".journal", ".lock"})
-        ::unlinkat(m_files->folder.get(), (std::string(kPrefix) + m_id + suffix).c_str(), 0);
+    detail::removeOwnerFiles(m_files->folder.get(), kPrefix, m_id, {".journal"});
 }
 
 BackupWatch SaveBackupJournal::watch()
@@ -192,7 +176,7 @@ void SaveBackupJournal::remove(const fs::path &backup) noexcept
         // longer exists, which recovery passes over.
         if (m_live.empty()) {
             if (::ftruncate(m_files->journal.get(), 0) != 0)
-                throwPosixError(m_folder / (std::string(kPrefix) + m_id + ".journal"));
+                throwPosixError(m_folder / detail::ownerFileName(kPrefix, m_id, ".journal"));
             return;
         }
         writeRecord("remove " + percentEncoded(backup.native()) + "\n", false);
@@ -206,15 +190,12 @@ void SaveBackupJournal::open()
 {
     if (m_files->journal)
         return;
-    if (!m_files->folder)
-        m_files->folder = openPrivateFolder(m_folder);
-    const std::string base = std::string(kPrefix) + m_id;
-    if (!m_files->lock)
-        m_files->lock = takeLock(m_files->folder.get(), base + ".lock", m_folder / (base + ".lock"));
-    FileDescriptor journal(::openat(m_files->folder.get(), (base + ".journal").c_str(),
+    m_files->open(m_folder, kPrefix, m_id);
+    const std::string name = detail::ownerFileName(kPrefix, m_id, ".journal");
+    FileDescriptor journal(::openat(m_files->folder.get(), name.c_str(),
                                     O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
     if (!journal)
-        throwPosixError(m_folder / (base + ".journal"));
+        throwPosixError(m_folder / name);
     // Made afresh from what is live (after a failed write, what was there may be torn).
     std::string text;
     for (const auto &[backup, records] : m_live)
@@ -228,19 +209,9 @@ void SaveBackupJournal::open()
 
 void SaveBackupJournal::writeRecord(const std::string &record, bool durable)
 {
-    const fs::path shown = m_folder / (std::string(kPrefix) + m_id + ".journal");
-    const int journal = m_files->journal.get();
     try {
-        for (std::size_t written = 0; written < record.size();) {
-            const ssize_t count = ::write(journal, record.data() + written, record.size() - written);
-            if (count < 0 && errno == EINTR)
-                continue;
-            if (count <= 0)
-                throwPosixError(shown, count < 0 ? errno : EIO);
-            written += static_cast<std::size_t>(count);
-        }
-        if (durable && ::fdatasync(journal) != 0)
-            throwPosixError(shown);
+        detail::appendRecord(m_files->journal.get(), record,
+                             m_folder / detail::ownerFileName(kPrefix, m_id, ".journal"), durable);
     } catch (const PosixError &) {
         // A torn record would swallow the next one: start afresh at the next add().
         m_files->journal = FileDescriptor();
@@ -251,7 +222,7 @@ void SaveBackupJournal::writeRecord(const std::string &record, bool durable)
 std::vector<fs::path> SaveBackupJournal::recover()
 {
     // Nothing to do, and nothing to create, where no journal was ever kept.
-    const FileDescriptor folder(::open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const FileDescriptor folder = detail::openJournalFolder(m_folder);
     if (!folder)
         return {};
     std::vector<fs::path> restored;
@@ -261,9 +232,7 @@ std::vector<fs::path> SaveBackupJournal::recover()
         const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), kPrefix, owner);
         if (!lock || !settle(folder.get(), owner, replacedFolder(), restored))
             continue;
-        // The lock goes last, so that a journal is never found without its lock while it matters.
-        for (const char *suffix : {".journal", ".lock"})
-            ::unlinkat(folder.get(), (std::string(kPrefix) + owner + suffix).c_str(), 0);
+        detail::removeOwnerFiles(folder.get(), kPrefix, owner, {".journal"});
     }
     return restored;
 }

@@ -1,28 +1,20 @@
 #include "operations/stagingjournal.h"
 
 #include "operations/appdiagnostics.h"
+#include "operations/detail/journalfile.h"
 #include "platform/posix/filedescriptor.h"
 #include "platform/posix/ownerlocks.h"
 #include "platform/posix/percentencoding.h"
 #include "platform/posix/posixerror.h"
-#include "platform/posix/privatefolder.h"
 #include "platform/posix/removal.h"
 #include "platform/posix/stagingname.h"
 #include "platform/posix/userfolders.h"
 #include "platform/posix/volume.h"
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-#include <cstdio>
-#include <cstdlib>
 #include <optional>
-#include <random>
-#include <set>
 #include <sstream>
 
 namespace fs = std::filesystem;
@@ -75,43 +67,16 @@ std::map<std::string, LiveEntry> liveEntries(const std::string &text)
     return live;
 }
 
-void writeAll(int descriptor, const std::string &text, const fs::path &shown)
-{
-    for (std::size_t written = 0; written < text.size();) {
-        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            throwPosixError(shown, count < 0 ? errno : EIO);
-        written += static_cast<std::size_t>(count);
-    }
-}
-
-std::string readAll(int descriptor)
-{
-    std::string text;
-    char buffer[16384];
-    for (ssize_t count; (count = ::read(descriptor, buffer, sizeof buffer)) != 0;) {
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            break;
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    return text;
-}
-
 // Removes the live entries of a gone owner's journal and returns the removed
 // paths; the add records of entries to keep for a later start go into kept.
 std::vector<fs::path> removeLeftovers(int folder, const std::string &owner, std::string &kept)
 {
     std::vector<fs::path> removed;
-    const std::string journal = std::string(kPrefix) + owner + ".journal";
-    const FileDescriptor file(::openat(folder, journal.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
-    if (!file)
+    const std::optional<std::string> text = detail::readOwnerJournal(folder, kPrefix, owner);
+    if (!text)
         return removed;
     AppDiagnostics &log = AppDiagnostics::shared();
-    for (const auto &[staging, entry] : liveEntries(readAll(file.get()))) {
+    for (const auto &[staging, entry] : liveEntries(*text)) {
         struct stat info {};
         if (!isStagingPath(staging))
             continue;
@@ -140,22 +105,12 @@ std::vector<fs::path> removeLeftovers(int folder, const std::string &owner, std:
 // over at the next start, as their items no longer exist on a mounted volume.
 void keepOnly(int folder, const std::string &owner, const std::string &kept)
 {
-    const std::string name = std::string(kPrefix) + owner + ".journal", fresh = name + ".new";
-    const FileDescriptor file(
-        ::openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    bool written = false;
+    const std::string name = detail::ownerFileName(kPrefix, owner, ".journal");
     try {
-        if (file) {
-            writeAll(file.get(), kept, fresh);
-            written =
-                ::fsync(file.get()) == 0 && ::renameat(folder, fresh.c_str(), folder, name.c_str()) == 0;
-        }
+        detail::replaceAtomically(folder, name, kept, {});
     } catch (const PosixError &) {
+        ::unlinkat(folder, (name + ".new").c_str(), 0);
     }
-    if (written)
-        ::fsync(folder);
-    else
-        ::unlinkat(folder, fresh.c_str(), 0);
 }
 
 } // namespace
@@ -167,8 +122,8 @@ StagingJournal &StagingJournal::shared()
     return *instance;
 }
 
-struct StagingJournal::Files {
-    FileDescriptor folder, lock, journal;
+struct StagingJournal::Files : detail::OwnerFiles {
+    FileDescriptor journal;
 };
 
 StagingJournal::StagingJournal(fs::path folder)
@@ -180,8 +135,7 @@ StagingJournal::~StagingJournal()
 {
     if (!m_live.empty() || !m_files->folder)
         return;
-    for (const char *suffix : {".journal", ".lock"})
-        ::unlinkat(m_files->folder.get(), (std::string(kPrefix) + m_id + suffix).c_str(), 0);
+    detail::removeOwnerFiles(m_files->folder.get(), kPrefix, m_id, {".journal"});
 }
 
 void StagingJournal::add(const fs::path &staging, const fs::path &target) noexcept
@@ -192,8 +146,8 @@ void StagingJournal::add(const fs::path &staging, const fs::path &target) noexce
         std::string fields = addFields(staging, target);
         writeRecord("add " + percentEncoded(staging.native()) + " " + fields + "\n");
         m_live[staging.native()] = std::move(fields);
-        if (::fdatasync(m_files->journal.get()) != 0)
-            throwPosixError(m_folder / (std::string(kPrefix) + m_id + ".journal"));
+        detail::flushData(m_files->journal.get(),
+                          m_folder / detail::ownerFileName(kPrefix, m_id, ".journal"));
     } catch (const std::exception &error) {
         reportOnce(error);
     }
@@ -225,11 +179,7 @@ void StagingJournal::open()
 {
     if (m_files->journal)
         return;
-    if (!m_files->folder)
-        m_files->folder = openPrivateFolder(m_folder);
-    const std::string base = std::string(kPrefix) + m_id;
-    if (!m_files->lock)
-        m_files->lock = takeLock(m_files->folder.get(), base + ".lock", m_folder / (base + ".lock"));
+    m_files->open(m_folder, kPrefix, m_id);
     // Made afresh from what is live (after a failed write, what was there may be torn).
     rewrite();
 }
@@ -237,7 +187,8 @@ void StagingJournal::open()
 void StagingJournal::writeRecord(const std::string &record)
 {
     try {
-        writeAll(m_files->journal.get(), record, m_folder / (std::string(kPrefix) + m_id + ".journal"));
+        detail::appendRecord(m_files->journal.get(), record,
+                             m_folder / detail::ownerFileName(kPrefix, m_id, ".journal"), false);
         m_journalBytes += record.size();
         ++m_records;
     } catch (const PosixError &) {
@@ -250,21 +201,11 @@ void StagingJournal::writeRecord(const std::string &record)
 
 void StagingJournal::rewrite()
 {
-    const int folder = m_files->folder.get();
-    const std::string fresh = std::string(kPrefix) + m_id + ".journal.new";
-    const std::string name = std::string(kPrefix) + m_id + ".journal";
-    FileDescriptor file(::openat(folder, fresh.c_str(),
-                                 O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file)
-        throwPosixError(m_folder / fresh);
     std::string text;
     for (const auto &[staging, fields] : m_live)
         text += "add " + percentEncoded(staging) + " " + fields + "\n";
-    writeAll(file.get(), text, m_folder / fresh);
-    if (::fsync(file.get()) != 0 || ::renameat(folder, fresh.c_str(), folder, name.c_str()) != 0 ||
-        ::fsync(folder) != 0)
-        throwPosixError(m_folder / name);
-    m_files->journal = std::move(file);
+    m_files->journal = detail::replaceAtomically(
+        m_files->folder.get(), detail::ownerFileName(kPrefix, m_id, ".journal"), text, m_folder);
     m_journalBytes = text.size();
     m_records = m_live.size();
 }
@@ -280,7 +221,7 @@ void StagingJournal::reportOnce(const std::exception &error) noexcept
 std::vector<fs::path> StagingJournal::recover()
 {
     // Nothing to do, and nothing to create, where no journal was ever kept.
-    const FileDescriptor folder(::open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const FileDescriptor folder = detail::openJournalFolder(m_folder);
     if (!folder)
         return {};
     std::vector<fs::path> removed;
@@ -297,9 +238,7 @@ std::vector<fs::path> StagingJournal::recover()
             keepOnly(folder.get(), owner, kept);
             continue;
         }
-        // The lock goes last, so that a journal is never found without its lock while it matters.
-        for (const char *suffix : {".journal", ".journal.new", ".lock"})
-            ::unlinkat(folder.get(), (std::string(kPrefix) + owner + suffix).c_str(), 0);
+        detail::removeOwnerFiles(folder.get(), kPrefix, owner, {".journal", ".journal.new"});
     }
     return removed;
 }

@@ -1,24 +1,18 @@
 #include "services/jobjournal.h"
 
 #include "operations/appdiagnostics.h"
+#include "operations/detail/journalfile.h"
 #include "platform/posix/filedescriptor.h"
 #include "platform/posix/ownerlocks.h"
 #include "platform/posix/posixerror.h"
-#include "platform/posix/privatefolder.h"
 #include "platform/posix/userfolders.h"
 
-#include <dirent.h>
 #include <fcntl.h>
-#include <sys/file.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <optional>
-#include <random>
-#include <set>
 
 namespace fs = std::filesystem;
 
@@ -30,46 +24,18 @@ constexpr std::string_view prefix = "jobs-";
 
 std::string fileName(const std::string &owner, const char *suffix)
 {
-    return std::string(prefix) + owner + suffix;
-}
-
-void writeAll(int descriptor, const std::string &text, const fs::path &shown)
-{
-    for (std::size_t written = 0; written < text.size();) {
-        const ssize_t count = ::write(descriptor, text.data() + written, text.size() - written);
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count <= 0)
-            throwPosixError(shown, count < 0 ? errno : EIO);
-        written += static_cast<std::size_t>(count);
-    }
-}
-
-std::string readAll(int descriptor, const fs::path &shown)
-{
-    std::string text;
-    char buffer[16384];
-    for (ssize_t count; (count = ::read(descriptor, buffer, sizeof buffer)) != 0;) {
-        if (count < 0 && errno == EINTR)
-            continue;
-        if (count < 0)
-            throwPosixError(shown);
-        text.append(buffer, static_cast<std::size_t>(count));
-    }
-    return text;
+    return detail::ownerFileName(prefix, owner, suffix);
 }
 
 void removeOwnerFiles(int folder, const std::string &owner)
 {
-    // The lock goes last, so a journal is never found without its lock while it matters.
-    for (const char *suffix : {".journal", ".journal.new", ".publications", ".lock"})
-        ::unlinkat(folder, fileName(owner, suffix).c_str(), 0);
+    detail::removeOwnerFiles(folder, prefix, owner, {".journal", ".journal.new", ".publications"});
 }
 
 } // namespace
 
-struct JobJournal::Files {
-    FileDescriptor folder, lock, log;
+struct JobJournal::Files : detail::OwnerFiles {
+    FileDescriptor log;
 };
 
 std::shared_ptr<JobJournal> JobJournal::open()
@@ -168,19 +134,12 @@ void JobJournal::append(const std::string &line, bool durable)
         if (!m_files->log || ::fsync(m_files->folder.get()) != 0)
             throwPosixError(m_folder / name);
     }
-    const fs::path shown = m_folder / fileName(m_id, ".publications");
-    writeAll(m_files->log.get(), line, shown);
-    if (durable && ::fdatasync(m_files->log.get()) != 0)
-        throwPosixError(shown);
+    detail::appendRecord(m_files->log.get(), line, m_folder / fileName(m_id, ".publications"), durable);
 }
 
 void JobJournal::openFiles()
 {
-    if (!m_files->folder)
-        m_files->folder = openPrivateFolder(m_folder);
-    if (!m_files->lock)
-        m_files->lock =
-            takeLock(m_files->folder.get(), fileName(m_id, ".lock"), m_folder / fileName(m_id, ".lock"));
+    m_files->open(m_folder, prefix, m_id);
 }
 
 std::vector<JobRunner::Publication> JobJournal::publishedBy(const QUuid &id) const
@@ -245,16 +204,7 @@ bool JobJournal::writeLatest() noexcept
 void JobJournal::write(const std::string &text)
 {
     openFiles();
-    const int folder = m_files->folder.get();
-    const std::string fresh = fileName(m_id, ".journal.new"), name = fileName(m_id, ".journal");
-    FileDescriptor file(
-        ::openat(folder, fresh.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC, 0600));
-    if (!file)
-        throwPosixError(m_folder / fresh);
-    writeAll(file.get(), text, m_folder / fresh);
-    if (::fsync(file.get()) != 0 || ::renameat(folder, fresh.c_str(), folder, name.c_str()) != 0 ||
-        ::fsync(folder) != 0)
-        throwPosixError(m_folder / name);
+    detail::replaceAtomically(m_files->folder.get(), fileName(m_id, ".journal"), text, m_folder);
     // The journal now holds every publication the log does (both are written
     // under the same lock); should the emptying not reach the disk, the next
     // start finds each record twice and takes it once.
@@ -273,7 +223,7 @@ void JobJournal::reportOnce(const std::exception &error) noexcept
 std::vector<JobJournal::Entry> JobJournal::recover()
 {
     // Nothing to do, and nothing to create, where no journal was ever kept.
-    const FileDescriptor folder(::open(m_folder.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+    const FileDescriptor folder = detail::openJournalFolder(m_folder);
     if (!folder)
         return {};
     std::vector<Entry> found;
@@ -288,22 +238,21 @@ std::vector<JobJournal::Entry> JobJournal::recover()
         const std::string name = fileName(owner, ".journal");
         const fs::path shown = m_folder / name;
         try {
-            const FileDescriptor file(
-                ::openat(folder.get(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+            const FileDescriptor file = detail::openForReading(folder.get(), name);
             if (!file && errno == ENOENT) {
                 removeOwnerFiles(folder.get(), owner);
                 continue;
             }
             if (!file)
                 throwPosixError(shown);
-            std::optional<std::vector<Entry>> entries = detail::parseJournal(readAll(file.get(), shown));
+            std::optional<std::vector<Entry>> entries =
+                detail::parseJournal(detail::readAll(file.get(), shown));
             if (!entries)
                 throw std::runtime_error("the journal is damaged");
             const std::string logName = fileName(owner, ".publications");
-            const FileDescriptor log(
-                ::openat(folder.get(), logName.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+            const FileDescriptor log = detail::openForReading(folder.get(), logName);
             if (log)
-                detail::applyPublicationLog(readAll(log.get(), m_folder / logName), *entries);
+                detail::applyPublicationLog(detail::readAll(log.get(), m_folder / logName), *entries);
             else if (errno != ENOENT)
                 throwPosixError(m_folder / logName);
             for (Entry &entry : *entries)
