@@ -226,14 +226,10 @@ std::vector<fs::path> SaveBackupJournal::recover()
     if (!folder)
         return {};
     std::vector<fs::path> restored;
-    for (const std::string &owner : ownersIn(folder.get(), kPrefix)) {
-        if (owner == m_id)
-            continue;
-        const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), kPrefix, owner);
-        if (!lock || !settle(folder.get(), owner, replacedFolder(), restored))
-            continue;
-        detail::removeOwnerFiles(folder.get(), kPrefix, owner, {".journal"});
-    }
+    detail::forEachGoneOwner(folder.get(), kPrefix, m_id, [&](const std::string &owner, FileDescriptor &) {
+        if (settle(folder.get(), owner, replacedFolder(), restored))
+            detail::removeOwnerFiles(folder.get(), kPrefix, owner, {".journal"});
+    });
     return restored;
 }
 

@@ -225,21 +225,15 @@ std::vector<fs::path> StagingJournal::recover()
     if (!folder)
         return {};
     std::vector<fs::path> removed;
-    for (const std::string &owner : ownersIn(folder.get(), kPrefix)) {
-        if (owner == m_id)
-            continue;
-        const std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), kPrefix, owner);
-        if (!lock)
-            continue;
+    detail::forEachGoneOwner(folder.get(), kPrefix, m_id, [&](const std::string &owner, FileDescriptor &) {
         std::string kept;
         for (fs::path &path : removeLeftovers(folder.get(), owner, kept))
             removed.push_back(std::move(path));
-        if (!kept.empty()) {
+        if (!kept.empty())
             keepOnly(folder.get(), owner, kept);
-            continue;
-        }
-        detail::removeOwnerFiles(folder.get(), kPrefix, owner, {".journal", ".journal.new"});
-    }
+        else
+            detail::removeOwnerFiles(folder.get(), kPrefix, owner, {".journal", ".journal.new"});
+    });
     return removed;
 }
 

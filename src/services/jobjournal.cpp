@@ -229,19 +229,14 @@ std::vector<JobJournal::Entry> JobJournal::recover()
     std::vector<Entry> found;
     std::vector<std::string> adopted;
     std::vector<FileDescriptor> locks; // held until the owners' files are gone
-    for (const std::string &owner : ownersIn(folder.get(), prefix)) {
-        if (owner == m_id)
-            continue;
-        std::optional<FileDescriptor> lock = lockOfGoneOwner(folder.get(), prefix, owner);
-        if (!lock)
-            continue;
+    detail::forEachGoneOwner(folder.get(), prefix, m_id, [&](const std::string &owner, FileDescriptor &lock) {
         const std::string name = fileName(owner, ".journal");
         const fs::path shown = m_folder / name;
         try {
             const FileDescriptor file = detail::openForReading(folder.get(), name);
             if (!file && errno == ENOENT) {
                 removeOwnerFiles(folder.get(), owner);
-                continue;
+                return;
             }
             if (!file)
                 throwPosixError(shown);
@@ -258,7 +253,7 @@ std::vector<JobJournal::Entry> JobJournal::recover()
             for (Entry &entry : *entries)
                 found.push_back(std::move(entry));
             adopted.push_back(owner);
-            locks.push_back(std::move(*lock));
+            locks.push_back(std::move(lock));
         } catch (const std::exception &error) {
             const std::string aside = "damaged-" + name;
             const bool moved = ::renameat(folder.get(), name.c_str(), folder.get(), aside.c_str()) == 0;
@@ -269,7 +264,7 @@ std::vector<JobJournal::Entry> JobJournal::recover()
             if (moved)
                 removeOwnerFiles(folder.get(), owner);
         }
-    }
+    });
     if (found.empty() && adopted.empty())
         return {};
     {

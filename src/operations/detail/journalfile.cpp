@@ -51,6 +51,18 @@ void OwnerFiles::open(const fs::path &path, std::string_view prefix, const std::
     }
 }
 
+void forEachGoneOwner(int folder, std::string_view prefix, const std::string &self,
+                      const std::function<void(const std::string &, FileDescriptor &)> &visit)
+{
+    for (const std::string &owner : ownersIn(folder, prefix)) {
+        if (owner == self)
+            continue;
+        std::optional<FileDescriptor> lock = lockOfGoneOwner(folder, prefix, owner);
+        if (lock)
+            visit(owner, *lock);
+    }
+}
+
 FileDescriptor openJournalFolder(const fs::path &path)
 {
     return FileDescriptor(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));

@@ -3,6 +3,7 @@
 #include "platform/posix/filedescriptor.h"
 
 #include <filesystem>
+#include <functional>
 #include <initializer_list>
 #include <optional>
 #include <string>
@@ -24,6 +25,12 @@ struct OwnerFiles {
     // each only once. Throws PosixError.
     void open(const std::filesystem::path &path, std::string_view prefix, const std::string &owner);
 };
+
+// Calls visit(owner, lock) for each owner in folder other than self that is
+// gone, one at a time, with its lock held by this process (see lockOfGoneOwner):
+// visit may keep the lock by moving it away.
+void forEachGoneOwner(int folder, std::string_view prefix, const std::string &self,
+                      const std::function<void(const std::string &, FileDescriptor &)> &visit);
 
 // The journals' folder for a recovery: an empty descriptor where it does not
 // exist, so that a recovery never creates it.
