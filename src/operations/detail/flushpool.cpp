@@ -1,14 +1,11 @@
 #include "operations/detail/flushpool.h"
 
+#include <algorithm>
+
 namespace quillorn::detail {
 
-namespace {
-
-constexpr std::size_t maximumPending = 64;
-
-} // namespace
-
-FlushPool::FlushPool(const FileOperations::FileManager &manager, unsigned threads) : m_manager(manager)
+FlushPool::FlushPool(const FileOperations::FileManager &manager, unsigned threads)
+    : m_manager(manager), m_maximumPending(std::max<std::size_t>(64, threads))
 {
     for (unsigned i = 0; i < threads; ++i)
         m_threads.emplace_back([this] { run(); });
@@ -29,7 +26,7 @@ FlushPool::~FlushPool()
 void FlushPool::submit(FileDescriptor descriptor, std::filesystem::path shown)
 {
     std::unique_lock guard(m_lock);
-    m_room.wait(guard, [this] { return m_pending.size() < maximumPending || m_failure; });
+    m_room.wait(guard, [this] { return m_pending.size() < m_maximumPending || m_failure; });
     if (m_failure)
         std::rethrow_exception(m_failure); // the item fails anyway: stop copying now
     m_pending.emplace_back(std::move(descriptor), std::move(shown));
