@@ -22,6 +22,7 @@ namespace quillorn::detail {
 // (the copy failed anyway) the rest is dropped.
 class FlushPool {
 public:
+    // Starts up to `threads` threads, as the work comes.
     FlushPool(const FileOperations::FileManager &manager, unsigned threads);
     ~FlushPool();
     FlushPool(const FlushPool &) = delete;
@@ -36,8 +37,10 @@ private:
     void run();
 
     const FileOperations::FileManager &m_manager;
+    const std::size_t m_maximumThreads;
     // As many as there are threads, so none waits for work while the copy goes on.
     const std::size_t m_maximumPending;
+    std::size_t m_waiting = 0; // threads waiting for work
     std::mutex m_lock;
     std::condition_variable m_work, m_room, m_idle;
     std::deque<std::pair<FileDescriptor, std::filesystem::path>> m_pending;
