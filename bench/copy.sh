@@ -16,7 +16,7 @@
 # Environment: BENCH_DIR (where the data goes, default /tmp), REPEAT (runs per
 # tool, default 7), BIG_MIB (size of the big file, default 2048), BUSY_MIB (what the
 # busy writer rewrites, default 3072), ONLY_DISKS=1 (skip the FUSE volume and the
-# flush alternatives).
+# flush alternatives), DISKS (default "temp loop"), LOADS (default "quiet busy").
 set -euo pipefail
 
 BENCH_BUILD=${BENCH_BUILD:-build/bench}
@@ -24,6 +24,8 @@ BENCH_DIR=${BENCH_DIR:-/tmp}
 REPEAT=${REPEAT:-7}
 BIG_MIB=${BIG_MIB:-2048}
 BUSY_MIB=${BUSY_MIB:-3072}
+DISKS=${DISKS:-temp loop}
+LOADS=${LOADS:-quiet busy}
 tool=$(realpath "$BENCH_BUILD/bench/transfer_tool" 2>/dev/null || true)
 flushes=$(realpath "$BENCH_BUILD/bench/flush_alternatives" 2>/dev/null || true)
 
@@ -158,19 +160,25 @@ suite() {
 }
 
 echo "Load before the runs: $(cut -d' ' -f1-3 /proc/loadavg) on $(nproc) cores"
-suite "temp folder's disk" "$work/dst"
-suite "temp folder's disk, busy" "$work/dst" "$work/busy.bin"
+# suites LABEL FOLDER: the quiet and the busy suite (as LOADS asks) into FOLDER/dst.
+suites() {
+    [[ " $LOADS " != *" quiet "* ]] || suite "$1" "$2/dst"
+    [[ " $LOADS " != *" busy "* ]] || suite "$1, busy" "$2/dst" "$2/busy.bin"
+}
+
+[[ " $DISKS " != *" temp "* ]] || suites "temp folder's disk" "$work"
 
 loop=""
-if [ "$(id -u)" -eq 0 ] && command -v mkfs.ext4 >/dev/null; then
+if [[ " $DISKS " != *" loop "* ]]; then
+    echo; echo "== fresh ext4 loop volume: skipped (DISKS)"
+elif [ "$(id -u)" -eq 0 ] && command -v mkfs.ext4 >/dev/null; then
     truncate -s $((BIG_MIB * 2 + BUSY_MIB + 1536))M "$work/ext4.img"
     mkfs.ext4 -q -F "$work/ext4.img"
     mkdir "$work/ext4"
     if mount -o loop "$work/ext4.img" "$work/ext4"; then
         mounts+=("$work/ext4")
         loop="$work/ext4"
-        suite "fresh ext4 loop volume" "$loop/dst"
-        suite "fresh ext4 loop volume, busy" "$loop/dst" "$loop/busy.bin"
+        suites "fresh ext4 loop volume" "$loop"
     else
         echo; echo "== fresh ext4 loop volume: skipped, this machine refuses the loop mount"
     fi
