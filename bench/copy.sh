@@ -16,7 +16,9 @@
 # Environment: BENCH_DIR (where the data goes, default /tmp), REPEAT (runs per
 # tool, default 7), BIG_MIB (size of the big file, default 2048), BUSY_MIB (what the
 # busy writer rewrites, default 3072), ONLY_DISKS=1 (skip the FUSE volume and the
-# flush alternatives), DISKS (default "temp loop"), LOADS (default "quiet busy").
+# flush alternatives), DISKS (default "temp loop"), LOADS (default "quiet busy"),
+# LIMIT (seconds after which a run is stopped and counted as that long, default 300:
+# beside the busy writer rsync --fsync can take hours).
 set -euo pipefail
 
 BENCH_BUILD=${BENCH_BUILD:-build/bench}
@@ -26,6 +28,7 @@ BIG_MIB=${BIG_MIB:-2048}
 BUSY_MIB=${BUSY_MIB:-3072}
 DISKS=${DISKS:-temp loop}
 LOADS=${LOADS:-quiet busy}
+LIMIT=${LIMIT:-300}
 tool=$(realpath "$BENCH_BUILD/bench/transfer_tool" 2>/dev/null || true)
 flushes=$(realpath "$BENCH_BUILD/bench/flush_alternatives" 2>/dev/null || true)
 
@@ -87,7 +90,10 @@ seconds() {
     sync
     noisy
     start=$(date +%s%N)
-    /usr/bin/time -f %M -o "$work/rss" "$@" >/dev/null
+    stopped=0
+    timeout "$LIMIT" /usr/bin/time -f %M -o "$work/rss" "$@" >/dev/null || {
+        [ $? -eq 124 ] && stopped=1 && echo 0 > "$work/rss"
+    }
     end=$(date +%s%N)
     quiet
     awk -v a="$start" -v b="$end" 'BEGIN { printf "%.3f\n", (b - a) / 1e9 }'
@@ -97,14 +103,18 @@ median() { printf '%s\n' "$@" | sort -n | awk '{ a[NR] = $1 } END { print a[int(
 lowest() { printf '%s\n' "$@" | sort -n | head -1; }
 ratio() { awk -v a="$1" -v b="$2" 'BEGIN { printf "%.2f", a / b }'; }
 
-declare -A runs rss
+declare -A runs rss capped
+stopped=0
 # once NAME DST ITEM COMMAND...: one timed run into DST, its copy checked on the
 # first run and then removed.
 once() {
     local name=$1 dst=$2 item=$3; shift 3
     local time kib
-    time=$(seconds "$@")
-    if [ -z "${runs[$name]:-}" ]; then
+    seconds "$@" > "$work/time"
+    time=$(cat "$work/time")
+    if [ "$stopped" -eq 1 ]; then
+        capped[$name]=">="
+    elif [ -z "${runs[$name]:-}" ]; then
         if [ -d "$work/src/$item" ]; then diff -r "$work/src/$item" "$dst/$item" >/dev/null
         else cmp "$work/src/$item" "$dst/$item"; fi || { echo "copy.sh: $name made a wrong copy"; exit 1; }
     fi
@@ -124,7 +134,7 @@ row() {
         # shellcheck disable=SC2086
         speed="$(ratio "$med" "$(median ${runs[$3]})")x / $(ratio "$best" "$(lowest ${runs[$3]})")x $4"
     fi
-    printf '  %-28s %8s %8s  %s\n' "$1" "$med" "$best" "$speed"
+    printf '  %-28s %8s %8s  %s\n' "$1" "${capped[$2]:-}$med" "$best" "$speed"
 }
 
 # suite LABEL DST [BUSYFILE]: the big file and the tree, every tool REPEAT times,
