@@ -4,8 +4,10 @@
 //              local volumes, where syncfs reports every file's write-back error)
 //   pool N     fsync(2) of each file and folder from N threads, so the journal
 //              can commit many of them together
+//   early N    as pool N, with each file's write-back started by
+//              sync_file_range(2) as soon as it is written (what the engine does)
 //   serial     fsync(2) of each file and folder as it is written (rsync --fsync)
-//   flush_alternatives FOLDER [RUNS]
+//   flush_alternatives FOLDER [RUNS] [WAY...]   (all ways when none is named)
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -75,9 +77,15 @@ private:
     std::vector<std::thread> m_threads;
 };
 
-// mode: 0 syncfs, 1 serial, else pool of `mode` threads.
-double writeTree(const std::filesystem::path &root, unsigned mode)
+struct Way {
+    const char *name;
+    unsigned mode; // 0 syncfs, 1 serial, else a pool of that many threads
+    bool early;
+};
+
+double writeTree(const std::filesystem::path &root, const Way &way)
 {
+    const unsigned mode = way.mode;
     char block[4096];
     for (std::size_t i = 0; i < sizeof block; ++i)
         block[i] = static_cast<char>(i * 7);
@@ -111,6 +119,8 @@ double writeTree(const std::filesystem::path &root, unsigned mode)
                     std::perror("write");
                     std::exit(1);
                 }
+                if (way.early)
+                    ::sync_file_range(file, 0, 0, SYNC_FILE_RANGE_WRITE);
                 done(file);
             }
             done(dir);
@@ -134,14 +144,22 @@ int main(int argc, char **argv)
     }
     const std::filesystem::path folder = argv[1];
     const int runs = argc > 2 ? std::atoi(argv[2]) : 5;
-    const std::vector<std::pair<const char *, unsigned>> ways = {
-        {"syncfs", 0}, {"pool 4", 4}, {"pool 16", 16}, {"pool 64", 64}, {"serial", 1}};
+    const std::vector<Way> all = {{"syncfs", 0, false},   {"early syncfs", 0, true}, {"pool 4", 4, false},
+                                  {"pool 16", 16, false}, {"pool 64", 64, false},    {"early 8", 8, true},
+                                  {"early 16", 16, true}, {"early 64", 64, true},    {"early 256", 256, true},
+                                  {"serial", 1, false}};
+    std::vector<Way> ways;
+    for (const Way &way : all)
+        if (argc <= 3 || std::find_if(argv + 3, argv + argc, [&](const char *name) {
+                             return std::string(name) == way.name;
+                         }) != argv + argc)
+            ways.push_back(way);
     std::vector<std::vector<double>> times(ways.size());
     for (int run = 0; run < runs; ++run)
         for (std::size_t way = 0; way < ways.size(); ++way) { // alternating, so bursts hit all
             const std::filesystem::path root = folder / std::to_string(way);
             ::sync();
-            times[way].push_back(writeTree(root, ways[way].second));
+            times[way].push_back(writeTree(root, ways[way]));
             std::filesystem::remove_all(root);
         }
     std::printf("%-10s %8s %8s   (20,000 files of 4 KiB made durable, %d runs)\n", "way", "median s",
@@ -149,6 +167,6 @@ int main(int argc, char **argv)
     for (std::size_t way = 0; way < ways.size(); ++way) {
         std::vector<double> &t = times[way];
         std::sort(t.begin(), t.end());
-        std::printf("%-10s %8.3f %8.3f\n", ways[way].first, t[t.size() / 2], t.front());
+        std::printf("%-10s %8.3f %8.3f\n", ways[way].name, t[t.size() / 2], t.front());
     }
 }

@@ -15,6 +15,7 @@
 #include "platform/posix/removal.h"
 #include "platform/posix/renaming.h"
 #include "platform/posix/stagingname.h"
+#include "platform/posix/writeback.h"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -283,6 +284,7 @@ FileOperations::FileManager FileOperations::FileManager::posix()
         if (::syncfs(descriptor) != 0)
             throwPosixError(item, errno);
     };
+    manager.pendingWriteBack = [](int) { return quillorn::pendingWriteBack(); };
     manager.copyChunk = detail::copyFileRange;
     return manager;
 }

@@ -57,6 +57,10 @@ public:
         // file (local volumes), the files of a copied folder are flushed together
         // before the folder is published; elsewhere each file is flushed itself.
         std::function<void(int descriptor, const Path &item)> flushVolume;
+        // Bytes, at most, of other programs' data that a flushVolume of the volume
+        // holding an open folder would also wait for; above a few MiB the files of
+        // a folder are flushed each on its own instead.
+        std::function<std::uint64_t(int descriptor)> pendingWriteBack;
         // Copies at most `limit` bytes from `input` (source) to `output` (target) at
         // their current offsets; returns the count, 0 at the end of the source.
         std::function<std::size_t(int input, int output, std::size_t limit, const Path &source,

@@ -8,6 +8,11 @@ namespace {
 
 const auto trashCount = [] { return contents(dataHome / "Trash/files").size(); };
 
+// Whether other programs seem to keep the volume busy, so a copied folder is flushed
+// by one volume flush (quiet) or file by file (busy), whatever the machine does now.
+const std::string quietVolume = "QUILLORN_DRIVER_PENDING_WRITEBACK=0 ",
+                  busyVolume = "QUILLORN_DRIVER_PENDING_WRITEBACK=4294967296 ";
+
 TEST(CrossVolume, moveCopiesTrashesTheSourceAndWarnsOfAttributesTheVolumeLacks)
 {
     TestTree tree;
@@ -134,9 +139,33 @@ TEST_F(InjectedFault, asAnOrdinaryUserRefusalsAndFailuresLeaveNothingBehind)
     fs::permissions(m_dst, fs::perms::all);
     for (const char *folder : {"src/box/sub", "src/box"})
         fs::permissions(m_tree / folder, fs::perms(0555));
-    EXPECT_EQ(drive(injectFault + "syncfs:error=EIO " + asNobody, "copy", m_dst, m_tree / "src/box"),
-              std::pair(1, wrapped("Copying \u2018box\u2019",
-                                   (m_dst / "box").string() + ": Input/output error", "POSIX 5") +
+    EXPECT_EQ(
+        drive(quietVolume + injectFault + "syncfs:error=EIO " + asNobody, "copy", m_dst, m_tree / "src/box"),
+        std::pair(1, wrapped("Copying \u2018box\u2019", (m_dst / "box").string() + ": Input/output error",
+                             "POSIX 5") +
+                         "\n"));
+    EXPECT_TRUE(fs::is_empty(m_dst));
+}
+
+TEST_F(InjectedFault, onABusyVolumeFailingFileFlushesPublishNothing)
+{
+    m_tree.file("src/box/sub/inner.txt", "inner");
+    m_tree.file("src/box/outer.txt", "outer");
+    // Every fsync(2) fails; the staging journal's own failures cost it nothing but its record.
+    const auto [status, errors] =
+        drive(busyVolume + injectFault + "fsync:error=EIO", "copy", m_dst, m_tree / "src/box");
+    EXPECT_EQ(status, 1);
+    EXPECT_THAT(errors, AllOf(StartsWith("Copying \u2018box\u2019 failed: " + (m_dst / "box").string()),
+                              HasSubstr(": Input/output error (POSIX 5)")));
+    EXPECT_TRUE(fs::is_empty(m_dst));
+}
+
+TEST_F(InjectedFault, aWriteBackErrorFoundWhileABigFileIsCopiedPublishesNothing)
+{
+    const fs::path big = m_tree.file("src/big.bin", pattern(40 * 1024 * 1024));
+    EXPECT_EQ(drive(injectFault + "sync_file_range:error=EIO:when=2", "copy", m_dst, big),
+              std::pair(1, wrapped("Copying \u2018big.bin\u2019",
+                                   (m_dst / "big.bin").string() + ": Input/output error", "POSIX 5") +
                                "\n"));
     EXPECT_TRUE(fs::is_empty(m_dst));
 }

@@ -1,17 +1,12 @@
 #include "operations/detail/flushpool.h"
 
+#include <algorithm>
+
 namespace quillorn::detail {
 
-namespace {
-
-constexpr std::size_t maximumPending = 64;
-
-} // namespace
-
-FlushPool::FlushPool(const FileOperations::FileManager &manager, unsigned threads) : m_manager(manager)
+FlushPool::FlushPool(const FileOperations::FileManager &manager, unsigned threads)
+    : m_manager(manager), m_maximumThreads(threads), m_maximumPending(std::max<std::size_t>(64, threads))
 {
-    for (unsigned i = 0; i < threads; ++i)
-        m_threads.emplace_back([this] { run(); });
 }
 
 FlushPool::~FlushPool()
@@ -29,10 +24,13 @@ FlushPool::~FlushPool()
 void FlushPool::submit(FileDescriptor descriptor, std::filesystem::path shown)
 {
     std::unique_lock guard(m_lock);
-    m_room.wait(guard, [this] { return m_pending.size() < maximumPending || m_failure; });
+    m_room.wait(guard, [this] { return m_pending.size() < m_maximumPending || m_failure; });
     if (m_failure)
         std::rethrow_exception(m_failure); // the item fails anyway: stop copying now
     m_pending.emplace_back(std::move(descriptor), std::move(shown));
+    // Started as the work comes, so a folder of two files does not start them all.
+    if (m_waiting < m_pending.size() && m_threads.size() < m_maximumThreads)
+        m_threads.emplace_back([this] { run(); });
     m_work.notify_one();
 }
 
@@ -50,7 +48,9 @@ void FlushPool::run()
         std::pair<FileDescriptor, std::filesystem::path> next;
         {
             std::unique_lock guard(m_lock);
+            ++m_waiting;
             m_work.wait(guard, [this] { return m_stopping || !m_pending.empty(); });
+            --m_waiting;
             if (m_stopping)
                 return;
             next = std::move(m_pending.front());

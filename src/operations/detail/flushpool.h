@@ -13,14 +13,16 @@
 
 namespace quillorn::detail {
 
-// Flushes the files and folders of one copied item on a few threads while the
+// Flushes the files and folders of one copied item on several threads while the
 // copy goes on, where each must be flushed on its own (FUSE and network
-// volumes): their daemons and servers work on many requests at once, so the
-// flushes overlap instead of queueing one behind the other. Each descriptor is
-// closed once flushed. finish() waits for all of them and throws the first
-// failure; without finish() (the copy failed anyway) the rest is dropped.
+// volumes, or a local volume that other programs keep busy): daemons, servers
+// and journals work on many requests at once, so the flushes overlap instead of
+// queueing one behind the other. Each descriptor is closed once flushed.
+// finish() waits for all of them and throws the first failure; without finish()
+// (the copy failed anyway) the rest is dropped.
 class FlushPool {
 public:
+    // Starts up to `threads` threads, as the work comes.
     FlushPool(const FileOperations::FileManager &manager, unsigned threads);
     ~FlushPool();
     FlushPool(const FlushPool &) = delete;
@@ -35,6 +37,10 @@ private:
     void run();
 
     const FileOperations::FileManager &m_manager;
+    const std::size_t m_maximumThreads;
+    // As many as there are threads, so none waits for work while the copy goes on.
+    const std::size_t m_maximumPending;
+    std::size_t m_waiting = 0; // threads waiting for work
     std::mutex m_lock;
     std::condition_variable m_work, m_room, m_idle;
     std::deque<std::pair<FileDescriptor, std::filesystem::path>> m_pending;

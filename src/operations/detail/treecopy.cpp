@@ -74,6 +74,28 @@ mode_t creationMode(const struct stat &source)
     return source.st_mode & 0600;
 }
 
+// A big file's data goes to the disk while the rest is still being copied, so its
+// flush at the end finds little left to write, and no more than two windows of
+// it wait in memory at a time: the copy keeps pace with the disk.
+constexpr off_t writeBackWindow = 16 * 1024 * 1024;
+
+struct WriteBack {
+    off_t started = 0; // write-back started for everything before this
+    off_t awaited = 0; // and finished before this
+
+    void advance(int output, off_t position, const fs::path &target)
+    {
+        int error = startWriteBack(output, started, position - started);
+        if (!error && started - awaited >= writeBackWindow) {
+            error = awaitWriteBack(output, awaited, started - awaited);
+            awaited = started;
+        }
+        if (error)
+            throwPosixError(target, error);
+        started = position;
+    }
+};
+
 void seekTo(int descriptor, off_t offset, const fs::path &item)
 {
     if (::lseek(descriptor, offset, SEEK_SET) < 0)
@@ -209,12 +231,16 @@ void TreeCopy::copy(const Item &source, const Folder &destination, const std::st
 {
     m_destination = &destination;
     m_top = newName;
-    // A single file is flushed on its own anyway; a folder's files are flushed
-    // together where one syncfs reaches them all.
+    // A single file is flushed on its own anyway. A folder's files are flushed
+    // together where one syncfs reaches them all, unless other programs have much
+    // data waiting to be written: syncfs would wait for all of theirs too, and the
+    // files' own flushes, many at once, are then faster.
     const bool folder = S_ISDIR(source.entry.info.st_mode);
-    m_flushEachFile = !folder || !volumeFlushCoversFiles(destination.fd.get());
+    const bool volumeFlush = folder && volumeFlushCoversFiles(destination.fd.get());
+    const bool othersWriting = volumeFlush && m_manager.pendingWriteBack(destination.fd.get()) > busyVolume;
+    m_flushEachFile = !volumeFlush || othersWriting;
     if (folder && m_flushEachFile)
-        m_pool = std::make_unique<FlushPool>(m_manager, flushThreads);
+        m_pool = std::make_unique<FlushPool>(m_manager, othersWriting ? localFlushThreads : flushThreads);
     Visitor visitor(*this, destination, newName, shown);
     walk(source, visitor);
     if (m_pool)
@@ -271,6 +297,7 @@ void TreeCopy::copyData(int input, int output, const struct stat &opened, const 
 {
     bool sparse = mayHaveHoles(opened);
     off_t position = 0, dataEnd = 0;
+    WriteBack writeBack;
     for (;;) {
         m_control.check();
         std::size_t limit = FileOperations::chunkSize;
@@ -301,6 +328,8 @@ void TreeCopy::copyData(int input, int output, const struct stat &opened, const 
         }
         position += static_cast<off_t>(count);
         m_control.add(static_cast<std::int64_t>(count));
+        if (position - writeBack.started >= writeBackWindow)
+            writeBack.advance(output, position, target);
     }
     if (sparse) {
         struct stat now {};
@@ -312,6 +341,11 @@ void TreeCopy::copyData(int input, int output, const struct stat &opened, const 
                 throwPosixError(target, errno);
         }
     }
+    // Its flush, by the pool or by the volume, then finds the data on its way;
+    // a small file is left to a volume flush, which writes many at once.
+    if (m_flushEachFile || writeBack.started > 0)
+        if (const int error = startWriteBack(output, writeBack.started, 0))
+            throwPosixError(target, error);
 }
 
 bool TreeCopy::linkToFirstCopy(const Entry &entry, const Folder &target, const std::string &name)

@@ -4,6 +4,7 @@
 #include "operations/fileoperations.h"
 #include "platform/posix/metadata.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <map>
 #include <memory>
@@ -69,6 +70,14 @@ private:
 
     // Enough to keep a FUSE daemon or a file server busy without flooding it.
     static constexpr unsigned flushThreads = 8;
+    // On a local journalled volume the flushes in flight at once share one journal
+    // commit and one cache flush of the disk: the more, the fewer commits.
+    // Measured with bench/flush_alternatives: 256 threads were about three times
+    // as fast as 64 on a disk busy with other writers.
+    static constexpr unsigned localFlushThreads = 256;
+    // Other programs' data waiting to be written beyond which a volume flush
+    // costs more than flushing each file: about what a disk writes in half a second.
+    static constexpr std::uint64_t busyVolume = 64 * 1024 * 1024;
 
     const FileOperations::FileManager &m_manager;
     OperationControl &m_control;

@@ -1,10 +1,12 @@
 #include "platform/posix/writeback.h"
 
+#include <fcntl.h>
 #include <sys/utsname.h>
 #include <sys/vfs.h>
 
 #include <algorithm>
 #include <array>
+#include <cerrno>
 #include <cstdint>
 #include <cstdio>
 
@@ -53,6 +55,50 @@ bool volumeFlushCoversFiles(int folderDescriptor)
         return false;
     const auto type = static_cast<std::uint32_t>(volume.f_type);
     return std::find(kPerFileMagics.begin(), kPerFileMagics.end(), type) == kPerFileMagics.end();
+}
+
+std::uint64_t pendingWriteBack()
+{
+    std::FILE *meminfo = std::fopen("/proc/meminfo", "re");
+    if (!meminfo)
+        return 0;
+    std::uint64_t total = 0;
+    char line[128];
+    while (std::fgets(line, sizeof line, meminfo)) {
+        unsigned long long kib = 0;
+        // "Dirty:" waits to be written, "Writeback:" is being written; not "WritebackTmp:" (FUSE's own).
+        if (std::sscanf(line, "Dirty: %llu kB", &kib) == 1 ||
+            std::sscanf(line, "Writeback: %llu kB", &kib) == 1)
+            total += kib * 1024;
+    }
+    std::fclose(meminfo);
+    return total;
+}
+
+namespace {
+
+int syncRange(int fileDescriptor, off_t offset, off_t length, unsigned flags)
+{
+    while (::sync_file_range(fileDescriptor, offset, length, flags) != 0) {
+        if (errno == EINTR)
+            continue;
+        // Pipes and some file systems (older FUSE) do not take it: the flush later does it all.
+        return errno == ESPIPE || errno == EINVAL || errno == ENOSYS || errno == EOPNOTSUPP ? 0 : errno;
+    }
+    return 0;
+}
+
+} // namespace
+
+int startWriteBack(int fileDescriptor, off_t offset, off_t length)
+{
+    return syncRange(fileDescriptor, offset, length, SYNC_FILE_RANGE_WRITE);
+}
+
+int awaitWriteBack(int fileDescriptor, off_t offset, off_t length)
+{
+    return syncRange(fileDescriptor, offset, length,
+                     SYNC_FILE_RANGE_WAIT_BEFORE | SYNC_FILE_RANGE_WRITE | SYNC_FILE_RANGE_WAIT_AFTER);
 }
 
 } // namespace quillorn
