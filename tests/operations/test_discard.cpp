@@ -80,7 +80,7 @@ TEST(DiscardToTrash, aLinkGoesToTheTrashNotItsTarget)
         EXPECT_TRUE(fs::is_symlink(dataHome / "Trash/files" / name)) << name;
 }
 
-// The Trash specification asks for a shared .Trash that fails its checks to be
+// The freedesktop.org Trash specification asks for a shared .Trash that fails its checks to be
 // reported, so that an administrator's mistake or an attack does not go unseen.
 TEST(DiscardToTrash, aSharedTrashThatIsNotStickyIsPassedOverAndLogged)
 {

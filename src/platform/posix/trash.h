@@ -16,7 +16,7 @@ public:
 
 // Receives one line for the log when a volume's shared .Trash folder is passed
 // over: "TRASH SKIPPED path=<the .Trash> reason=<symbolic link | not sticky |
-// not a folder>". The Trash specification asks that such a folder be reported,
+// not a folder>". The freedesktop.org Trash specification asks that such a folder be reported,
 // since it is an administrator's mistake or an attack.
 using TrashReport = std::function<void(const std::string &line)>;
 
