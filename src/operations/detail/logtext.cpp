@@ -61,12 +61,21 @@ std::string hex(std::uint32_t value)
     return text;
 }
 
+void appendByte(std::string &out, unsigned char byte)
+{
+    static const char digits[] = "0123456789ABCDEF";
+    out += "\\x";
+    out += digits[byte >> 4];
+    out += digits[byte & 0xF];
+}
+
 void appendEscaped(std::string &out, const std::string &text)
 {
     for (std::size_t i = 0; i < text.size();) {
         const Sequence sequence = sequenceAt(text, i);
         if (sequence.length == 0) {
-            out += replacementCharacter;
+            // Not text: the byte itself, so the exact item can still be named.
+            appendByte(out, static_cast<unsigned char>(text[i]));
             ++i;
             continue;
         }
@@ -100,14 +109,6 @@ void appendEscaped(std::string &out, const std::string &text)
         }
         i += sequence.length;
     }
-}
-
-void appendByte(std::string &out, unsigned char byte)
-{
-    static const char digits[] = "0123456789ABCDEF";
-    out += "\\x";
-    out += digits[byte >> 4];
-    out += digits[byte & 0xF];
 }
 
 } // namespace

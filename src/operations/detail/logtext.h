@@ -11,7 +11,7 @@ std::string validUtf8(const std::string &text);
 
 // ["path", "path"]: each path in double quotes with \\ \" \' \t \n \r \0 escaped
 // and other control characters written as \u{hex}, so a line feed inside a name
-// cannot break the line apart.
+// cannot break the line apart; a byte outside valid UTF-8 is written as \xNN.
 std::string quotedPathList(const std::vector<std::filesystem::path> &paths);
 
 // A path as a log value: its bytes, with valid UTF-8 of any script kept as it is,
