@@ -35,9 +35,14 @@ struct LiveEntry {
 std::string addFields(const fs::path &staging, const fs::path &target)
 {
     std::string fields = percentEncoded(target.native());
-    if (const std::optional<VolumeMark> volume = volumeMark(staging.parent_path()))
-        fields +=
-            " " + percentEncoded(volume->mountPoint.native()) + " " + std::to_string(volume->fileSystemId);
+    if (const std::optional<VolumeMark> volume = volumeMark(staging.parent_path())) {
+        // Appended piece by piece: GCC 12 at -O3 takes " " + a temporary for an
+        // overlapping copy (-Wrestrict).
+        fields += ' ';
+        fields += percentEncoded(volume->mountPoint.native());
+        fields += ' ';
+        fields += std::to_string(volume->fileSystemId);
+    }
     return fields;
 }
 

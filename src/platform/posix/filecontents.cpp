@@ -337,7 +337,7 @@ Path keepContents(int file, const Path &folder, const Path &target)
     std::string name = target.filename().string().substr(0, 160) + ".replaced-" +
                        stagingName().substr(std::string_view(".quillorn-").size());
     if (name.starts_with('.'))
-        name.insert(0, "_");
+        name = "_" + name;
     const Path kept = folder / name;
     const FileDescriptor made(
         ::openat(into.get(), name.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
