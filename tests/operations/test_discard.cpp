@@ -80,8 +80,8 @@ TEST(DiscardToTrash, aLinkGoesToTheTrashNotItsTarget)
         EXPECT_TRUE(fs::is_symlink(dataHome / "Trash/files" / name)) << name;
 }
 
-// The freedesktop.org Trash specification asks for a shared .Trash that fails its checks to be
-// reported, so that an administrator's mistake or an attack does not go unseen.
+// A shared .Trash that fails its checks is reported, so that an administrator's
+// mistake or an attack does not go unseen.
 TEST(DiscardToTrash, aSharedTrashThatIsNotStickyIsPassedOverAndLogged)
 {
     TestTree tree;

@@ -46,13 +46,7 @@ TEST(SameItem, onACaseInsensitiveVolumeCaseOnlyRenamesWorkAndReplaceNeverTrashes
 {
     TestTree tree;
     const fs::path image = tree / "fat.img", where = tree.folder("fat");
-    if (runCommand("PATH=$PATH:/usr/sbin:/sbin; command -v fusefat && command -v mkfs.vfat && echo yes")
-            .find("yes") == std::string::npos)
-        GTEST_SKIP() << "fusefat or mkfs.vfat is not installed (packages fusefat, dosfstools)";
-    runCommand("truncate -s 16M " + shellQuote(image) + " && PATH=$PATH:/usr/sbin:/sbin mkfs.vfat " +
-               shellQuote(image));
-    MOUNT_OR_SKIP(volume, ScopedMount::byCommand(
-                              "fusefat -o rw+ " + shellQuote(image) + " " + shellQuote(where), where));
+    MOUNT_OR_SKIP(volume, ScopedMount::fat(image, where));
     fs::create_directory(where / "Sub");
     std::ofstream(where / "Sub/Notes.txt") << "notes";
     ASSERT_TRUE(fs::exists(where / "SUB/NOTES.TXT")) << "not a case-insensitive volume";

@@ -36,6 +36,16 @@ ScopedMount ScopedMount::byCommand(const std::string &command, const std::filesy
     return ScopedMount(where);
 }
 
+ScopedMount ScopedMount::fat(const std::filesystem::path &image, const std::filesystem::path &where)
+{
+    if (runCommand("PATH=$PATH:/usr/sbin:/sbin; command -v fusefat && command -v mkfs.vfat && echo yes")
+            .find("yes") == std::string::npos)
+        throw std::runtime_error("fusefat or mkfs.vfat is not installed (packages fusefat, dosfstools)");
+    runCommand("truncate -s 16M " + shellQuote(image) + " && PATH=$PATH:/usr/sbin:/sbin mkfs.vfat " +
+               shellQuote(image));
+    return byCommand("fusefat -o rw+ " + shellQuote(image) + " " + shellQuote(where), where);
+}
+
 ScopedMount::ScopedMount(ScopedMount &&other) noexcept : m_where(std::move(other.m_where))
 {
     other.m_where.clear();

@@ -16,6 +16,9 @@ public:
     static ScopedMount bind(const std::filesystem::path &source, const std::filesystem::path &where);
     // A command that mounts on where (bindfs, ...); the command's exit code decides.
     static ScopedMount byCommand(const std::string &command, const std::filesystem::path &where);
+    // A fresh 16 MiB FAT image at image, mounted on where through fusefat; throws,
+    // saying which package is missing, where the tools are not installed.
+    static ScopedMount fat(const std::filesystem::path &image, const std::filesystem::path &where);
     ~ScopedMount();
     ScopedMount(ScopedMount &&other) noexcept;
     ScopedMount(const ScopedMount &) = delete;

@@ -16,8 +16,8 @@ public:
 
 // Receives one line for the log when a volume's shared .Trash folder is passed
 // over: "TRASH SKIPPED path=<the .Trash> reason=<symbolic link | not sticky |
-// not a folder>". The freedesktop.org Trash specification asks that such a folder be reported,
-// since it is an administrator's mistake or an attack.
+// not a folder>". Such a folder is an administrator's mistake or an attack, and
+// the desktop's Trash rules want it reported rather than passed over in silence.
 using TrashReport = std::function<void(const std::string &line)>;
 
 // Moves item into the freedesktop.org trash that belongs to its volume (the home
