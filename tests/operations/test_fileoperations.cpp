@@ -100,13 +100,12 @@ TEST(TransferLog, linesNameEveryStepExactlyAndEscapeOddNames)
     const auto logged = logMark();
     transfer({tree.file("src/" + odd, "bytes")}, dst, false, keepBoth);
     EXPECT_EQ(TestTree::read(dst / odd), "bytes");
-    EXPECT_THAT(logged(),
-                ElementsAre("TRANSFER BEGIN mode=copy sources=[\"" + (tree / "src").string() +
-                                "/l\\\"i\\'n\\\\e\\nfe\\ted\\r\\u{1b}\\u{7f}\\xFF\"] destination=" +
-                                dst.string() + " policy=Keep both",
-                            "TRANSFER ITEM COMPLETE phase=copy target=" + dst.string() +
-                                "/l\"i'n\\\\e\\nfe\\ted\\r\\x1B\\x7F\\xFF",
-                            "TRANSFER COMPLETE items=1 destination=" + dst.string()));
+    EXPECT_THAT(logged(), ElementsAre("TRANSFER BEGIN mode=copy sources=[\"" + (tree / "src").string() +
+                                          "/l\\\"i\\'n\\\\e\\nfe\\ted\\r\\u{1b}\\u{7f}\\xFF\"] destination=" +
+                                          dst.string() + " policy=Keep both",
+                                      "TRANSFER ITEM COMPLETE phase=copy target=" + dst.string() +
+                                          "/l\"i'n\\\\e\\nfe\\ted\\r\\x1B\\x7F\\xFF",
+                                      "TRANSFER COMPLETE items=1 destination=" + dst.string()));
 }
 
 // A name with a line feed cannot forge a line of its own, and a name that is not
