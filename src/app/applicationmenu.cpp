@@ -1,5 +1,6 @@
 #include "app/applicationmenu.h"
 
+#include "app/commandtable.h"
 #include "platform/desktop/updater.h"
 #include "quillorn/version.h"
 
@@ -10,7 +11,7 @@
 
 namespace quillorn {
 
-ApplicationMenu::ApplicationMenu(QMainWindow &window, Updater &updater, std::function<void()> showSettings)
+ApplicationMenu::ApplicationMenu(QMainWindow &window, Updater &updater, const CommandTable &commands)
     : QObject(&window), m_window(window), m_updater(updater)
 {
     QMenuBar *bar = window.menuBar();
@@ -22,23 +23,31 @@ ApplicationMenu::ApplicationMenu(QMainWindow &window, Updater &updater, std::fun
     connect(m_checkForUpdates, &QAction::triggered, &updater, &Updater::checkForUpdates);
     connect(&updater, &Updater::canCheckForUpdatesChanged, m_checkForUpdates, &QAction::setEnabled);
     connect(&updater, &Updater::checkFinished, this, &ApplicationMenu::showCheckAnswer);
-    application->addSeparator();
-    QAction *settings = application->addAction(QStringLiteral("Settings…"));
-    settings->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Comma));
-    connect(settings, &QAction::triggered, this, std::move(showSettings));
-    application->addSeparator();
-    QAction *quit = application->addAction(QStringLiteral("Quit Quillorn"));
-    // Spelled out: the standard keys differ between platform themes.
-    quit->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_Q));
-    quit->setMenuRole(QAction::QuitRole);
-    // Asking the application, not the window: QCoreApplication::quit first asks
-    // every window to close, and the main window's quit guard may refuse.
-    connect(quit, &QAction::triggered, qApp, &QCoreApplication::quit, Qt::QueuedConnection);
 
-    QMenu *windowMenu = bar->addMenu(QStringLiteral("&Window"));
-    QAction *close = windowMenu->addAction(QStringLiteral("Close Window"));
-    close->setShortcut(QKeySequence(Qt::CTRL | Qt::Key_W));
-    connect(close, &QAction::triggered, &window, &QWidget::close);
+    for (const Command &command : commands.commands()) {
+        if (command.menu.isEmpty())
+            continue;
+        QMenu *menu = nullptr;
+        for (QAction *existing : bar->actions())
+            if (existing->text() == command.menu)
+                menu = existing->menu();
+        if (!menu)
+            menu = bar->addMenu(command.menu);
+        if (menu == application)
+            application->addSeparator();
+        QAction *action = menu->addAction(command.text);
+        action->setObjectName(command.id);
+        if (command.menuShortcut && !command.keys.isEmpty())
+            action->setShortcut(QKeySequence(command.keys.front()));
+        if (command.id == QLatin1String("quit"))
+            action->setMenuRole(QAction::QuitRole);
+        connect(menu, &QMenu::aboutToShow, action,
+                [action, &command] { action->setEnabled(command.isEnabled()); });
+        connect(action, &QAction::triggered, this, [&command] {
+            if (command.isEnabled() && command.invoke)
+                command.invoke({});
+        });
+    }
 }
 
 void ApplicationMenu::showAbout()

@@ -10,16 +10,19 @@ class QMainWindow;
 
 namespace quillorn {
 
+class CommandTable;
 class Updater;
 
 // The main window's menu bar: the application menu ("About Quillorn", "Check
-// for Updates…" right after it, "Settings…", "Quit Quillorn") and the window
-// menu ("Close Window"), the commands a desktop supplies elsewhere. Quitting asks
-// the application to quit, which passes through the quit guard of the window.
+// for Updates…" right after it, then the window's commands that name it:
+// "Settings…", "Quit Quillorn") and the window menu ("Close Window"), the
+// commands a desktop supplies elsewhere. Quitting asks the application to quit,
+// which passes through the quit guard of the window.
 class ApplicationMenu : public QObject {
     Q_OBJECT
 public:
-    ApplicationMenu(QMainWindow &window, Updater &updater, std::function<void()> showSettings);
+    // `commands` must outlive the menu.
+    ApplicationMenu(QMainWindow &window, Updater &updater, const CommandTable &commands);
 
     QAction *checkForUpdates() const { return m_checkForUpdates; }
     // The answer of the last check while it is on screen.

@@ -1,5 +1,6 @@
 #include "app/commandertoolbar.h"
 
+#include "app/commandtable.h"
 #include "app/detail/toolbarsymbols.h"
 #include "model/commandermodel.h"
 #include "model/commanderthemecolours.h"
@@ -14,29 +15,16 @@ namespace quillorn {
 
 using detail::ToolbarSymbol;
 
-CommanderToolBar::CommanderToolBar(CommanderModel &model, OpenFile openFile, QWidget *parent)
-    : QWidget(parent), m_model(model), m_openFile(std::move(openFile))
+CommanderToolBar::CommanderToolBar(CommanderModel &model, const CommandTable &commands, QWidget *parent)
+    : QWidget(parent), m_model(model)
 {
     setObjectName(QStringLiteral("toolBar"));
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(6);
-
-    addButton(QStringLiteral("Search"), int(ToolbarSymbol::magnifyingGlass),
-              [this] { m_model.openSearch(); });
-    addButton(QStringLiteral("Compare"), int(ToolbarSymbol::arrowsLeftRight),
-              [this] { m_model.openCompare(); });
-    addButton(QStringLiteral("Info"), int(ToolbarSymbol::infoCircle), [this] { m_model.openInfo(); });
-    addButton(QStringLiteral("Open"), int(ToolbarSymbol::openApp), [this] {
-        for (const std::filesystem::path &item : m_model.active().selected())
-            m_openFile(item);
-    });
-    addButton(QStringLiteral("Connect"), int(ToolbarSymbol::network), [this] { m_model.connect(); });
-    addButton(QStringLiteral("Copy refs"), int(ToolbarSymbol::docOnDoc), [this] { m_model.clipboardCopy(); });
-    addButton(QStringLiteral("Paste"), int(ToolbarSymbol::docOnClipboard),
-              [this] { m_model.clipboardPaste(); });
-    addButton(QStringLiteral("New tab"), int(ToolbarSymbol::plus), [this] { m_model.active().newTab(); });
-    addButton(QStringLiteral("Close"), int(ToolbarSymbol::xmark), [this] { m_model.active().closeTab(); });
+    for (const Command &command : commands.commands())
+        if (command.toolBarSymbol >= 0)
+            addButton(command);
     layout->addStretch(1);
 
     m_activeLabel = new QLabel(this);
@@ -55,18 +43,22 @@ CommanderToolBar::CommanderToolBar(CommanderModel &model, OpenFile openFile, QWi
     updateState();
 }
 
-QToolButton *CommanderToolBar::addButton(const QString &label, int symbol, std::function<void()> action)
+void CommanderToolBar::addButton(const Command &command)
 {
     auto *button = new QToolButton(this);
-    button->setText(label);
-    button->setToolTip(label);
-    button->setObjectName(label);
+    button->setText(command.text);
+    button->setToolTip(command.shownKey().isEmpty()
+                           ? command.text
+                           : command.text + QStringLiteral(" (") + command.shownKey() + ')');
+    button->setObjectName(command.text);
     button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
     button->setFocusPolicy(Qt::NoFocus);
-    connect(button, &QToolButton::clicked, this, std::move(action));
+    connect(button, &QToolButton::clicked, this, [&command] {
+        if (command.isEnabled() && command.invoke)
+            command.invoke({});
+    });
     static_cast<QHBoxLayout *>(layout())->addWidget(button);
-    m_buttons.emplace_back(button, symbol);
-    return button;
+    m_buttons.push_back({button, &command});
 }
 
 void CommanderToolBar::followPanes()
@@ -82,19 +74,16 @@ void CommanderToolBar::followPanes()
 
 QToolButton *CommanderToolBar::button(const QString &label) const
 {
-    for (const auto &[button, symbol] : m_buttons)
-        if (button->text() == label)
-            return button;
+    for (const Button &entry : m_buttons)
+        if (entry.button->text() == label)
+            return entry.button;
     return nullptr;
 }
 
 void CommanderToolBar::updateState()
 {
-    PaneModel &active = m_model.active();
-    const bool hasItems = !active.selected().empty();
-    for (const char *label : {"Info", "Open", "Copy refs"})
-        button(QString::fromLatin1(label))->setEnabled(hasItems);
-    button(QStringLiteral("Close"))->setEnabled(active.tabs().size() != 1);
+    for (const Button &entry : m_buttons)
+        entry.button->setEnabled(entry.command->isEnabled());
     m_activeLabel->setText(m_model.activeLeft() ? QStringLiteral("LEFT PANE ACTIVE")
                                                 : QStringLiteral("RIGHT PANE ACTIVE"));
 }
@@ -111,7 +100,7 @@ void CommanderToolBar::fitLabels()
     auto *row = static_cast<QHBoxLayout *>(layout());
     int needed =
         m_activeLabel->minimumWidth() + row->contentsMargins().left() + row->contentsMargins().right();
-    for (const auto &[button, symbol] : m_buttons) {
+    for (const auto &[button, command] : m_buttons) {
         const Qt::ToolButtonStyle shown = button->toolButtonStyle();
         button->setToolButtonStyle(Qt::ToolButtonTextBesideIcon);
         needed += button->sizeHint().width() + row->spacing();
@@ -119,16 +108,17 @@ void CommanderToolBar::fitLabels()
     }
     const Qt::ToolButtonStyle style =
         needed <= width() ? Qt::ToolButtonTextBesideIcon : Qt::ToolButtonIconOnly;
-    for (const auto &[button, symbol] : m_buttons)
-        button->setToolButtonStyle(style);
+    for (const Button &entry : m_buttons)
+        entry.button->setToolButtonStyle(style);
 }
 
 void CommanderToolBar::setTheme(CommanderTheme theme)
 {
     const CommanderThemeColours palette = colours(theme);
     const ThemeTextColours text = textColours(palette);
-    for (const auto &[button, symbol] : m_buttons)
-        button->setIcon(detail::toolbarIcon(ToolbarSymbol(symbol), palette.accent, text.disabled));
+    for (const Button &entry : m_buttons)
+        entry.button->setIcon(
+            detail::toolbarIcon(ToolbarSymbol(entry.command->toolBarSymbol), palette.accent, text.disabled));
     setStyleSheet(QStringLiteral("QToolButton { background: %1; color: %4; border: 1px solid %2;"
                                  " border-radius: 5px; padding: 3px 8px; }"
                                  "QToolButton:hover { border-color: %3; }"

@@ -3,8 +3,6 @@
 #include "model/commandertheme.h"
 
 #include <QWidget>
-#include <filesystem>
-#include <functional>
 #include <vector>
 
 class QLabel;
@@ -13,20 +11,21 @@ class QToolButton;
 namespace quillorn {
 
 class CommanderModel;
+class CommandTable;
+struct Command;
 
-// The row above the panes: Search, Compare, Info, Open, Connect, Copy refs,
-// Paste, New tab and Close, then the active-pane label. Buttons that need items
-// to act on are disabled while the active pane has none, Close while it has one
-// tab. The buttons never take the keyboard focus, so keys stay with the panes.
+// The row above the panes: a button for each command of the window's table that
+// has a tool bar symbol (Search, Compare, Info, Open, Connect, Copy refs, Paste,
+// New tab and Close), then the active-pane label. A button is enabled while its
+// command is, re-checked whenever either pane changes. The buttons never take
+// the keyboard focus, so keys stay with the panes.
 // Where the labels do not fit (a narrow window), the buttons show their symbols
 // alone, with the label as tooltip, rather than cut labels.
 class CommanderToolBar : public QWidget {
     Q_OBJECT
 public:
-    using OpenFile = std::function<void(const std::filesystem::path &)>;
-
-    // openFile hands one item to its default application.
-    CommanderToolBar(CommanderModel &model, OpenFile openFile, QWidget *parent = nullptr);
+    // `commands` must outlive the tool bar.
+    CommanderToolBar(CommanderModel &model, const CommandTable &commands, QWidget *parent = nullptr);
 
     void setTheme(CommanderTheme theme);
     QToolButton *button(const QString &label) const;
@@ -37,13 +36,16 @@ protected:
 
 private:
     void fitLabels();
-    QToolButton *addButton(const QString &label, int symbol, std::function<void()> action);
+    void addButton(const Command &command);
     void followPanes();
     void updateState();
 
     CommanderModel &m_model;
-    OpenFile m_openFile;
-    std::vector<std::pair<QToolButton *, int>> m_buttons;
+    struct Button {
+        QToolButton *button;
+        const Command *command;
+    };
+    std::vector<Button> m_buttons;
     QLabel *m_activeLabel = nullptr;
 };
 

@@ -59,7 +59,7 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : Q
     const Preferences &preferences =
         options.panes.preferences ? *options.panes.preferences : Preferences::standard();
     options = withDefaults(std::move(options), this);
-    auto openFile = options.desktop.openFile; // the tool bar's "Open" and the editor use it too
+    const DesktopServices desktop = options.desktop; // the commands and the editor use some too
     m_model = std::make_unique<CommanderModel>(std::move(options));
 
     m_splitter = new QSplitter(Qt::Horizontal);
@@ -79,7 +79,9 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : Q
     layout->setContentsMargins(8, 8, 8, 8);
     layout->addWidget(m_splitter, 1);
     setCentralWidget(content);
-    buildSurroundings(layout, std::move(openFile));
+    m_commands = windowCommands(*m_model, hooks(desktop));
+    m_model->setHelpDetails(QStringLiteral("More keys:\n") + m_commands.keyList());
+    buildSurroundings(layout, desktop.openFile);
 
     connect(m_model.get(), &CommanderModel::activeLeftChanged, this, &CommanderView::showActivePane);
     applyTheme(chooseCommanderTheme(preferences));
@@ -103,13 +105,13 @@ void CommanderView::buildSurroundings(QVBoxLayout *layout,
                                       std::function<void(const std::filesystem::path &)> openFile)
 {
     QWidget *content = centralWidget();
-    m_toolBar = new CommanderToolBar(*m_model, openFile, content);
+    m_toolBar = new CommanderToolBar(*m_model, m_commands, content);
     layout->insertWidget(0, m_toolBar);
     m_queueView = new QueueView(m_model->queue(), content);
     layout->addWidget(m_queueView);
     m_statusLine = new StatusLine(*m_model, content);
     layout->addWidget(m_statusLine);
-    m_functionKeys = new FunctionKeyBar(*m_model, content);
+    m_functionKeys = new FunctionKeyBar(m_commands, content);
     layout->addWidget(m_functionKeys);
     m_toolHost = new ToolHost(*m_model, this);
     // The editor's "Open in default app", and its unsaved state for the quit guard.
@@ -124,12 +126,47 @@ void CommanderView::showEvent(QShowEvent *event)
     // The quit guard learns the queue, then the keyboard is taken over, once.
     CommanderAppDelegate::queue = &m_model->queue();
     if (!m_monitor) {
-        m_monitor = new KeyHandler(*m_model, KeyHandler::windowGate(*m_model, this), this);
+        m_monitor = new KeyHandler(*m_model, KeyHandler::windowGate(*m_model, this), &m_commands, this);
         qApp->installEventFilter(m_monitor);
         // Keys reach the panes only while no text field has the focus, so the
         // window starts with the focus on its content, not on a pane's field.
         centralWidget()->setFocus(Qt::OtherFocusReason);
     }
+}
+
+WindowHooks CommanderView::hooks(DesktopServices desktop)
+{
+    WindowHooks hooks;
+    hooks.openFile = desktop.openFile;
+    hooks.prompt = desktop.prompt;
+    hooks.rowsPerPage = [this] { return activePane()->rowsPerPage(); };
+    hooks.focusFilter = [this] { activePane()->focusFilter(); };
+    hooks.focusPath = [this] { activePane()->focusPath(); };
+    hooks.queueShown = [this] { return queueList() != nullptr; };
+    hooks.focusQueue = [this] {
+        if (QWidget *list = queueList())
+            list->setFocus(Qt::ShortcutFocusReason);
+    };
+    hooks.showFavourites = [this] { activePane()->showFavouritesMenu(); };
+    hooks.showLocations = [this] { activePane()->showLocationsMenu(); };
+    hooks.showSettings = [this] {
+        if (m_showSettings)
+            m_showSettings();
+    };
+    hooks.closeWindow = [this] { close(); };
+    return hooks;
+}
+
+FilePane *CommanderView::activePane() const
+{
+    return m_model->activeLeft() ? m_leftPane : m_rightPane;
+}
+
+// The list of the queue panel, when it is on screen.
+QWidget *CommanderView::queueList() const
+{
+    QWidget *list = m_queueView ? m_queueView->findChild<QWidget *>(QStringLiteral("queueList")) : nullptr;
+    return list && list->isVisible() ? list : nullptr;
 }
 
 void CommanderView::refreshWhenActive(Qt::ApplicationState state)

@@ -1,5 +1,7 @@
 #pragma once
 
+#include "app/commandtable.h"
+#include "app/windowcommands.h"
 #include "model/commandermodel.h"
 #include "model/commandertheme.h"
 
@@ -52,6 +54,10 @@ public:
     ToolHost *toolHost() const { return m_toolHost; }
     // The key-event monitor; none until the window is first shown.
     KeyHandler *keyMonitor() const { return m_monitor; }
+    // Every command of the window, once.
+    const CommandTable &commands() const { return m_commands; }
+    // What the "Settings…" command opens; the application sets it.
+    void setShowSettings(std::function<void()> show) { m_showSettings = std::move(show); }
 
     CommanderTheme theme() const { return m_theme; }
     // Recolours the window and both panes.
@@ -63,6 +69,9 @@ protected:
 private:
     FilePane *makePane(PaneModel &pane, bool left);
     void buildSurroundings(QVBoxLayout *layout, std::function<void(const std::filesystem::path &)> openFile);
+    WindowHooks hooks(DesktopServices desktop);
+    FilePane *activePane() const;
+    QWidget *queueList() const;
     void refreshWhenActive(Qt::ApplicationState state);
     void showActivePane();
 
@@ -77,6 +86,8 @@ private:
     FunctionKeyBar *m_functionKeys = nullptr;
     ToolHost *m_toolHost = nullptr;
     KeyHandler *m_monitor = nullptr;
+    CommandTable m_commands;
+    std::function<void()> m_showSettings;
 };
 
 } // namespace quillorn

@@ -225,10 +225,8 @@ bool FilePane::eventFilter(QObject *watched, QEvent *event)
         // A line edit passes Return on to its parents once it has emitted its
         // signal, and with the focus gone the window's keys would open the item
         // under the cursor: the fields take the key whole.
-        if ((watched == m_path || watched == m_filter) && isReturnKey(*static_cast<QKeyEvent *>(event))) {
-            watched == m_path ? submitPath() : submitFilter();
-            return true;
-        }
+        if (watched == m_path || watched == m_filter)
+            return fieldKey(static_cast<QLineEdit *>(watched), *static_cast<QKeyEvent *>(event));
         break;
     case QEvent::ChildAdded:
         if (auto *child = qobject_cast<QWidget *>(static_cast<QChildEvent *>(event)->child()))
@@ -242,6 +240,60 @@ bool FilePane::eventFilter(QObject *watched, QEvent *event)
         break;
     }
     return QWidget::eventFilter(watched, event);
+}
+
+// Return submits; in the filter, Down goes back to the list keeping the filter
+// and Escape clears it; in the path, Escape puts back the folder shown.
+bool FilePane::fieldKey(QLineEdit *field, const QKeyEvent &key)
+{
+    if (isReturnKey(key)) {
+        field == m_path ? submitPath() : submitFilter();
+        return true;
+    }
+    if (field == m_filter && key.key() == Qt::Key_Down && key.modifiers() == Qt::NoModifier) {
+        submitFilter();
+        return true;
+    }
+    if (key.key() == Qt::Key_Escape) {
+        if (field == m_filter)
+            m_pane.setFilter(QString());
+        else
+            m_path->setText(m_pane.path());
+        requestActivation();
+        field->clearFocus();
+        return true;
+    }
+    return false;
+}
+
+int FilePane::rowsPerPage() const
+{
+    const int rowHeight = std::max(1, m_list->verticalHeader()->defaultSectionSize());
+    return std::max(1, m_list->viewport()->height() / rowHeight);
+}
+
+void FilePane::focusFilter()
+{
+    requestActivation();
+    m_filter->setFocus(Qt::ShortcutFocusReason);
+    m_filter->selectAll();
+}
+
+void FilePane::focusPath()
+{
+    requestActivation();
+    m_path->setFocus(Qt::ShortcutFocusReason);
+    m_path->selectAll();
+}
+
+void FilePane::showFavouritesMenu()
+{
+    m_header->popUpFavourites();
+}
+
+void FilePane::showLocationsMenu()
+{
+    m_header->popUpLocations();
 }
 
 void FilePane::requestActivation()

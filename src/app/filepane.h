@@ -10,6 +10,7 @@
 #include <vector>
 
 class QLabel;
+class QKeyEvent;
 class QLineEdit;
 class QPushButton;
 
@@ -49,6 +50,14 @@ public:
     std::function<void(const FileEntry &)> open;
     std::function<void(const std::vector<std::filesystem::path> &)> drop;
 
+    // What the window's commands ask of the pane: how many rows its list shows,
+    // the keyboard in its filter or path field, its favourites or locations menu.
+    int rowsPerPage() const;
+    void focusFilter();
+    void focusPath();
+    void showFavouritesMenu();
+    void showLocationsMenu();
+
     detail::PaneHeaderBar *headerBar() const { return m_header; }
     detail::PaneTabStrip *tabStrip() const { return m_tabs; }
     detail::PaneTableView *listView() const { return m_list; }
@@ -72,6 +81,7 @@ private:
     void pressHeader(int section);
     void submitPath();
     void submitFilter();
+    bool fieldKey(QLineEdit *field, const QKeyEvent &key);
     void requestActivation();
     void takeFocusFromTextFields();
 

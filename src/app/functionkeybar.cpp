@@ -1,23 +1,31 @@
 #include "app/functionkeybar.h"
 
-#include "model/commandermodel.h"
+#include "app/commandtable.h"
 #include "model/commanderthemecolours.h"
 
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <algorithm>
 
 namespace quillorn {
 
-FunctionKeyBar::FunctionKeyBar(CommanderModel &model, QWidget *parent) : QWidget(parent)
+FunctionKeyBar::FunctionKeyBar(const CommandTable &commands, QWidget *parent) : QWidget(parent)
 {
     setObjectName(QStringLiteral("functionKeyBar"));
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(4);
     const QFont mono = QFontDatabase::systemFont(QFontDatabase::FixedFont);
-    for (int number = 1; number <= 10; ++number) {
+    std::vector<const Command *> keyed;
+    for (const Command &command : commands.commands())
+        if (command.functionKey > 0)
+            keyed.push_back(&command);
+    std::stable_sort(keyed.begin(), keyed.end(),
+                     [](const Command *a, const Command *b) { return a->functionKey < b->functionKey; });
+    for (const Command *command : keyed) {
+        const int number = command->functionKey;
         auto *button = new QPushButton(this);
         button->setObjectName(QStringLiteral("F%1").arg(number));
         button->setFocusPolicy(Qt::NoFocus);
@@ -31,7 +39,7 @@ FunctionKeyBar::FunctionKeyBar(CommanderModel &model, QWidget *parent) : QWidget
         auto *key = new QLabel(QStringLiteral("F%1").arg(number), button);
         key->setObjectName(QStringLiteral("functionKeyNumber"));
         key->setFont(mono);
-        auto *label = new QLabel(actions[number - 1], button);
+        auto *label = new QLabel(command->text, button);
         for (QLabel *part : {key, label})
             part->setAttribute(Qt::WA_TransparentForMouseEvents);
         inner->addStretch(1);
@@ -40,7 +48,10 @@ FunctionKeyBar::FunctionKeyBar(CommanderModel &model, QWidget *parent) : QWidget
         inner->addStretch(1);
         button->setAccessibleName(key->text() + QLatin1Char(' ') + label->text());
         button->setMinimumWidth(inner->sizeHint().width());
-        connect(button, &QPushButton::clicked, this, [&model, number] { model.perform(number); });
+        connect(button, &QPushButton::clicked, this, [command] {
+            if (command->isEnabled() && command->invoke)
+                command->invoke({});
+        });
         layout->addWidget(button, 1);
         m_buttons.push_back(button);
         m_numbers.push_back(key);

@@ -11,14 +11,16 @@ class QPushButton;
 
 namespace quillorn {
 
-class CommanderModel;
+class CommandTable;
 
-// The bar of ten buttons at the bottom: "F" and the number in the accent
-// colour, then the command's label. Pressing button n runs the model's command n.
+// The bar of buttons at the bottom, one for each command of the window's table
+// with a function key, in key order: "F" and the number in the accent colour,
+// then the command's text. Pressing a button runs its command.
 class FunctionKeyBar : public QWidget {
     Q_OBJECT
 public:
-    explicit FunctionKeyBar(CommanderModel &model, QWidget *parent = nullptr);
+    // `commands` must outlive the bar.
+    explicit FunctionKeyBar(const CommandTable &commands, QWidget *parent = nullptr);
 
     void setTheme(CommanderTheme theme);
     QPushButton *button(int number) const { return m_buttons.at(std::size_t(number - 1)); }

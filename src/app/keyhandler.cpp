@@ -1,6 +1,8 @@
 #include "app/keyhandler.h"
 
+#include "app/commandtable.h"
 #include "model/commandermodel.h"
+#include "platform/core/displaytext.h"
 
 #include <QAbstractSpinBox>
 #include <QApplication>
@@ -27,7 +29,7 @@ struct CharacterRow {
     Action action;
 };
 // Ctrl shortcuts, recognised by the character of the key without modifiers.
-constexpr std::array<CharacterRow, 10> controlRows{{
+constexpr std::array<CharacterRow, 9> controlRows{{
     {'c', Action::clipboardCopy},
     {'v', Action::clipboardPaste},
     {'t', Action::newTab},
@@ -37,7 +39,6 @@ constexpr std::array<CharacterRow, 10> controlRows{{
     {'r', Action::refresh},
     {'a', Action::selectAll},
     {'.', Action::ignoredPeriod},
-    {'j', Action::focusQueue},
 }};
 
 struct KeyRow {
@@ -84,14 +85,6 @@ bool isTextEditor(const QWidget *widget)
     return qobject_cast<const QAbstractSpinBox *>(widget) != nullptr;
 }
 
-// The list of the queue panel in the active window, when it is on screen.
-QWidget *queueList()
-{
-    QWidget *window = QApplication::activeWindow();
-    QWidget *list = window ? window->findChild<QWidget *>(QStringLiteral("queueList")) : nullptr;
-    return list && list->isVisible() ? list : nullptr;
-}
-
 // Whether the key goes to a panel that moves its own keyboard focus.
 bool inNavigatingPanel(const QObject *receiver)
 {
@@ -109,8 +102,8 @@ bool isNavigation(Action action)
 
 } // namespace
 
-KeyHandler::KeyHandler(CommanderModel &model, Gate gate, QObject *parent)
-    : QObject(parent), m_model(model), m_gate(std::move(gate))
+KeyHandler::KeyHandler(CommanderModel &model, Gate gate, const CommandTable *commands, QObject *parent)
+    : QObject(parent), m_model(model), m_gate(std::move(gate)), m_commands(commands)
 {
 }
 
@@ -163,26 +156,66 @@ bool KeyHandler::consumes(const Binding &binding) const
         return m_model.active().tabs().size() >= 2;
     case Action::ignoredPeriod:
         return false;
-    case Action::focusQueue:
-        return queueList() != nullptr;
     default:
         return true;
     }
 }
 
-bool KeyHandler::wouldConsume(int key, Qt::KeyboardModifiers modifiers) const
+bool KeyHandler::wouldConsume(int key, Qt::KeyboardModifiers modifiers, const QString &text) const
 {
-    const std::optional<Binding> row = binding(key, modifiers);
-    return row && consumes(*row);
+    if (const std::optional<Binding> row = binding(key, modifiers))
+        return consumes(*row);
+    if (const auto command = m_commands ? m_commands->match(key, modifiers) : std::nullopt)
+        return command->command->isEnabled() && command->command->invoke;
+    return typesName(modifiers, text);
 }
 
-bool KeyHandler::handle(int key, Qt::KeyboardModifiers modifiers)
+bool KeyHandler::handle(int key, Qt::KeyboardModifiers modifiers, const QString &text)
 {
-    const std::optional<Binding> row = binding(key, modifiers);
-    if (!row || !consumes(*row))
+    if (const std::optional<Binding> row = binding(key, modifiers)) {
+        if (!consumes(*row))
+            return false;
+        run(*row);
+        return true;
+    }
+    if (const auto command = m_commands ? m_commands->match(key, modifiers) : std::nullopt) {
+        if (!command->command->isEnabled() || !command->command->invoke)
+            return false;
+        command->command->invoke({command->extending});
+        return true;
+    }
+    if (!typesName(modifiers, text))
         return false;
-    run(*row);
+    jumpToName(text);
     return true;
+}
+
+bool KeyHandler::typesName(Qt::KeyboardModifiers modifiers, const QString &text)
+{
+    if (modifiers & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier))
+        return false;
+    return !text.isEmpty() &&
+           std::all_of(text.begin(), text.end(), [](QChar c) { return c.isPrint() && !c.isSpace(); });
+}
+
+void KeyHandler::jumpToName(const QString &text)
+{
+    // Typing on after a pause starts a new name, as in the item views of the desktop.
+    if (!m_typedAt.isValid() || m_typedAt.elapsed() > QApplication::keyboardInputInterval())
+        m_typed.clear();
+    m_typedAt.start();
+    const QString wanted = m_typed + text;
+    PaneModel &active = m_model.active();
+    const int count = active.visibleCount();
+    for (int row = 0; row < count; ++row) {
+        const FileEntry &entry = active.visibleAt(row);
+        if (displayName(entry.url()).startsWith(wanted, Qt::CaseInsensitive)) {
+            m_typed = wanted;
+            active.setCursor(entry.id());
+            return;
+        }
+    }
+    // A letter that matches nothing is dropped, so one slip does not lose the name typed so far.
 }
 
 void KeyHandler::run(const Binding &binding)
@@ -239,10 +272,6 @@ void KeyHandler::run(const Binding &binding)
     case Action::cursorUp:
         active.moveCursor(-1, binding.extending);
         break;
-    case Action::focusQueue:
-        if (QWidget *list = queueList())
-            list->setFocus(Qt::ShortcutFocusReason);
-        break;
     }
 }
 
@@ -287,17 +316,17 @@ bool KeyHandler::eventFilter(QObject *watched, QEvent *event)
     auto *key = static_cast<QKeyEvent *>(event);
     if (inNavigatingPanel(watched)) {
         const std::optional<Binding> row = binding(key->key(), key->modifiers());
-        if (row && isNavigation(row->action))
+        if (row ? isNavigation(row->action) : !(key->modifiers() & Qt::ControlModifier))
             return false;
     }
     if (type == QEvent::ShortcutOverride) {
         // Claim keys the table consumes so that no menu shortcut takes them first.
-        if (!wouldConsume(key->key(), key->modifiers()))
+        if (!wouldConsume(key->key(), key->modifiers(), key->text()))
             return false;
         key->accept();
         return true;
     }
-    return handle(key->key(), key->modifiers());
+    return handle(key->key(), key->modifiers(), key->text());
 }
 
 } // namespace quillorn

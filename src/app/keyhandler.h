@@ -1,6 +1,8 @@
 #pragma once
 
+#include <QElapsedTimer>
 #include <QObject>
+#include <QString>
 #include <Qt>
 #include <functional>
 #include <optional>
@@ -11,6 +13,7 @@ class QWidget;
 namespace quillorn {
 
 class CommanderModel;
+class CommandTable;
 
 // The main window's keyboard: an application event filter that turns key
 // presses into commands of the application model and its active pane. Drawing
@@ -19,11 +22,15 @@ class CommanderModel;
 // A gate decides first whether the window may take a key at all; it says no
 // while a tool sheet, an alert or a text field has the keyboard, so those get
 // every key untouched. Keys the table does not know, and the few rows that
-// decline (Ctrl+W with one tab, Ctrl+. without Shift), go on to normal handling:
-// menus and the window's own shortcuts. Ctrl stands where other desktops have
-// Command. Ctrl+J takes the keyboard to the queue panel; inside a widget marked
-// with the property "ownsNavigationKeys" (the queue panel) Tab, the arrows,
-// Space, Return and Backspace are left to it.
+// decline (Ctrl+W with one tab, Ctrl+. without Shift), go on to the window's
+// command table, whose key rows come after the fixed ones and never replace
+// them; a disabled command leaves its key alone. Then letters and digits typed
+// without Ctrl or Alt move the cursor to the first name that starts with what
+// was typed within the platform's keyboard-search interval. Whatever is left
+// goes on to normal handling: menus and the window's own shortcuts. Ctrl
+// stands where other desktops have Command. Inside a widget marked with the
+// property "ownsNavigationKeys" (the queue panel) Tab, the arrows, Space,
+// Return, Backspace and every other key without Ctrl are left to it.
 class KeyHandler : public QObject {
     Q_OBJECT
 public:
@@ -48,7 +55,6 @@ public:
         parentFolder,
         cursorDown,
         cursorUp,
-        focusQueue,
     };
     struct Binding {
         Action action;
@@ -57,7 +63,9 @@ public:
         friend bool operator==(const Binding &, const Binding &) = default;
     };
 
-    KeyHandler(CommanderModel &model, Gate gate, QObject *parent = nullptr);
+    // `commands` (may be null) must outlive the handler.
+    KeyHandler(CommanderModel &model, Gate gate, const CommandTable *commands = nullptr,
+               QObject *parent = nullptr);
 
     // The gate of a main window: refuses while a sheet is asked for or shown, an
     // alert or other modal window is up, another window has the keyboard, or a
@@ -68,10 +76,11 @@ public:
     // shortcut letters follows the keyboard layout.
     static std::optional<Binding> binding(int key, Qt::KeyboardModifiers modifiers);
 
-    // Runs the row for the key; true when the key is consumed.
-    bool handle(int key, Qt::KeyboardModifiers modifiers);
+    // Runs the row for the key; true when the key is consumed. `text` is what
+    // the key types, for the jump to a name.
+    bool handle(int key, Qt::KeyboardModifiers modifiers, const QString &text = {});
     // Whether handle() would consume the key, without running anything.
-    bool wouldConsume(int key, Qt::KeyboardModifiers modifiers) const;
+    bool wouldConsume(int key, Qt::KeyboardModifiers modifiers, const QString &text = {}) const;
 
 protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
@@ -81,9 +90,14 @@ private:
     void run(const Binding &binding);
     void selectAll();
     void openCurrent();
+    static bool typesName(Qt::KeyboardModifiers modifiers, const QString &text);
+    void jumpToName(const QString &text);
 
     CommanderModel &m_model;
     Gate m_gate;
+    const CommandTable *m_commands = nullptr;
+    QString m_typed;
+    QElapsedTimer m_typedAt;
 };
 
 } // namespace quillorn

@@ -23,7 +23,8 @@ QuillornApp::QuillornApp(const std::vector<std::string> &arguments, Preferences 
     m_window = std::make_unique<CommanderView>(std::move(options));
     m_window->setObjectName(QStringLiteral("commander"));
     new QuitGuard(m_window.get());
-    m_menu = new ApplicationMenu(*m_window, *m_updater, [this] { showSettings(); });
+    m_window->setShowSettings([this] { showSettings(); });
+    m_menu = new ApplicationMenu(*m_window, *m_updater, m_window->commands());
 
     if (const auto folder = folderArgument(arguments)) {
         m_window->model().setActiveLeft(true);

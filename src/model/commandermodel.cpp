@@ -148,7 +148,8 @@ void CommanderModel::perform(int number)
 
 void CommanderModel::showHelp()
 {
-    alert(QStringLiteral("Keyboard help"), helpText());
+    if (m_desktop.alert)
+        m_desktop.alert({QStringLiteral("Keyboard help"), helpText(), {}, m_helpDetails});
 }
 
 void CommanderModel::rename(const std::vector<Path> &items)

@@ -79,6 +79,8 @@ public:
 
     // The informative text of F1's alert.
     static QString helpText();
+    // What F1's alert shows on request below it: the window's other keys.
+    void setHelpDetails(QString details) { m_helpDetails = std::move(details); }
 
 Q_SIGNALS:
     void toolChanged();
@@ -104,6 +106,7 @@ private:
     std::optional<ToolSheet> m_tool;
     bool m_activeLeft = true;
     QString m_status = QStringLiteral("Ready");
+    QString m_helpDetails;
 };
 
 } // namespace quillorn

@@ -56,10 +56,13 @@ public:
         // syncfs(2) of the volume holding an open folder: where it reaches every
         // file (local volumes), the files of a copied folder are flushed together
         // before the folder is published; elsewhere each file is flushed itself.
+        // Beside a busy volume it races the files' own flushes and may still be
+        // running when the transfer has returned: it must own whatever it uses.
         std::function<void(int descriptor, const Path &item)> flushVolume;
         // Bytes, at most, of other programs' data that a flushVolume of the volume
         // holding an open folder would also wait for; above a few MiB the files of
-        // a folder are flushed each on its own instead.
+        // a folder are flushed each on its own too, and the first of the two ways
+        // to finish publishes the folder.
         std::function<std::uint64_t(int descriptor)> pendingWriteBack;
         // Copies at most `limit` bytes from `input` (source) to `output` (target) at
         // their current offsets; returns the count, 0 at the end of the source.

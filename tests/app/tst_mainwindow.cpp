@@ -1,13 +1,18 @@
 #include "windowfixture.h"
 
+#include "app/detail/paneheaderbar.h"
 #include "app/functionkeybar.h"
+#include "app/keyhandler.h"
 #include "app/statusline.h"
+#include "app/windowcommands.h"
 #include "model/commanderthemecolours.h"
 #include "operations/commandererror.h"
 #include "tools/queueview.h"
 
 #include <QDir>
+#include <QMenu>
 #include <QRegularExpression>
+#include <QSet>
 
 using namespace quillorn;
 using namespace quillorn::test;
@@ -72,7 +77,22 @@ const KeyRow keyRows[] = {
     {"Shift+Down extends the tags", Qt::Key_Down, shift, 1, "", "c.txt", "c.txt", ""},
     {"Shift+Up extends the tags", Qt::Key_Up, shift, 2, "d.txt", "b.txt", "b.txt,d.txt", ""},
     {"Alt+Up still moves", Qt::Key_Up, alt, 2, "", "b.txt", "", ""},
-    {"a plain letter goes on", Qt::Key_X, none, 1, "", "b.txt", "", "goes on"},
+    // The window's own command rows, after the fixed ones.
+    {"a letter jumps to the first name it starts", Qt::Key_D, none, 0, "", "d.txt", "", ""},
+    {"a letter nothing starts with stays put", Qt::Key_X, none, 1, "", "b.txt", "", ""},
+    {"Ctrl with a letter of no command goes on", Qt::Key_X, ctrl, 1, "", "b.txt", "", "goes on"},
+    {"PgDn stops at the last row", Qt::Key_PageDown, none, 0, "", "d.txt", "", ""},
+    {"Shift+PgDn tags every row it passes", Qt::Key_PageDown, shift, 1, "", "d.txt", "c.txt,d.txt", ""},
+    {"Home goes to the first row", Qt::Key_Home, none, 3, "", "alpha", "", ""},
+    {"Shift+Home tags on the way up", Qt::Key_Home, shift, 2, "d.txt", "alpha", "alpha,b.txt,d.txt", ""},
+    {"End goes to the last row", Qt::Key_End, none, 0, "", "d.txt", "", ""},
+    {"minus untags all", Qt::Key_Minus, none, 1, "b.txt,c.txt", "b.txt", "", ""},
+    {"asterisk inverts the tags", Qt::Key_Asterisk, shift, 1, "b.txt", "b.txt", "alpha,c.txt,d.txt", ""},
+    {"plus asks for a pattern", Qt::Key_Plus, shift, 1, "", "b.txt", "", "prompt:Tag by pattern"},
+    {"Ctrl+M compares the panes", Qt::Key_M, ctrl, 1, "", "b.txt", "", "tool:compare"},
+    {"Ctrl+N connects to a server", Qt::Key_N, ctrl, 1, "", "b.txt", "", "tool:connect"},
+    {"Ctrl+Tab with one tab stays", Qt::Key_Tab, ctrl, 1, "", "b.txt", "", ""},
+    {"Ctrl+J without a queue on screen goes on", Qt::Key_J, ctrl, 1, "", "b.txt", "", "goes on"},
 };
 
 } // namespace
@@ -254,6 +274,136 @@ private Q_SLOTS:
                 QVERIFY(image.save(QDir(folder).filePath(name + ".png")));
             }
         }
+    }
+
+    void commandKeysOnlyAddToTheFixedKeys()
+    {
+        const CommandTable &table = m_f.view->commands();
+        QSet<QKeyCombination> seen;
+        const QString help = [&] {
+            m_f.view->model().perform(1);
+            return m_f.helpDetails;
+        }();
+        for (const Command &command : table.commands()) {
+            for (const QKeyCombination key : command.keys) {
+                QVERIFY2(!KeyHandler::binding(key.key(), key.keyboardModifiers()) || command.menuShortcut,
+                         qPrintable(command.id + " takes a key of the fixed table"));
+                QVERIFY2(!seen.contains(key), qPrintable(command.id + " shares its key"));
+                seen.insert(key);
+            }
+            if (!command.shownKey().isEmpty())
+                QVERIFY2(help.contains(command.shownKey() + ": "),
+                         qPrintable(command.id + " is missing in the help"));
+        }
+        QVERIFY(help.contains("Ctrl+,: Settings…"));
+    }
+
+    void barsAreMadeFromTheCommandTable()
+    {
+        QStringList toolBar, functionKeys;
+        for (const Command &command : m_f.view->commands().commands()) {
+            if (command.toolBarSymbol >= 0)
+                toolBar << command.text;
+            if (command.functionKey > 0)
+                functionKeys << command.text;
+        }
+        QCOMPARE(toolBar, (QStringList{"Search", "Compare", "Info", "Open", "Connect", "Copy refs", "Paste",
+                                       "New tab", "Close"}));
+        QCOMPARE(functionKeys, FunctionKeyBar::actions);
+        for (const QString &text : toolBar)
+            QVERIFY(m_f.view->toolBar()->button(text));
+        m_f.left().setSelection({});
+        m_f.left().setCursor(std::nullopt);
+        QVERIFY(!m_f.view->toolBar()->button("Info")->isEnabled());
+        m_f.left().setCursor(*m_f.tree / "Left/c.txt");
+        QVERIFY(m_f.view->toolBar()->button("Info")->isEnabled());
+        QVERIFY(!m_f.view->toolBar()->button("Close")->isEnabled());
+    }
+
+    void filterAndPathFieldsFromTheKeyboard()
+    {
+        FilePane *pane = m_f.view->leftPane();
+        auto *filter = pane->findChild<QLineEdit *>("filterField");
+        auto *path = pane->findChild<QLineEdit *>("pathField");
+        m_f.view->model().setActiveLeft(false);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab); // back to the left pane
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_K, Qt::ControlModifier);
+        QCOMPARE(QApplication::focusWidget(), filter);
+        QTest::keyClicks(filter, "c.");
+        QCOMPARE(m_f.left().filter(), QString("c."));
+        QTest::keyClick(filter, Qt::Key_Down); // into the list, the filter kept
+        QVERIFY(!qobject_cast<QLineEdit *>(QApplication::focusWidget()));
+        QCOMPARE(m_f.left().filter(), QString("c."));
+        QTest::keyClick(m_f.view.get(), Qt::Key_Space);
+        QCOMPARE(m_f.left().selection(), (std::set<fs::path>{*m_f.tree / "Left/c.txt"}));
+        QTest::keyClick(m_f.view.get(), Qt::Key_K, Qt::ControlModifier);
+        QTest::keyClick(filter, Qt::Key_Escape); // clears it and gives the keys back
+        QCOMPARE(m_f.left().filter(), QString());
+        QVERIFY(!qobject_cast<QLineEdit *>(QApplication::focusWidget()));
+
+        QTest::keyClick(m_f.view.get(), Qt::Key_L, Qt::ControlModifier);
+        QCOMPARE(QApplication::focusWidget(), path);
+        QTest::keyClicks(path, "/nowhere");
+        QTest::keyClick(path, Qt::Key_Escape);
+        QCOMPARE(path->text(), m_f.left().path());
+        QCOMPARE(m_f.left().directory(), *m_f.tree / "Left");
+        m_f.left().setCursor(*m_f.tree / "Left/alpha");
+        QTest::keyClick(m_f.view.get(), Qt::Key_Down);
+        QCOMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "Left/b.txt"));
+    }
+
+    void typedNamesTabsAndOrderFromTheKeyboard()
+    {
+        PaneModel &left = m_f.left();
+        QWidget *window = m_f.view.get();
+        QTest::keyClicks(window, "c.t"); // typed together: one name
+        QCOMPARE(left.cursor(), std::optional(*m_f.tree / "Left/c.txt"));
+        QTest::keyClicks(window, "q"); // matches nothing: kept where it was
+        QCOMPARE(left.cursor(), std::optional(*m_f.tree / "Left/c.txt"));
+
+        QTest::keyClick(window, Qt::Key_T, Qt::ControlModifier);
+        left.navigate(*m_f.tree / "Left/alpha");
+        QCOMPARE(left.tabIndex(), 1);
+        QTest::keyClick(window, Qt::Key_Tab, Qt::ControlModifier);
+        QCOMPARE(left.tabIndex(), 0);
+        QCOMPARE(left.directory(), *m_f.tree / "Left");
+        QTest::keyClick(window, Qt::Key_Backtab, Qt::ControlModifier | Qt::ShiftModifier);
+        QCOMPARE(left.tabIndex(), 1);
+        QCOMPARE(left.directory(), *m_f.tree / "Left/alpha");
+
+        QTest::keyClick(window, Qt::Key_2, Qt::ControlModifier);
+        QCOMPARE(left.sort(), FileSort::size);
+        QVERIFY(left.ascending());
+        QTest::keyClick(window, Qt::Key_2, Qt::ControlModifier);
+        QVERIFY(!left.ascending());
+        QTest::keyClick(window, Qt::Key_1, Qt::ControlModifier);
+        QCOMPARE(left.sort(), FileSort::name);
+    }
+
+    void menusOfThePaneOpenFromTheKeyboard()
+    {
+        QTest::keyClick(m_f.view.get(), Qt::Key_D, Qt::ControlModifier);
+        QMenu *favourites = m_f.view->leftPane()->headerBar()->favouritesMenu();
+        QTRY_VERIFY(favourites->isVisible());
+        QTest::keyClick(favourites, Qt::Key_Down); // its first item: "Favourite this folder"
+        QTest::keyClick(favourites, Qt::Key_Return);
+        QTRY_VERIFY(!favourites->isVisible());
+        QCOMPARE(m_f.left().favourites(), std::vector<fs::path>{*m_f.tree / "Left"});
+        QTest::keyClick(m_f.view.get(), Qt::Key_D, Qt::ControlModifier | Qt::ShiftModifier);
+        QMenu *locations = m_f.view->leftPane()->headerBar()->locationsMenu();
+        QTRY_VERIFY(locations->isVisible());
+        QTest::keyClick(locations, Qt::Key_Escape);
+        QTRY_VERIFY(!locations->isVisible());
+    }
+
+    void tagByPatternTagsTheMatchingNames()
+    {
+        PaneModel &left = m_f.left();
+        QCOMPARE(tagMatching(left, "*.TXT; alp*"), 4);
+        QCOMPARE(tagMatching(left, "c*"), 0); // already tagged
+        left.setSelection({});
+        QCOMPARE(tagMatching(left, "[bc].txt"), 2);
+        QCOMPARE(left.selection(), (std::set<fs::path>{*m_f.tree / "Left/b.txt", *m_f.tree / "Left/c.txt"}));
     }
 
 private:

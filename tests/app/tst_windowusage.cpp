@@ -245,7 +245,7 @@ private Q_SLOTS:
         QTest::qWait(50);
         for (auto *button : m_f.view->toolBar()->findChildren<QToolButton *>()) {
             if (button->toolButtonStyle() == Qt::ToolButtonIconOnly) {
-                QCOMPARE(button->toolTip(), button->text());
+                QVERIFY(button->toolTip().startsWith(button->text())); // and its key
                 continue;
             }
             const int text = button->fontMetrics().horizontalAdvance(button->text());

@@ -73,7 +73,10 @@ struct WindowFixture {
         options.panes.metadataIntervalMs = 3'600'000;
         options.queuePollIntervalMs = 10;
         DesktopServices &desktop = options.desktop;
-        desktop.alert = [this](const AlertRequest &alert) { return calls << "alert:" + alert.message, -1; };
+        desktop.alert = [this](const AlertRequest &alert) {
+            helpDetails = alert.detailedText;
+            return calls << "alert:" + alert.message, -1;
+        };
         desktop.prompt = [this](const QString &title, const QString &) {
             return calls << "prompt:" + title, std::optional<QString>();
         };
@@ -141,6 +144,7 @@ struct WindowFixture {
     std::unique_ptr<CommanderView> view;
     KeyRecorder recorder;
     QStringList calls;
+    QString helpDetails; // the detailed text of the last alert
 };
 
 } // namespace quillorn::test

@@ -117,6 +117,16 @@ void PaneHeaderBar::updateIcons()
     m_hidden->setIcon(glyphIcon(Glyph::eye, text));
 }
 
+void PaneHeaderBar::popUpFavourites()
+{
+    m_favouritesMenu->popup(m_favourites->mapToGlobal(QPoint(0, m_favourites->height())));
+}
+
+void PaneHeaderBar::popUpLocations()
+{
+    m_locationsMenu->popup(m_locations->mapToGlobal(QPoint(0, m_locations->height())));
+}
+
 void PaneHeaderBar::buildFavouritesMenu()
 {
     m_favouritesMenu->clear();

@@ -35,6 +35,9 @@ public:
 
     QMenu *favouritesMenu() const { return m_favouritesMenu; }
     QMenu *locationsMenu() const { return m_locationsMenu; }
+    // Opens a menu under its button, as a click does, without waiting for a choice.
+    void popUpFavourites();
+    void popUpLocations();
 
 private:
     void buildFavouritesMenu();

@@ -42,6 +42,16 @@ void FlushPool::finish()
         std::rethrow_exception(m_failure);
 }
 
+bool FlushPool::finishWithin(std::chrono::milliseconds patience)
+{
+    std::unique_lock guard(m_lock);
+    const bool done =
+        m_idle.wait_for(guard, patience, [this] { return (m_pending.empty() && m_busy == 0) || m_failure; });
+    if (m_failure)
+        std::rethrow_exception(m_failure);
+    return done;
+}
+
 void FlushPool::run()
 {
     for (;;) {

@@ -2,6 +2,7 @@
 
 #include "operations/fileoperations.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <deque>
 #include <exception>
@@ -32,6 +33,8 @@ public:
     // more than a bounded number open.
     void submit(FileDescriptor descriptor, std::filesystem::path shown);
     void finish();
+    // As finish(), but gives up after `patience`: false when work is left.
+    bool finishWithin(std::chrono::milliseconds patience);
 
 private:
     void run();

@@ -15,6 +15,9 @@
 #include <cerrno>
 #include <cstring>
 #include <deque>
+#include <memory>
+#include <mutex>
+#include <thread>
 #include <vector>
 
 namespace fs = std::filesystem;
@@ -78,15 +81,19 @@ mode_t creationMode(const struct stat &source)
 // flush at the end finds little left to write, and no more than two windows of
 // it wait in memory at a time: the copy keeps pace with the disk.
 constexpr off_t writeBackWindow = 16 * 1024 * 1024;
+// Beside other writers a narrow window waits behind their data each time; a wider
+// one keeps a share of the disk's queue (measured with bench/copy.sh, busy).
+constexpr off_t busyWriteBackWindow = 128 * 1024 * 1024;
 
 struct WriteBack {
+    off_t window = writeBackWindow;
     off_t started = 0; // write-back started for everything before this
     off_t awaited = 0; // and finished before this
 
     void advance(int output, off_t position, const fs::path &target)
     {
         int error = startWriteBack(output, started, position - started);
-        if (!error && started - awaited >= writeBackWindow) {
+        if (!error && started - awaited >= window) {
             error = awaitWriteBack(output, awaited, started - awaited);
             awaited = started;
         }
@@ -237,15 +244,57 @@ void TreeCopy::copy(const Item &source, const Folder &destination, const std::st
     // files' own flushes, many at once, are then faster.
     const bool folder = S_ISDIR(source.entry.info.st_mode);
     const bool volumeFlush = folder && volumeFlushCoversFiles(destination.fd.get());
-    const bool othersWriting = volumeFlush && m_manager.pendingWriteBack(destination.fd.get()) > busyVolume;
+    m_othersWriting = m_manager.pendingWriteBack(destination.fd.get()) > busyVolume;
+    const bool othersWriting = volumeFlush && m_othersWriting;
     m_flushEachFile = !volumeFlush || othersWriting;
     if (folder && m_flushEachFile)
         m_pool = std::make_unique<FlushPool>(m_manager, othersWriting ? localFlushThreads : flushThreads);
+    if (m_pool && othersWriting)
+        // Opened before anything is written: a volume flush through it reports
+        // every write-back error from here on. (The destination may be held for
+        // naming only, which syncfs refuses.)
+        m_volume = FileDescriptor(::openat(destination.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
     Visitor visitor(*this, destination, newName, shown);
     walk(source, visitor);
-    if (m_pool)
+    if (m_pool && m_volume)
+        finishRacingVolume(shown);
+    else if (m_pool)
         m_pool->finish();
     m_pool.reset();
+}
+
+// Other programs' data makes a volume flush slow when they keep writing new
+// blocks, and the many flushes of the pool slow when the disk takes each journal
+// commit late: which one wins depends on what they write, so both run and the
+// first to finish decides. Every file was written before the volume flush
+// started, through a folder opened before the copy began, so its success covers
+// them all; should it fail, the pool's own flushes name the file.
+void TreeCopy::finishRacingVolume(const fs::path &shown)
+{
+    struct Race {
+        std::mutex lock;
+        bool done = false;
+        bool succeeded = false;
+    };
+    auto race = std::make_shared<Race>();
+    // Left to run on its own when the pool wins: a flush cannot be called off,
+    // and it only ever holds its own descriptor and the shared result.
+    std::thread([race, flush = m_manager.flushVolume, folder = std::move(m_volume), shown] {
+        bool succeeded = false;
+        try {
+            flush(folder.get(), shown);
+            succeeded = true;
+        } catch (...) {
+        }
+        const std::lock_guard guard(race->lock);
+        race->done = true;
+        race->succeeded = succeeded;
+    }).detach();
+    while (!m_pool->finishWithin(raceCheck)) {
+        const std::lock_guard guard(race->lock);
+        if (race->done && race->succeeded)
+            return; // the pool's waiting descriptors are closed unflushed with it
+    }
 }
 
 void TreeCopy::flushOnItsOwn(FileDescriptor descriptor, const fs::path &shown)
@@ -298,6 +347,8 @@ void TreeCopy::copyData(int input, int output, const struct stat &opened, const 
     bool sparse = mayHaveHoles(opened);
     off_t position = 0, dataEnd = 0;
     WriteBack writeBack;
+    if (m_othersWriting)
+        writeBack.window = busyWriteBackWindow;
     for (;;) {
         m_control.check();
         std::size_t limit = FileOperations::chunkSize;

@@ -67,6 +67,9 @@ private:
     // On a volume where each file is flushed on its own: a file or folder of a
     // folder copy is flushed by the pool, a single file right here.
     void flushOnItsOwn(FileDescriptor descriptor, const std::filesystem::path &shown);
+    // Waits for the pool, or for one flush of the whole volume started beside it,
+    // whichever is done first.
+    void finishRacingVolume(const std::filesystem::path &shown);
 
     // Enough to keep a FUSE daemon or a file server busy without flooding it.
     static constexpr unsigned flushThreads = 8;
@@ -78,6 +81,8 @@ private:
     // Other programs' data waiting to be written beyond which a volume flush
     // costs more than flushing each file: about what a disk writes in half a second.
     static constexpr std::uint64_t busyVolume = 64 * 1024 * 1024;
+    // How often the race between the pool and the volume flush is looked at.
+    static constexpr std::chrono::milliseconds raceCheck{20};
 
     const FileOperations::FileManager &m_manager;
     OperationControl &m_control;
@@ -85,6 +90,11 @@ private:
     const Folder *m_destination = nullptr;
     std::string m_top;
     bool m_flushEachFile = true;
+    // Other programs keep the volume busy: a big file goes to the disk in wider
+    // windows, so it is not starved between theirs.
+    bool m_othersWriting = false;
+    // The destination, opened for the volume flush that races the pool.
+    FileDescriptor m_volume;
     std::unique_ptr<FlushPool> m_pool;
 };
 

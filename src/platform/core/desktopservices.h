@@ -15,6 +15,8 @@ struct AlertRequest {
     QString message;
     QString informativeText;
     QStringList buttons;
+    // Shown on request below the informative text; empty: nothing to show.
+    QString detailedText = {};
 };
 
 // What the application model asks of the desktop, as plain function values so

@@ -76,6 +76,8 @@ void describe(QMessageBox &box, const AlertRequest &alert)
     box.setIcon(QMessageBox::NoIcon);
     box.setText(alert.message);
     box.setInformativeText(alert.informativeText);
+    if (!alert.detailedText.isEmpty())
+        box.setDetailedText(alert.detailedText);
     fitToLongestLine(box);
 }
 
