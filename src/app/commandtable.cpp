@@ -77,8 +77,15 @@ bool CommandTable::run(const QString &id, Command::Invocation invocation) const
 
 QString CommandTable::keyList() const
 {
-    QStringList lines;
+    QStringList lines, functionKeys;
+    for (const Command &command : m_commands)
+        if (command.functionKey > 0)
+            functionKeys << command.shownKey() + QLatin1Char(' ') + command.text;
+    if (!functionKeys.isEmpty())
+        lines << functionKeys.join(QStringLiteral(" • "));
     for (const Command &command : m_commands) {
+        if (command.functionKey > 0)
+            continue;
         const QString key = command.shownKey();
         if (!key.isEmpty())
             lines << key + QStringLiteral(": ") + (command.help.isEmpty() ? command.text : command.help);

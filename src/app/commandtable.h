@@ -66,7 +66,8 @@ public:
     // Runs the command when it is enabled; false when there is none or it is not.
     bool run(const QString &id, Command::Invocation invocation = {}) const;
 
-    // One line per command with a key, "key: text", in table order.
+    // The function keys on one line, then a line per other command with a key,
+    // "key: text", in table order.
     QString keyList() const;
 
 private:

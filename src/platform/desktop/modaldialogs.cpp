@@ -89,6 +89,10 @@ int runAlert(QWidget *parent, const AlertRequest &alert)
     QMessageBox box(parent);
     describe(box, alert);
     const QList<QAbstractButton *> buttons = addButtons(box, alert.buttons);
+    // The details open with the alert: they are what it was asked for.
+    for (QAbstractButton *button : box.buttons())
+        if (box.buttonRole(button) == QMessageBox::ActionRole && !buttons.contains(button))
+            button->click();
     box.exec();
     return static_cast<int>(buttons.indexOf(box.clickedButton()));
 }
