@@ -27,6 +27,22 @@ fs::path standardized(const fs::path &url, const fs::path &base)
     return fs::path(std::move(text));
 }
 
+// The item of `folder` that leads down to `descendant`, when `folder` is one
+// of its ancestors.
+std::optional<fs::path> childOnTheWay(const fs::path &folder, const fs::path &descendant)
+{
+    auto inside = descendant.begin();
+    for (auto part = folder.begin(); part != folder.end(); ++part, ++inside) {
+        if (part->empty() && std::next(part) == folder.end())
+            break; // the root's trailing separator
+        if (inside == descendant.end() || *inside != *part)
+            return std::nullopt;
+    }
+    if (inside == descendant.end())
+        return std::nullopt;
+    return folder / *inside;
+}
+
 template <typename T> bool assign(T &field, T value)
 {
     if (field == value)
@@ -483,6 +499,7 @@ void PaneModel::toggleTagAndAdvance()
 
 void PaneModel::navigate(const fs::path &folder)
 {
+    const fs::path previous = m_directory;
     const bool directoryDiffers = assign(m_directory, standardized(folder, m_directory));
     const bool pathDiffers = assign(m_path, displayText(m_directory));
     bool tabsDiffer = false;
@@ -490,7 +507,9 @@ void PaneModel::navigate(const fs::path &folder)
         tabsDiffer = assign(m_tabs[static_cast<std::size_t>(m_tabIndex)], m_directory);
     const bool filterDiffers = assign(m_filter, QString());
     const bool selectionDiffers = assign(m_selection, std::set<fs::path>());
-    const bool cursorDiffers = assign(m_cursor, std::optional<fs::path>());
+    // Going up lands on the folder one came from, as the listing keeps a cursor
+    // that names one of its items.
+    const bool cursorDiffers = assign(m_cursor, childOnTheWay(m_directory, previous));
     if (filterDiffers)
         recomputeVisible();
 

@@ -119,6 +119,34 @@ private Q_SLOTS:
         QCOMPARE(pane->selection(), std::set<fs::path>{x1});
     }
 
+    // Going up lands on the folder one came from, also several levels up and up
+    // to the root; any other folder starts on its first item.
+    void goingUpPutsTheCursorOnTheFolderOneCameFrom()
+    {
+        PaneFixture f;
+        const fs::path m = f.tree.folder("m"), deep = f.tree.folder("m/n/o"),
+                       first = f.tree.folder("m/a-first"), sibling = f.tree.folder("z");
+        auto pane = f.listed(deep);
+        const auto goTo = [&](const fs::path &folder) {
+            pane->navigate(folder);
+            return settled(*pane);
+        };
+        QVERIFY(goTo(deep.parent_path()));
+        QCOMPARE(pane->cursor(), Cursor(deep));
+        QVERIFY(goTo(f.tree.root()));
+        QCOMPARE(pane->cursor(), Cursor(m));
+        QVERIFY(goTo(deep));
+        QVERIFY(goTo(m / "n/o/../.."));
+        QCOMPARE(pane->cursor(), Cursor(m / "n"));
+        QVERIFY(goTo(sibling));
+        QCOMPARE(pane->cursor(), std::nullopt); // nothing there
+        QVERIFY(goTo(m));                       // not from below
+        QCOMPARE(pane->cursor(), Cursor(first));
+        QVERIFY(goTo(deep));
+        QVERIFY(goTo("/"));
+        QCOMPARE(pane->cursor(), Cursor("/" / *std::next(deep.begin())));
+    }
+
     void restoringFromTheStore_data()
     {
         QTest::addColumn<QString>("shown");
