@@ -17,6 +17,7 @@
 
 #include <QApplication>
 #include <QGuiApplication>
+#include <QHideEvent>
 #include <QSplitter>
 #include <QVBoxLayout>
 
@@ -50,14 +51,15 @@ CommanderModelOptions withDefaults(CommanderModelOptions options, QWidget *windo
 
 } // namespace
 
-CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : QMainWindow(parent)
+CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent)
+    : QMainWindow(parent),
+      m_preferences(options.panes.preferences ? *options.panes.preferences : Preferences::standard())
 {
     setWindowTitle(QStringLiteral("Quillorn v") + QString::fromLatin1(kVersion));
     resize(1180, 740);
     setMinimumSize(900, 480);
+    restorePlacement();
 
-    const Preferences &preferences =
-        options.panes.preferences ? *options.panes.preferences : Preferences::standard();
     options = withDefaults(std::move(options), this);
     const DesktopServices desktop = options.desktop; // the commands and the editor use some too
     m_model = std::make_unique<CommanderModel>(std::move(options));
@@ -84,12 +86,14 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent) : Q
     buildSurroundings(layout, desktop.openFile);
 
     connect(m_model.get(), &CommanderModel::activeLeftChanged, this, &CommanderView::showActivePane);
-    applyTheme(chooseCommanderTheme(preferences));
+    applyTheme(chooseCommanderTheme(m_preferences));
     showActivePane();
 }
 
 CommanderView::~CommanderView()
 {
+    if (isVisible())
+        savePlacement();
     // Everything that observes the model goes before it: the key monitor, the
     // sheet, the bars and the pane views.
     delete m_monitor;
@@ -167,6 +171,44 @@ QWidget *CommanderView::queueList() const
 {
     QWidget *list = m_queueView ? m_queueView->findChild<QWidget *>(QStringLiteral("queueList")) : nullptr;
     return list && list->isVisible() ? list : nullptr;
+}
+
+void CommanderView::hideEvent(QHideEvent *event)
+{
+    QMainWindow::hideEvent(event);
+    if (!event->spontaneous())
+        savePlacement();
+}
+
+void CommanderView::savePlacement()
+{
+    // A maximized or full-screen window comes back so, over the place it had before.
+    const QRect placement = isMaximized() || isFullScreen() ? normalGeometry() : geometry();
+    m_preferences.setInteger(QStringLiteral("window.x"), placement.x());
+    m_preferences.setInteger(QStringLiteral("window.y"), placement.y());
+    m_preferences.setInteger(QStringLiteral("window.width"), placement.width());
+    m_preferences.setInteger(QStringLiteral("window.height"), placement.height());
+    m_preferences.setBoolean(QStringLiteral("window.maximized"), isMaximized());
+    m_preferences.sync();
+}
+
+void CommanderView::restorePlacement()
+{
+    if (!m_preferences.contains(QStringLiteral("window.width")))
+        return;
+    const QRect saved(m_preferences.integer(QStringLiteral("window.x")),
+                      m_preferences.integer(QStringLiteral("window.y")),
+                      m_preferences.integer(QStringLiteral("window.width")),
+                      m_preferences.integer(QStringLiteral("window.height")));
+    // The middle of the top edge, by which the window is taken to be moved,
+    // must be on a screen that is there now: a monitor unplugged since must
+    // not leave the window out of reach.
+    const QPoint handle(saved.center().x(), saved.top());
+    if (saved.isEmpty() || !QGuiApplication::screenAt(handle))
+        return;
+    setGeometry(saved);
+    if (m_preferences.boolean(QStringLiteral("window.maximized")))
+        setWindowState(windowState() | Qt::WindowMaximized);
 }
 
 void CommanderView::refreshWhenActive(Qt::ApplicationState state)

@@ -35,7 +35,9 @@ class ToolHost;
 // and the function-key bar below, all in the theme. The tool sheet the model
 // asks for is shown by the tool host; the keyboard is handled by a key monitor
 // installed when the window is first shown (keys never go through the views).
-// Coming back to the application refreshes both panes.
+// Coming back to the application refreshes both panes. The window's size and
+// place are remembered from one run to the next, as long as the place is on a
+// screen that is still there.
 class CommanderView : public QMainWindow {
     Q_OBJECT
 public:
@@ -65,6 +67,7 @@ public:
 
 protected:
     void showEvent(QShowEvent *event) override;
+    void hideEvent(QHideEvent *event) override;
 
 private:
     FilePane *makePane(PaneModel &pane, bool left);
@@ -74,7 +77,10 @@ private:
     QWidget *queueList() const;
     void refreshWhenActive(Qt::ApplicationState state);
     void showActivePane();
+    void restorePlacement();
+    void savePlacement();
 
+    Preferences &m_preferences;
     std::unique_ptr<CommanderModel> m_model;
     CommanderTheme m_theme = CommanderThemeKey::defaultValue;
     QSplitter *m_splitter = nullptr;

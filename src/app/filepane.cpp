@@ -28,6 +28,8 @@
 #include <QToolButton>
 #include <QVBoxLayout>
 
+#include <utility>
+
 namespace quillorn {
 
 using namespace detail;
@@ -92,7 +94,7 @@ QWidget *FilePane::buildPathRow()
     up->setToolTip(tr("Enclosing folder"));
     up->setAccessibleName(up->toolTip());
     up->setAutoRaise(true);
-    connect(up, &QToolButton::clicked, this, [this] { m_pane.navigate(m_pane.directory().parent_path()); });
+    connect(up, &QToolButton::clicked, this, [this] { m_pane.goUp(); });
     layout->addWidget(up);
 
     m_path = new QLineEdit(row);
@@ -160,8 +162,17 @@ void FilePane::buildListing()
     connect(&m_pane, &PaneModel::selectionChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::notWatchedChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::cursorChanged, this, &FilePane::queueScrollToCursor);
-    // Another folder starts at its top; a new listing of the same one keeps its place.
-    connect(&m_pane, &PaneModel::directoryChanged, m_list, &QAbstractItemView::scrollToTop);
+    // Another folder starts at its top, or where its first listing puts the
+    // cursor (on the folder one came up from); a new listing of the same one
+    // keeps its place.
+    connect(&m_pane, &PaneModel::directoryChanged, this, [this] {
+        m_list->scrollToTop();
+        m_scrollAfterListing = true;
+    });
+    connect(&m_pane, &PaneModel::listingApplied, this, [this] {
+        if (std::exchange(m_scrollAfterListing, false))
+            queueScrollToCursor();
+    });
 }
 
 QWidget *FilePane::buildFooter()
@@ -197,6 +208,8 @@ void FilePane::setActive(bool active)
         return;
     m_active = active;
     m_header->setActive(active);
+    m_delegate->setActive(active);
+    m_list->viewport()->update();
     update();
 }
 

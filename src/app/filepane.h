@@ -111,6 +111,7 @@ private:
     QLabel *m_taggedCount = nullptr;
     QLabel *m_notWatched = nullptr;
     bool m_scrollQueued = false;
+    bool m_scrollAfterListing = false;
     ulong m_lastActivationTime = 0;
 };
 

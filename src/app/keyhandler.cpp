@@ -264,7 +264,7 @@ void KeyHandler::run(const Binding &binding)
         active.toggleTagAndAdvance();
         break;
     case Action::parentFolder:
-        active.navigate(active.directory().parent_path());
+        active.goUp();
         break;
     case Action::cursorDown:
         active.moveCursor(1, binding.extending);

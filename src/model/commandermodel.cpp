@@ -6,6 +6,7 @@
 #include <QPointer>
 #include <QtGlobal>
 #include <algorithm>
+#include <set>
 
 namespace quillorn {
 
@@ -34,6 +35,49 @@ bool hasZipExtension(const std::filesystem::path &path)
     return extension == ".zip";
 }
 
+// The one folder a job works within, where the items it makes are the user's
+// next concern: a rename's, a new folder's, and that of a copy or move whose
+// sources all lie in the folder they go to. Other transfers have none.
+std::optional<std::filesystem::path> workingFolder(const Job &job)
+{
+    if (const auto *rename = std::get_if<RenameJob>(&job))
+        return rename->item.parent_path();
+    if (const auto *folder = std::get_if<NewFolderJob>(&job))
+        return folder->folder;
+    if (const auto *transfer = std::get_if<TransferJob>(&job)) {
+        const bool within =
+            !transfer->sources.empty() &&
+            std::all_of(transfer->sources.begin(), transfer->sources.end(),
+                        [&](const auto &source) { return source.parent_path() == transfer->destination; });
+        if (within)
+            return transfer->destination;
+    }
+    return std::nullopt;
+}
+
+// Where the cursor goes when `leaving` leaves the listing: it stays unless it
+// is on one of them, else the next visible item that stays, else the nearest
+// one above; none when nothing visible stays.
+std::optional<std::filesystem::path> nearestRemaining(const PaneModel &pane,
+                                                      const std::vector<std::filesystem::path> &leaving)
+{
+    const auto &cursor = pane.cursor();
+    const std::set<std::filesystem::path> gone(leaving.begin(), leaving.end());
+    const auto leaves = [&](const std::filesystem::path &url) { return gone.count(url) > 0; };
+    if (!cursor || !leaves(*cursor))
+        return cursor;
+    const std::optional<int> at = pane.visibleIndexOf(*cursor);
+    if (!at)
+        return cursor;
+    for (int row = *at + 1; row < pane.visibleCount(); ++row)
+        if (!leaves(pane.visibleAt(row).url()))
+            return pane.visibleAt(row).url();
+    for (int row = *at - 1; row >= 0; --row)
+        if (!leaves(pane.visibleAt(row).url()))
+            return pane.visibleAt(row).url();
+    return std::nullopt;
+}
+
 } // namespace
 
 CommanderModel::CommanderModel(CommanderModelOptions options, QObject *parent)
@@ -44,11 +88,13 @@ CommanderModel::CommanderModel(CommanderModelOptions options, QObject *parent)
     createPanes(options.panes);
     m_queue->setRunner(JobRunner(m_operations));
 
-    // Every finished job may have touched either folder, so both panes re-list.
+    // Every finished job may have touched either folder, so both panes re-list,
+    // with their cursors already where the listing is to keep them.
     QPointer<CommanderModel> self(this);
-    m_queue->setCompleted([self] {
+    m_queue->setCompleted([self](const QueueItem &finished) {
         if (!self)
             return;
+        self->placeCursorsOnMadeItems(finished);
         self->m_left->refresh();
         self->m_right->refresh();
     });
@@ -188,7 +234,26 @@ void CommanderModel::trash(const std::vector<Path> &items)
                              {QStringLiteral("Continue"), QStringLiteral("Cancel")});
     if (choice != 0)
         return;
+    // Moved now, to an item that stays: whichever listing first misses the
+    // trashed items then keeps it.
+    active().setCursor(nearestRemaining(active(), items));
     m_queue->enqueue(fileOperationTitle, TrashJob{items});
+}
+
+void CommanderModel::placeCursorsOnMadeItems(const QueueItem &finished)
+{
+    if (finished.state != JobState::complete)
+        return;
+    const std::optional<Path> folder = workingFolder(finished.job);
+    if (!folder)
+        return;
+    const auto made = std::find_if(finished.made.begin(), finished.made.end(),
+                                   [&](const Path &item) { return item.parent_path() == *folder; });
+    if (made == finished.made.end())
+        return;
+    for (PaneModel *pane : {m_left.get(), m_right.get()})
+        if (pane->directory() == *folder)
+            pane->setCursor(*made);
 }
 
 void CommanderModel::quit()

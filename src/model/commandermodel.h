@@ -94,6 +94,9 @@ private:
     void newFolder();
     void trash(const std::vector<Path> &items);
     void quit();
+    // Before the refresh after a job: a pane showing the folder the job worked
+    // within puts its cursor on the item the job made there.
+    void placeCursorsOnMadeItems(const QueueItem &finished);
     std::optional<QString> prompt(const QString &title, const QString &value);
     int alert(const QString &message, const QString &informativeText, const QStringList &buttons = {});
     void setStatus(const QString &status);

@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <vector>
 
 namespace quillorn {
 
@@ -55,7 +56,9 @@ namespace quillorn {
 namespace {
 
 constexpr double kReadableContrast = 4.5;
+constexpr double kGraphicContrast = 3.0;
 constexpr ThemeColour kWhite{255, 255, 255};
+constexpr ThemeColour kBlack{0, 0, 0};
 
 double linear(std::uint8_t channel)
 {
@@ -81,6 +84,22 @@ ThemeColour readableTint(ThemeColour tint, const std::array<ThemeColour, 9> &sur
         if (reads)
             return candidate;
     }
+    return kWhite;
+}
+
+// The least step from `colour` towards white, or else towards black, that
+// stands out from every surface.
+ThemeColour distinctShade(ThemeColour colour, const std::vector<ThemeColour> &surfaces, double contrast)
+{
+    const auto standsOut = [&](ThemeColour candidate) {
+        return std::all_of(surfaces.begin(), surfaces.end(), [&](ThemeColour surface) {
+            return contrastRatio(candidate, surface) >= contrast;
+        });
+    };
+    for (int percent = 0; percent <= 100; ++percent)
+        for (ThemeColour towards : {kWhite, kBlack})
+            if (const ThemeColour candidate = blend(towards, colour, percent / 100.0); standsOut(candidate))
+                return candidate;
     return kWhite;
 }
 
@@ -124,6 +143,14 @@ ThemeTextColours textColours(const CommanderThemeColours &palette)
     const ThemeColour secondary =
         readableTint(palette.border, surfaces, kReadableContrast + 0.3, palette.selection);
     return {primary, secondary, blend(primary, palette.button, 0.42)};
+}
+
+ThemeColour cursorFrameColour(const CommanderThemeColours &palette, bool activePane)
+{
+    const std::vector<ThemeColour> surfaces{palette.row, palette.alternateRow, palette.selection,
+                                            blend(palette.selection, palette.row, 0.45),
+                                            blend(palette.selection, palette.alternateRow, 0.45)};
+    return distinctShade(activePane ? palette.accent : palette.border, surfaces, kGraphicContrast);
 }
 
 } // namespace quillorn

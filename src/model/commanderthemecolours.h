@@ -66,4 +66,11 @@ struct ThemeTextColours {
 };
 ThemeTextColours textColours(const CommanderThemeColours &palette);
 
+// The frame around the cursor row: the accent in the active pane, the border's
+// tint in the other. A frame is a graphical object, so it must stand out at
+// 3:1 from every colour it can touch: both row colours, a tagged row and the
+// cursor row's own fill. Where the theme's colour does not, it is moved towards
+// white or black just as far as needed; the palette itself stays as it is.
+ThemeColour cursorFrameColour(const CommanderThemeColours &palette, bool activePane);
+
 } // namespace quillorn

@@ -27,6 +27,22 @@ fs::path standardized(const fs::path &url, const fs::path &base)
     return fs::path(std::move(text));
 }
 
+// The item of `folder` that leads down to `descendant`, when `folder` is one
+// of its ancestors.
+std::optional<fs::path> childOnTheWay(const fs::path &folder, const fs::path &descendant)
+{
+    auto inside = descendant.begin();
+    for (auto part = folder.begin(); part != folder.end(); ++part, ++inside) {
+        if (part->empty() && std::next(part) == folder.end())
+            break; // the root's trailing separator
+        if (inside == descendant.end() || *inside != *part)
+            return std::nullopt;
+    }
+    if (inside == descendant.end())
+        return std::nullopt;
+    return folder / *inside;
+}
+
 template <typename T> bool assign(T &field, T value)
 {
     if (field == value)
@@ -480,6 +496,15 @@ void PaneModel::toggleTagAndAdvance()
 }
 
 // ---- navigation, tabs and favourites
+
+void PaneModel::goUp()
+{
+    const fs::path previous = m_directory;
+    navigate(m_directory.parent_path());
+    // Set before the listing arrives, which keeps a cursor that names one of its items.
+    if (const std::optional<fs::path> child = childOnTheWay(m_directory, previous))
+        setCursor(*child);
+}
 
 void PaneModel::navigate(const fs::path &folder)
 {

@@ -73,6 +73,8 @@ public:
 
     void refresh();
     void navigate(const std::filesystem::path &folder);
+    // The parent folder, with the cursor on the folder just left.
+    void goUp();
     void moveCursor(int step, bool extendingSelection = false);
     void toggleTagAndAdvance();
     void newTab();

@@ -6,8 +6,10 @@
 #include <QString>
 #include <QUuid>
 #include <cstdint>
+#include <filesystem>
 #include <memory>
 #include <optional>
+#include <vector>
 
 namespace quillorn {
 
@@ -44,6 +46,10 @@ struct QueueItem {
     // What the user should know of a job that completed, such as a moved source
     // a resumed job left in place; shown after the state.
     QString remark;
+    // What a complete job left under final names: the items a transfer
+    // published, the renamed item, the new folder. The panes put their cursor
+    // there.
+    std::vector<std::filesystem::path> made;
 
     // The row's state text: "Waiting", "Running", "Paused", "Interrupted",
     // "Complete", "Cancelled", "Cancelled — previously completed items remain",

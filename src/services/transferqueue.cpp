@@ -38,6 +38,17 @@ QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
            " moved items were left where they were: they or their copies changed. See the log.";
 }
 
+// The items a rename or a new folder leaves, known from the job itself; a
+// transfer tells its own as it publishes them.
+std::vector<std::filesystem::path> namedBeforehand(const Job &job)
+{
+    if (const auto *rename = std::get_if<RenameJob>(&job))
+        return {rename->item.parent_path() / rename->name};
+    if (const auto *folder = std::get_if<NewFolderJob>(&job))
+        return {folder->folder / folder->name};
+    return {};
+}
+
 } // namespace
 
 TransferQueue::TransferQueue(QObject *parent, int pollIntervalMs)
@@ -83,6 +94,7 @@ void TransferQueue::recoverInterrupted(std::function<void()> before)
                              std::move(entry.job),
                              std::nullopt,
                              true,
+                             {},
                              {}});
         journal.reset(); // the queue's to destroy, as above
         receiver->post([queue, items = std::move(items)] { queue->adopt(items); });
@@ -103,9 +115,16 @@ void TransferQueue::adopt(const std::vector<QueueItem> &items)
 
 QUuid TransferQueue::enqueue(const QString &title, Job job)
 {
-    QueueItem item{QUuid::createUuid(), title, std::make_shared<OperationControl>(),
-                   JobState::waiting,   {},    std::move(job),
-                   std::nullopt,        false, {}};
+    QueueItem item{QUuid::createUuid(),
+                   title,
+                   std::make_shared<OperationControl>(),
+                   JobState::waiting,
+                   {},
+                   std::move(job),
+                   std::nullopt,
+                   false,
+                   {},
+                   {}};
     const QUuid id = item.id;
     m_items.push_back(std::move(item));
     log("ADDED", title);
@@ -339,30 +358,36 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
                                               const std::shared_ptr<JobJournal> &journal)
 {
     std::vector<JobRunner::KeptSource> kept;
+    // Told on this thread, while the job runs.
+    std::vector<std::filesystem::path> made = namedBeforehand(item.job);
     try {
         JobRunner::Earlier earlier;
-        if (journal && JobRunner::storable(item.job)) {
+        const bool journaled = journal && JobRunner::storable(item.job);
+        if (journaled) {
             // Recorded before a moved source is removed, so a crash right after
             // a publish still finds it done at the next start.
             item.control->onPublishing(
                 [journal, id = item.id](const PublishIntent &intent) { journal->publishing(id, intent); });
-            item.control->onPublished([journal, id = item.id](const auto &source, const auto &) {
-                journal->published(id, source);
-            });
             if (item.rerun)
                 earlier.published = journal->publishedBy(item.id);
         }
+        item.control->onPublished(
+            [&made, journal, journaled, id = item.id](const auto &source, const auto &target) {
+                if (journaled)
+                    journal->published(id, source);
+                made.push_back(target);
+            });
         kept = runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
     } catch (const CancellationError &) {
         log("CANCELLED", item.title);
-        return {item.id, JobState::cancelledWhileRunning, {}, {}};
+        return {item.id, JobState::cancelledWhileRunning, {}, {}, {}};
     } catch (...) {
         const std::exception_ptr error = std::current_exception();
         log("FAILED", item.title, " error=" + AppDiagnostics::describe(error));
-        return {item.id, JobState::failed, userFacingDescription(error), {}};
+        return {item.id, JobState::failed, userFacingDescription(error), {}, {}};
     }
     log("COMPLETE", item.title);
-    return {item.id, JobState::complete, {}, keptRemark(kept)};
+    return {item.id, JobState::complete, {}, keptRemark(kept), std::move(made)};
 }
 
 double TransferQueue::activeSeconds() const
@@ -390,17 +415,20 @@ void TransferQueue::finish(const Outcome &outcome)
         const double elapsed = activeSeconds();
         publishProgress(progress, elapsed > 0 ? static_cast<double>(progress.completed) / elapsed : 0);
     }
+    QueueItem ended;
     if (QueueItem *item = find(outcome.id)) {
         item->state = outcome.state;
         item->failure = outcome.failure;
         item->remark = outcome.remark;
+        item->made = outcome.made;
+        ended = *item;
     }
     changed();
     m_timer->stop();
     m_current.reset();
     setRunning(false);
     if (m_completed)
-        m_completed();
+        m_completed(ended);
     startNext();
 }
 

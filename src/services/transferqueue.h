@@ -9,6 +9,7 @@
 #include <QTimer>
 #include <QUuid>
 #include <cstdint>
+#include <filesystem>
 #include <functional>
 #include <map>
 #include <memory>
@@ -63,8 +64,10 @@ public:
     // Their time at the latest average speed, when both are known.
     std::optional<double> waitingSecondsLeft() const;
 
-    // Called on the interface thread after every job that ends, whatever its outcome.
-    void setCompleted(std::function<void()> completed) { m_completed = std::move(completed); }
+    // Called on the interface thread after every job that ends, whatever its
+    // outcome, with the job as it ended.
+    using Completed = std::function<void(const QueueItem &finished)>;
+    void setCompleted(Completed completed) { m_completed = std::move(completed); }
     // The engine jobs run with (tests slow it down or stand in for the Trash).
     void setRunner(JobRunner runner) { m_runner = std::move(runner); }
     // Keeps every unfinished job in the journal from now on.
@@ -118,6 +121,7 @@ private:
         JobState state = JobState::failed;
         QString failure;
         QString remark;
+        std::vector<std::filesystem::path> made;
     };
 
     void startNext();
@@ -142,7 +146,7 @@ private:
     std::int64_t m_total = 0;
     double m_bytesPerSecond = 0;
     QString m_detail;
-    std::function<void()> m_completed;
+    Completed m_completed;
 
     JobRunner m_runner;
     std::shared_ptr<JobJournal> m_journal;

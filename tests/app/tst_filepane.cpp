@@ -10,12 +10,14 @@
 #include "refusedwatches.h"
 
 #include <QAbstractItemModelTester>
+#include <QDrag>
 #include <QHeaderView>
 #include <QLabel>
 #include <QLineEdit>
 #include <QMimeData>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QTimer>
 #include <QToolButton>
 
 using namespace quillorn;
@@ -110,6 +112,33 @@ private Q_SLOTS:
         QCOMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "files/f4"));
     }
 
+    // Pressing on a tagged row keeps the tags, so that a drag takes them all; a
+    // release without a drag is a plain click after all.
+    void draggingATaggedRowDragsAllTaggedRows()
+    {
+        open("files");
+        const std::set<fs::path> tagged{urlAt(2), urlAt(4), urlAt(5)};
+        m_f.left().setSelection(tagged);
+        m_f.left().setCursor(urlAt(1));
+        QTest::mousePress(list()->viewport(), Qt::LeftButton, Qt::NoModifier, rowPoint(4));
+        QCOMPARE(m_f.left().selection(), tagged);
+        QCOMPARE(m_f.left().cursor(), std::optional(urlAt(1)));
+        QCOMPARE(dragFrom(4), (QList<QUrl>{fileUrl(urlAt(2)), fileUrl(urlAt(4)), fileUrl(urlAt(5))}));
+        QCOMPARE(m_f.left().selection(), tagged); // the drag cleared nothing
+        QTest::mouseRelease(list()->viewport(), Qt::LeftButton, Qt::NoModifier, rowPoint(4));
+        QCOMPARE(m_f.left().selection(), tagged);
+        // An untagged row clears the tags at the press and goes alone.
+        QTest::mousePress(list()->viewport(), Qt::LeftButton, Qt::NoModifier, rowPoint(3));
+        QVERIFY(m_f.left().selection().empty());
+        QCOMPARE(dragFrom(3), QList<QUrl>{fileUrl(urlAt(3))});
+        QTest::mouseRelease(list()->viewport(), Qt::LeftButton, Qt::NoModifier, rowPoint(3));
+        // A press and release on a tagged row without a drag is a plain click.
+        m_f.left().setSelection(tagged);
+        click(5);
+        QVERIFY(m_f.left().selection().empty());
+        QCOMPARE(m_f.left().cursor(), std::optional(urlAt(5)));
+    }
+
     void dropOffersACopyOfTheFilesOnlyInOrderIntoThePanesFolder()
     {
         open("files");
@@ -183,7 +212,7 @@ private Q_SLOTS:
         QVERIFY(text(1, 0).startsWith(QStringLiteral("bad") + QChar(0xFFFD)));
         click(1, Qt::ControlModifier);
         QCOMPARE(m_f.left().selection(), std::set<fs::path>{urlAt(1)});
-        QCOMPARE(detail::droppedFiles(*detail::dragData(urlAt(1))), std::vector<fs::path>{urlAt(1)});
+        QCOMPARE(detail::droppedFiles(*detail::dragData({urlAt(1)})), std::vector<fs::path>{urlAt(1)});
         // The path field shows a replacement character yet keeps the folder's bytes.
         auto *path = child<QLineEdit>("pathField");
         QVERIFY(path->text().contains(QChar(0xFFFD)));
@@ -222,6 +251,17 @@ private Q_SLOTS:
         QCOMPARE(scrolled(), offset);
         open("many/zz-sub");
         QCOMPARE(scrolled(), 0);
+    }
+
+    void goingUpShowsTheFolderOneCameFrom()
+    {
+        for (int i = 0; i < 100; ++i)
+            m_f.tree->folder("up/d" + std::to_string(100 + i));
+        open("up/d190");
+        QTest::mouseClick(child<QToolButton>("upButton"), Qt::LeftButton);
+        WindowFixture::waitListed(m_f.left());
+        QCOMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "up/d190"));
+        QTRY_VERIFY(shows(90));
     }
 
     void headerDoubleClickTabsAndPathFieldDriveThePane()
@@ -290,6 +330,31 @@ private:
         QTest::mouseClick(list()->viewport(), Qt::LeftButton, modifiers, rowPoint(row));
     }
     template <typename T> T *child(const char *name) const { return pane()->findChild<T *>(name); }
+    // Moves the pressed mouse from a row far enough to drag; the URLs the drag carries.
+    QList<QUrl> dragFrom(int row) const
+    {
+        QList<QUrl> urls;
+        const qsizetype before = list()->findChildren<QDrag *>().size(); // an earlier one may linger
+        const auto read = [&] {
+            const QList<QDrag *> drags = list()->findChildren<QDrag *>();
+            if (drags.size() > before && urls.isEmpty())
+                urls = drags.last()->mimeData()->urls();
+        };
+        // Where the platform runs the drag in a loop of its own, it is read and ended there.
+        QTimer during;
+        during.setSingleShot(true);
+        QObject::connect(&during, &QTimer::timeout, [&] {
+            read();
+            QDrag::cancel();
+        });
+        during.start(0);
+        const QPoint to = rowPoint(row) + QPoint(3 * QApplication::startDragDistance(), 0);
+        QMouseEvent move(QEvent::MouseMove, to, list()->viewport()->mapToGlobal(to), Qt::NoButton,
+                         Qt::LeftButton, Qt::NoModifier);
+        QApplication::sendEvent(list()->viewport(), &move);
+        read();
+        return urls;
+    }
 
     WindowFixture m_f;
 };

@@ -13,6 +13,7 @@
 #include <QMenu>
 #include <QRegularExpression>
 #include <QSet>
+#include <QScreen>
 
 using namespace quillorn;
 using namespace quillorn::test;
@@ -405,6 +406,34 @@ private Q_SLOTS:
         left.setSelection({});
         QCOMPARE(tagMatching(left, "[bc].txt"), 2);
         QCOMPARE(left.selection(), (std::set<fs::path>{*m_f.tree / "Left/b.txt", *m_f.tree / "Left/c.txt"}));
+    }
+
+    // The window comes back where it was and as large, maximized if it was, unless
+    // its place is on no screen there now.
+    void theWindowsPlaceIsRememberedWhileItIsOnAScreen()
+    {
+        const QRect screen = QGuiApplication::primaryScreen()->geometry();
+        const QRect placement(screen.topLeft() + QPoint(30, 20), QSize(940, 510));
+        m_f.view->setGeometry(placement);
+        QTRY_COMPARE(m_f.view->geometry(), placement);
+        const auto reopen = [&] {
+            m_f.tearDown();
+            m_f.setUp();
+        };
+        reopen();
+        QCOMPARE(m_f.view->geometry(), placement);
+        QVERIFY(!m_f.view->isMaximized());
+        m_f.view->showMaximized();
+        QTRY_VERIFY(m_f.view->isMaximized());
+        reopen();
+        QVERIFY(m_f.view->isMaximized());
+        QCOMPARE(m_f.view->normalGeometry(), placement);
+        // A place on a screen unplugged since is not taken up again.
+        m_f.view->showNormal();
+        m_f.view->setGeometry(QRect(screen.topRight() + QPoint(4000, 0), QSize(940, 510)));
+        reopen();
+        QCOMPARE(m_f.view->size(), QSize(1180, 740));
+        QVERIFY(QGuiApplication::screenAt(m_f.view->geometry().center()));
     }
 
 private:

@@ -21,6 +21,11 @@ using namespace quillorn::test;
 
 namespace {
 
+ThemeColour channels(QRgb rgb)
+{
+    return ThemeColour{uint8_t(qRed(rgb)), uint8_t(qGreen(rgb)), uint8_t(qBlue(rgb))};
+}
+
 // What the user sees of one text: the commonest colour of its area is the
 // background, the pixel that stands out most from it is the ink.
 double measuredContrast(const QImage &image, const QRect &area)
@@ -35,9 +40,6 @@ double measuredContrast(const QImage &image, const QRect &area)
     const QRgb background = std::max_element(counts.begin(), counts.end(), [](auto &a, auto &b) {
                                 return a.second < b.second;
                             })->first;
-    const auto channels = [](QRgb rgb) {
-        return ThemeColour{uint8_t(qRed(rgb)), uint8_t(qGreen(rgb)), uint8_t(qBlue(rgb))};
-    };
     double best = 1;
     for (const auto &[pixel, count] : counts)
         best = std::max(best, contrastRatio(channels(pixel), channels(background)));
@@ -45,6 +47,21 @@ double measuredContrast(const QImage &image, const QRect &area)
 }
 
 using TextArea = std::pair<QString, QRect>; // what, and where in the grabbed window
+
+// The commonest colour of an area but `other`; none when the area holds no other.
+std::optional<QRgb> commonest(const QImage &image, const QRect &area, std::optional<QRgb> other = {})
+{
+    std::map<QRgb, int> counts;
+    for (int y = area.top(); y <= area.bottom(); ++y)
+        for (int x = area.left(); x <= area.right(); ++x)
+            if (image.pixel(x, y) != other)
+                ++counts[image.pixel(x, y)];
+    if (counts.empty())
+        return std::nullopt;
+    return std::max_element(counts.begin(), counts.end(),
+                            [](auto &a, auto &b) { return a.second < b.second; })
+        ->first;
+}
 
 } // namespace
 
@@ -117,6 +134,70 @@ private Q_SLOTS:
         }
         qInfo("%s: weakest of %d texts %.2f:1", qPrintable(rawValue(CommanderTheme(theme))), count, weakest);
         QVERIFY2(weak.isEmpty(), qPrintable(weak.join(", ")));
+    }
+
+    void cursorFrameStandsOutInEveryTheme_data() { everyTextReadsInEveryTheme_data(); }
+
+    // The cursor row's frame reads at 3:1 or more (WCAG for graphics) against the rows
+    // above and below and the cursor row's own fill, on a plain row next to a tagged
+    // one and on a tagged row, in the active and the inactive pane; measured on the
+    // drawn pixels.
+    void cursorFrameStandsOutInEveryTheme()
+    {
+        QFETCH(int, theme);
+        m_f.view->applyTheme(CommanderTheme(theme));
+        auto *list = m_f.view->leftPane()->listView();
+        const auto rowArea = [&](int row) {
+            const QAbstractItemModel *table = list->model();
+            return list->visualRect(table->index(row, 0))
+                .united(list->visualRect(table->index(row, table->columnCount() - 1)));
+        };
+        QStringList weak;
+        QList<QRgb> edgeColours;
+        for (const bool active : {true, false}) {
+            for (const char *item : {"b.txt", "c.txt"}) { // c.txt is tagged
+                m_f.view->model().setActiveLeft(active);
+                m_f.left().setCursor(*m_f.tree / "Left" / item);
+                const QImage image = list->viewport()->grab().toImage();
+                const int row = m_f.left().visibleIndexOf(*m_f.tree / "Left" / item).value();
+                const QRect cursor = rowArea(row);
+                const QRgb fill = commonest(image, cursor.adjusted(4, 4, -4, -4)).value();
+                // The rows' own colours, their separators (the last line) left out.
+                const QRgb above = commonest(image, rowArea(row - 1).adjusted(0, 0, 0, -1)).value();
+                const QRgb below = commonest(image, rowArea(row + 1).adjusted(0, 0, 0, -1)).value();
+                const std::pair<const char *, QRect> edges[] = {
+                    {"top", QRect(cursor.left(), cursor.top(), cursor.width(), 1)},
+                    {"bottom", QRect(cursor.left(), cursor.bottom(), cursor.width(), 1)},
+                    {"left", QRect(cursor.left(), cursor.top() + 2, 1, cursor.height() - 4)},
+                    {"right", QRect(cursor.right(), cursor.top() + 2, 1, cursor.height() - 4)}};
+                for (const auto &[edge, line] : edges) {
+                    const QString where = QStringLiteral("%1 pane, %2, %3 edge")
+                                              .arg(active ? "active" : "inactive", item, edge);
+                    const std::optional<QRgb> ink = commonest(image, line, fill); // the gaps show the fill
+                    if (!ink) {
+                        weak << where + " not drawn";
+                        continue;
+                    }
+                    edgeColours << *ink;
+                    for (const auto &[against, colour] :
+                         {std::pair{"row above", above}, {"row below", below}, {"fill", fill}}) {
+                        const double contrast = contrastRatio(channels(*ink), channels(colour));
+                        if (contrast < 3)
+                            weak << QStringLiteral("%1 against the %2 (%3:1)")
+                                        .arg(where, against)
+                                        .arg(contrast, 0, 'f', 2);
+                    }
+                }
+            }
+        }
+        m_f.view->model().setActiveLeft(true);
+        m_f.left().setCursor(*m_f.tree / "Left/b.txt");
+        QVERIFY2(weak.isEmpty(), qPrintable(weak.join(", ")));
+        // The active pane's frame is the theme's accent wherever that reads.
+        const CommanderThemeColours palette = colours(CommanderTheme(theme));
+        if (cursorFrameColour(palette, true) == palette.accent)
+            QCOMPARE(channels(edgeColours.first()), palette.accent);
+        QVERIFY(edgeColours.first() != edgeColours.last()); // the inactive pane's differs
     }
 
 private:

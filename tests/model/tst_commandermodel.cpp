@@ -1,4 +1,5 @@
 #include "model/commandermodel.h"
+#include "panefixture.h"
 #include "platform/core/preferences.h"
 #include "testtree.h"
 
@@ -9,7 +10,7 @@ using namespace quillorn;
 namespace fs = std::filesystem;
 using Paths = std::vector<fs::path>;
 
-enum Command { F2Rename = 2, F3View, F4Edit, F6Move = 6, F8Trash = 8, F10Quit = 10 };
+enum Command { F2Rename = 2, F3View, F4Edit, F6Move = 6, F7NewFolder, F8Trash, F10Quit = 10 };
 
 // Commands against real folders in a home of the test's own; the desktop's
 // stand-ins log what the model asked and answer as told.
@@ -62,6 +63,22 @@ class CommanderModelTest : public QObject {
     {
         m_model->left().setSelection({tagged.begin(), tagged.end()});
         m_model->left().setCursor(std::move(cursor));
+    }
+
+    // The left pane's cursor once the last job has ended and its item, if it
+    // made one, is listed.
+    std::optional<fs::path> cursorAfterTheLastJob(const fs::path &made = {})
+    {
+        PaneModel &left = m_model->left();
+        const bool ended = QTest::qWaitFor(
+            [&] {
+                return !m_model->queue().hasWork() && !left.loading() &&
+                       (made.empty() || left.visibleIndexOf(made));
+            },
+            5000);
+        if (!ended || stateOfLast() != "Complete")
+            return fs::path("job: " + stateOfLast().toStdString());
+        return left.cursor();
     }
 
     QString stateOfLast() const
@@ -148,6 +165,54 @@ private Q_SLOTS:
                                   5000);
         QVERIFY(fs::exists(m_data.path().toStdString() / fs::path("Trash/files/a.txt")));
         QCOMPARE(test::TestTree::read(m_home / "c.txt"), std::string("c"));
+    }
+
+    // Home lists Downloads/, a.txt, b.txt, c.txt; the right pane shows Downloads.
+    void theCursorLandsOnTheItemACommandMadeInItsOwnFolder()
+    {
+        using Cursor = std::optional<fs::path>;
+        select({}, m_home / "b.txt");
+        m_answers = {QString("x.txt")};
+        m_model->perform(F2Rename);
+        QCOMPARE(cursorAfterTheLastJob(m_home / "x.txt"), Cursor(m_home / "x.txt"));
+        m_answers = {QString("New Folder")};
+        m_model->perform(F7NewFolder);
+        QCOMPARE(cursorAfterTheLastJob(m_home / "New Folder"), Cursor(m_home / "New Folder"));
+        // Copy and move within one folder, under a free name the engine picks.
+        const auto transfer = [&](const char *source, bool move) {
+            m_model->queue().enqueue("Transfer",
+                                     TransferJob{{m_home / source}, m_home, move, ConflictPolicy::keepBoth});
+        };
+        transfer("a.txt", false);
+        QCOMPARE(cursorAfterTheLastJob(m_home / "a (2).txt"), Cursor(m_home / "a (2).txt"));
+        transfer("x.txt", true);
+        QCOMPARE(cursorAfterTheLastJob(m_home / "x (2).txt"), Cursor(m_home / "x (2).txt"));
+        QVERIFY(!fs::exists(m_home / "x.txt"));
+        // A failed rename moves nothing.
+        m_answers = {QString("c.txt")};
+        select({}, m_home / "a.txt");
+        m_model->perform(F2Rename);
+        QCOMPARE(cursorAfterTheLastJob(), Cursor("job: Failed: An item named ‘c.txt’ already exists."));
+        QCOMPARE(m_model->left().cursor(), Cursor(m_home / "a.txt"));
+    }
+
+    // Home lists Downloads/, a.txt ... e.txt.
+    void afterTrashTheCursorIsOnTheNearestRemainingItem()
+    {
+        using Cursor = std::optional<fs::path>;
+        m_tree->file("home/d.txt", "d");
+        m_tree->file("home/e.txt", "e");
+        QTRY_VERIFY(m_model->left().visibleIndexOf(m_home / "e.txt"));
+        select({}, m_home / "b.txt");
+        m_model->perform(F8Trash);
+        QCOMPARE(cursorAfterTheLastJob(), Cursor(m_home / "c.txt")); // the next one
+        select({m_home / "a.txt"}, m_home / "d.txt");
+        m_model->perform(F8Trash);
+        QCOMPARE(cursorAfterTheLastJob(), Cursor(m_home / "d.txt")); // not on a trashed item: stays
+        select({m_home / "d.txt", m_home / "e.txt"}, m_home / "d.txt");
+        m_model->perform(F8Trash);
+        QCOMPARE(cursorAfterTheLastJob(), Cursor(m_home / "c.txt")); // none stays below: the one above
+        QCOMPARE(test::namesOf(m_model->left().visible()), (QStringList{"Downloads", "c.txt"}));
     }
 
     void quitIsRefusedWhileWorkRemains()

@@ -119,6 +119,33 @@ private Q_SLOTS:
         QCOMPARE(pane->selection(), std::set<fs::path>{x1});
     }
 
+    // Going up lands on the folder one came from, level by level up to the
+    // root; any other folder starts on its first item.
+    void goingUpPutsTheCursorOnTheFolderOneCameFrom()
+    {
+        PaneFixture f;
+        const fs::path m = f.tree.folder("m"), deep = f.tree.folder("m/n/o"), first = f.tree.folder("m/a-first");
+        auto pane = f.listed(deep);
+        const auto up = [&] {
+            pane->goUp();
+            return settled(*pane);
+        };
+        QVERIFY(up());
+        QCOMPARE(pane->cursor(), Cursor(deep));
+        QVERIFY(up());
+        QCOMPARE(pane->cursor(), Cursor(m / "n"));
+        QVERIFY(up());
+        QCOMPARE(pane->cursor(), Cursor(m));
+        pane->navigate(m); // not from below
+        QVERIFY(settled(*pane));
+        QCOMPARE(pane->cursor(), Cursor(first));
+        pane->navigate(deep);
+        QVERIFY(settled(*pane));
+        while (pane->directory() != "/")
+            QVERIFY(up());
+        QCOMPARE(pane->cursor(), Cursor("/" / *std::next(deep.begin())));
+    }
+
     void restoringFromTheStore_data()
     {
         QTest::addColumn<QString>("shown");

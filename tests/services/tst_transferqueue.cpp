@@ -98,7 +98,7 @@ private Q_SLOTS:
         auto first = std::make_shared<Gate>(), last = std::make_shared<Gate>();
         TransferQueue queue(nullptr, 10);
         int completions = 0;
-        queue.setCompleted([&] { ++completions; });
+        queue.setCompleted([&](const QueueItem &) { ++completions; });
         const auto states = [&queue] { return column(queue, &QueueItem::stateText); };
         QList<QUuid> ids;
         for (int n = 1; n <= 5; ++n)
@@ -131,6 +131,27 @@ private Q_SLOTS:
                                                  "QUEUE COMPLETE title=Job 1"}));
         QVERIFY(logLines("Job 3").last().contains("FAILED title=Job 3 error=Quillorn.CommanderError"));
         QCOMPARE(logLines("Job 5").last(), QStringLiteral("QUEUE CANCELLED title=Job 5"));
+    }
+
+    // The items a complete job left under their final names reach the completion
+    // callback, for the panes to put their cursors on: a failed job made nothing.
+    void theCompletionTellsWhatAJobMade()
+    {
+        test::TestTree tree;
+        const fs::path a = tree.file("a.txt", "a"), b = tree.file("b.txt", "b");
+        TransferQueue queue(nullptr, 10);
+        QList<std::vector<fs::path>> made;
+        queue.setCompleted([&](const QueueItem &finished) { made << finished.made; });
+        queue.enqueue("Copy", TransferJob{{a, b}, tree.root(), false, ConflictPolicy::keepBoth});
+        queue.enqueue("Rename", RenameJob{a, "c.txt"});
+        queue.enqueue("New folder", NewFolderJob{tree.root(), "d"});
+        queue.enqueue("Rename again", RenameJob{tree / "missing", "e.txt"});
+        QTRY_COMPARE(made.size(), 4);
+        QCOMPARE(made[0], (std::vector<fs::path>{tree / "a (2).txt", tree / "b (2).txt"}));
+        QCOMPARE(made[1], std::vector<fs::path>{tree / "c.txt"});
+        QCOMPARE(made[2], std::vector<fs::path>{tree / "d"});
+        QVERIFY(made[3].empty());
+        QCOMPARE(queue.items()[0].made, made[0]);
     }
 
     void progressIsPolledAndSpeedWaitsAQuarterSecond()

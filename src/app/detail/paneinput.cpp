@@ -39,10 +39,14 @@ void applyRowClick(PaneModel &pane, const fs::path &url, Qt::KeyboardModifiers m
     pane.setCursor(url);
 }
 
-std::unique_ptr<QMimeData> dragData(const fs::path &item)
+std::unique_ptr<QMimeData> dragData(const std::vector<fs::path> &items)
 {
+    QList<QUrl> urls;
+    urls.reserve(static_cast<qsizetype>(items.size()));
+    for (const fs::path &item : items)
+        urls.append(fileUrl(item));
     auto mime = std::make_unique<QMimeData>();
-    mime->setUrls({fileUrl(item)});
+    mime->setUrls(urls);
     return mime;
 }
 

@@ -22,9 +22,10 @@ namespace quillorn::detail {
 // always ends on the clicked row.
 void applyRowClick(PaneModel &pane, const std::filesystem::path &url, Qt::KeyboardModifiers modifiers);
 
-// What a row dragged out carries: its item as a file URL, percent-encoded byte
-// by byte so a name that is not UTF-8 reaches the drop target unchanged.
-std::unique_ptr<QMimeData> dragData(const std::filesystem::path &item);
+// What rows dragged out carry: their items as file URLs, in order,
+// percent-encoded byte by byte so a name that is not UTF-8 reaches the drop
+// target unchanged.
+std::unique_ptr<QMimeData> dragData(const std::vector<std::filesystem::path> &items);
 
 // The file URLs of a drop, in drop order; web links and the like are skipped.
 std::vector<std::filesystem::path> droppedFiles(const QMimeData &mime);

@@ -6,6 +6,8 @@
 
 #include <QPainter>
 
+#include <algorithm>
+
 namespace quillorn::detail {
 
 PaneRowDelegate::PaneRowDelegate(QObject *parent)
@@ -14,10 +16,44 @@ PaneRowDelegate::PaneRowDelegate(QObject *parent)
 {
 }
 
+namespace {
+
+// Thick enough to be seen at a glance, thin enough to stay clear of the text.
+constexpr int kFrameWidth = 2;
+// The dots of the inactive pane's frame: kDotLength pixels on, as many off.
+constexpr int kDotLength = 2;
+
+// A frame edge, solid or dotted. The dots are placed by the viewport's
+// coordinates, so the pattern runs on unbroken from one cell to the next.
+void fillEdge(QPainter &painter, const QRect &edge, const QColor &colour, bool dotted)
+{
+    if (!dotted) {
+        painter.fillRect(edge, colour);
+        return;
+    }
+    const bool across = edge.width() >= edge.height();
+    const int from = across ? edge.left() : edge.top(), to = across ? edge.right() : edge.bottom();
+    for (int at = from - from % (2 * kDotLength); at <= to; at += 2 * kDotLength) {
+        const int start = std::max(at, from), end = std::min(at + kDotLength - 1, to);
+        if (start > end)
+            continue;
+        painter.fillRect(across ? QRect(start, edge.top(), end - start + 1, edge.height())
+                                : QRect(edge.left(), start, edge.width(), end - start + 1),
+                         colour);
+    }
+}
+
+} // namespace
+
 void PaneRowDelegate::setColours(const CommanderThemeColours &colours)
 {
     m_colours = colours;
     m_icons.clear();
+}
+
+void PaneRowDelegate::setActive(bool active)
+{
+    m_active = active;
 }
 
 // Every row draws one of two symbols: paint each once per colour and scale.
@@ -70,7 +106,26 @@ void PaneRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
         painter->drawText(text, Qt::AlignRight | Qt::AlignVCenter,
                           painter->fontMetrics().elidedText(value, Qt::ElideLeft, text.width()));
     }
+    if (index.data(PaneTableModel::cursorRole).toBool())
+        paintCursorFrame(*painter, cell, index);
     painter->restore();
+}
+
+// The fill alone hardly differs from the rows around it and not at all on a
+// tagged row: the frame is what shows where the cursor is.
+void PaneRowDelegate::paintCursorFrame(QPainter &painter, const QRect &cell, const QModelIndex &index) const
+{
+    const QColor colour = cursorFrameColour(m_colours, m_active);
+    const bool dotted = !m_active;
+    fillEdge(painter, QRect(cell.left(), cell.top(), cell.width(), kFrameWidth), colour, dotted);
+    fillEdge(painter, QRect(cell.left(), cell.bottom() - kFrameWidth + 1, cell.width(), kFrameWidth), colour,
+             dotted);
+    const QRect sides(cell.left(), cell.top() + kFrameWidth, cell.width(), cell.height() - 2 * kFrameWidth);
+    if (index.column() == 0)
+        fillEdge(painter, QRect(sides.left(), sides.top(), kFrameWidth, sides.height()), colour, dotted);
+    if (index.column() == index.model()->columnCount() - 1)
+        fillEdge(painter, QRect(sides.right() - kFrameWidth + 1, sides.top(), kFrameWidth, sides.height()),
+                 colour, dotted);
 }
 
 void PaneRowDelegate::paintName(QPainter &painter, const QRect &cell, const QModelIndex &index) const

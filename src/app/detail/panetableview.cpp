@@ -10,6 +10,7 @@
 #include <QMouseEvent>
 
 #include <string>
+#include <utility>
 
 namespace quillorn::detail {
 
@@ -41,6 +42,7 @@ void PaneTableView::scrollToRow(int row)
 void PaneTableView::mousePressEvent(QMouseEvent *event)
 {
     m_pressedRow = -1;
+    m_clickOnRelease = false;
     if (event->button() != Qt::LeftButton)
         return;
     const QModelIndex index = indexAt(event->position().toPoint());
@@ -48,7 +50,15 @@ void PaneTableView::mousePressEvent(QMouseEvent *event)
         return;
     m_pressedRow = index.row();
     m_pressPosition = event->position().toPoint();
-    Q_EMIT rowClicked(index.row(), event->modifiers());
+    m_pressModifiers = event->modifiers();
+    // A plain press on a tagged row may begin a drag of all the tags: the click,
+    // which would clear them, waits for a release without a drag.
+    const bool plain = !(m_pressModifiers & (Qt::ControlModifier | Qt::ShiftModifier));
+    if (plain && index.data(PaneTableModel::taggedRole).toBool()) {
+        m_clickOnRelease = true;
+        return;
+    }
+    Q_EMIT rowClicked(index.row(), m_pressModifiers);
 }
 
 void PaneTableView::mouseMoveEvent(QMouseEvent *event)
@@ -59,12 +69,15 @@ void PaneTableView::mouseMoveEvent(QMouseEvent *event)
         return;
     const int row = m_pressedRow;
     m_pressedRow = -1;
+    m_clickOnRelease = false;
     startDragOfRow(row);
 }
 
 void PaneTableView::mouseReleaseEvent(QMouseEvent *)
 {
-    m_pressedRow = -1;
+    const int row = std::exchange(m_pressedRow, -1);
+    if (std::exchange(m_clickOnRelease, false) && row >= 0 && row < model()->rowCount())
+        Q_EMIT rowClicked(row, m_pressModifiers);
 }
 
 void PaneTableView::mouseDoubleClickEvent(QMouseEvent *event)
@@ -76,14 +89,33 @@ void PaneTableView::mouseDoubleClickEvent(QMouseEvent *event)
         Q_EMIT rowDoubleClicked(index.row());
 }
 
+// A tagged row takes all tagged rows along, in the listing's order; any other
+// row goes alone.
+std::vector<std::filesystem::path> PaneTableView::draggedItems(int row) const
+{
+    const auto pathOf = [this](int at) {
+        const QByteArray bytes = model()->index(at, 0).data(PaneTableModel::pathRole).toByteArray();
+        return std::filesystem::path(std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
+    };
+    std::vector<std::filesystem::path> items;
+    if (!model()->index(row, 0).data(PaneTableModel::taggedRole).toBool()) {
+        items.push_back(pathOf(row));
+    } else {
+        for (int at = 0; at < model()->rowCount(); ++at)
+            if (model()->index(at, 0).data(PaneTableModel::taggedRole).toBool())
+                items.push_back(pathOf(at));
+    }
+    std::erase_if(items, [](const std::filesystem::path &item) { return item.empty(); });
+    return items;
+}
+
 void PaneTableView::startDragOfRow(int row)
 {
-    const QByteArray bytes = model()->index(row, 0).data(PaneTableModel::pathRole).toByteArray();
-    if (bytes.isEmpty())
+    const std::vector<std::filesystem::path> items = draggedItems(row);
+    if (items.empty())
         return;
-    const std::filesystem::path item(std::string(bytes.constData(), static_cast<std::size_t>(bytes.size())));
     auto *drag = new QDrag(this);
-    drag->setMimeData(dragData(item).release());
+    drag->setMimeData(dragData(items).release());
     drag->exec(Qt::CopyAction | Qt::MoveAction | Qt::LinkAction, Qt::CopyAction);
 }
 

@@ -3,12 +3,15 @@
 #include <QPoint>
 #include <QTableView>
 
+#include <filesystem>
+#include <vector>
+
 namespace quillorn::detail {
 
 // The listing's table. It takes no keyboard focus (the window's key handler
 // drives the cursor) and has no selection of its own: presses, double clicks
 // and drags on rows are reported as signals, and a row dragged out becomes a
-// file URL.
+// file URL, a tagged one together with all other tagged rows.
 class PaneTableView : public QTableView {
     Q_OBJECT
 public:
@@ -29,10 +32,13 @@ protected:
     void mouseDoubleClickEvent(QMouseEvent *event) override;
 
 private:
+    std::vector<std::filesystem::path> draggedItems(int row) const;
     void startDragOfRow(int row);
 
     int m_pressedRow = -1;
     QPoint m_pressPosition;
+    Qt::KeyboardModifiers m_pressModifiers;
+    bool m_clickOnRelease = false;
 };
 
 } // namespace quillorn::detail
