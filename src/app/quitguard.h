@@ -26,6 +26,8 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
+    QWidget *keyboardOwner() const;
+
     QWidget *m_window;
     QPointer<QMessageBox> m_alert;
 };

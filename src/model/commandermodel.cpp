@@ -203,13 +203,12 @@ void CommanderModel::rename(const std::vector<Path> &items)
     if (items.size() != 1)
         return;
     const Path item = items.front();
-    const QString shown = displayName(item);
-    const std::optional<QString> answer = prompt(QStringLiteral("Rename"), shown);
+    // Edited as text that maps back to the name's bytes, so that bytes outside
+    // UTF-8 survive everything the user leaves untouched.
+    const std::optional<QString> answer = prompt(QStringLiteral("Rename"), editableText(item.filename()));
     if (!answer)
         return;
-    // An untouched answer means the item's own name, bytes included: a name that
-    // is not valid UTF-8 is shown with replacement marks, which are not its bytes.
-    const std::string name = *answer == shown ? item.filename().string() : pathFromText(*answer).string();
+    const std::string name = pathFromEditableText(*answer).string();
     m_queue->enqueue(fileOperationTitle, RenameJob{item, name});
 }
 

@@ -370,6 +370,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
     if (generation != m_generation)
         return; // a newer request will apply its own result
     m_workerCancelled.reset();
+    const std::optional<fs::path> revealed = std::exchange(m_revealed, std::nullopt);
 
     bool entriesDiffer = false;
     bool errorDiffers = false;
@@ -390,7 +391,9 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         for (const fs::path &url : m_selection)
             if (m_entryIndex->find(*m_entries, url))
                 selection.insert(selection.end(), url);
-        if (m_cursor && m_entryIndex->find(*m_entries, *m_cursor))
+        if (revealed && m_entryIndex->find(*m_entries, *revealed))
+            cursor = revealed;
+        else if (m_cursor && m_entryIndex->find(*m_entries, *m_cursor))
             cursor = m_cursor;
         else if (!m_entries->empty())
             cursor = m_entries->front().url();
@@ -516,6 +519,7 @@ void PaneModel::navigate(const fs::path &folder)
     const bool filterDiffers = assign(m_filter, QString());
     const bool selectionDiffers = assign(m_selection, std::set<fs::path>());
     const bool cursorDiffers = assign(m_cursor, std::optional<fs::path>());
+    m_revealed.reset();
     if (filterDiffers)
         recomputeVisible();
 
@@ -537,6 +541,14 @@ void PaneModel::navigate(const fs::path &folder)
     persist();
     watchDirectory();
     refresh();
+}
+
+void PaneModel::reveal(const fs::path &item)
+{
+    navigate(item.parent_path());
+    // Set after the listing arrives rather than now, so that the cursor's
+    // change is heard when its row exists and the view can scroll to it.
+    m_revealed = m_directory / item.filename();
 }
 
 void PaneModel::newTab()

@@ -75,6 +75,9 @@ public:
     void navigate(const std::filesystem::path &folder);
     // The parent folder, with the cursor on the folder just left.
     void goUp();
+    // Shows the folder that holds `item` with the cursor on it once it is listed
+    // (on the first item, as after navigate, when the listing lacks it).
+    void reveal(const std::filesystem::path &item);
     void moveCursor(int step, bool extendingSelection = false);
     void toggleTagAndAdvance();
     void newTab();
@@ -141,6 +144,7 @@ private:
     mutable bool m_visibleCopyValid = false;
     std::set<std::filesystem::path> m_selection;
     std::optional<std::filesystem::path> m_cursor;
+    std::optional<std::filesystem::path> m_revealed; // where the next listing puts the cursor
     QString m_path;
     QString m_filter;
     std::optional<QString> m_error;

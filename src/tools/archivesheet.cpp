@@ -212,7 +212,20 @@ void ArchiveSheet::setPreview(const QString &preview)
 void ArchiveSheet::setLoading(bool loading)
 {
     m_loading = loading;
+    // A disabled button passes the keyboard on to the next one, "Close", where
+    // the next Space would close the sheet: the member list holds it while the
+    // member is read, and the button pressed has it back afterwards.
+    QWidget *focused = window()->focusWidget();
+    if (loading && (focused == m_previewButton || focused == m_extractButton)) {
+        m_pressed = static_cast<QPushButton *>(focused);
+        m_list->setFocus();
+    }
     updateButtons();
+    if (!loading && m_pressed) {
+        if (focused == m_list)
+            m_pressed->setFocus();
+        m_pressed = nullptr;
+    }
 }
 
 void ArchiveSheet::updateButtons()

@@ -84,6 +84,7 @@ private:
     QPlainTextEdit *m_previewText = nullptr;
     QPushButton *m_previewButton = nullptr;
     QPushButton *m_extractButton = nullptr;
+    QPushButton *m_pressed = nullptr; // the action button that had the keyboard when a read began
 };
 
 } // namespace quillorn

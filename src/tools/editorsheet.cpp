@@ -1,12 +1,14 @@
 #include "tools/editorsheet.h"
 
 #include "platform/core/displaytext.h"
+#include "platform/desktop/modaldialogs.h"
 #include "services/errortext.h"
 #include "tools/backgroundwork.h"
 #include "tools/detail/sheetbutton.h"
 #include "tools/detail/sheetlabels.h"
 
 #include <QCloseEvent>
+#include <QCoreApplication>
 #include <QFontDatabase>
 #include <QHBoxLayout>
 #include <QKeyEvent>
@@ -96,6 +98,7 @@ EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
     connect(closeButton, &QPushButton::clicked, this, &EditorSheet::close);
     connect(m_saveButton, &QPushButton::clicked, this, &EditorSheet::save);
     connect(m_editor->document(), &QTextDocument::contentsChange, this, &EditorSheet::textEdited);
+    m_editor->installEventFilter(this);
     setFocusProxy(m_editor);
     updateView();
 
@@ -254,9 +257,18 @@ void EditorSheet::close()
             // Gone as far as the quit guard is concerned, even while a save still runs.
             m_dirty = false;
             m_saving = false;
+            m_heldKeys.clear();
             m_actions.dismiss();
+            return;
         }
+        // Backed out: typing goes on in the text, also where no window
+        // manager would give the sheet the keyboard back.
+        window()->activateWindow();
+        m_editor->setFocus();
+        if (!m_saving)
+            replayHeldKeys();
     });
+    fitButtons(*box);
     m_confirmation = box;
     box->open();
 }
@@ -308,7 +320,29 @@ bool EditorSheet::eventFilter(QObject *watched, QEvent *event)
         close();
         return true;
     }
+    if (watched == m_editor && event->type() == QEvent::KeyPress && m_saving &&
+        !actsAtOnce(*static_cast<QKeyEvent *>(event))) {
+        // Typed on while a save runs: kept for the text, which takes it once
+        // the save is over, instead of lost to a text that cannot change now.
+        // A Ctrl+S among them saves again in its turn.
+        m_heldKeys.emplace_back(static_cast<QKeyEvent *>(event->clone()));
+        return true;
+    }
     return QWidget::eventFilter(watched, event);
+}
+
+bool EditorSheet::actsAtOnce(const QKeyEvent &event)
+{
+    return event.key() == Qt::Key_Escape || event.key() == Qt::Key_F10 ||
+           (event.key() == Qt::Key_Q && (event.modifiers() & Qt::ControlModifier));
+}
+
+void EditorSheet::replayHeldKeys()
+{
+    // In the order typed, each after the text took the one before; a replayed
+    // Ctrl+S starts a save, and the keys after it are held again for that one.
+    for (const std::unique_ptr<QKeyEvent> &key : std::exchange(m_heldKeys, {}))
+        QCoreApplication::sendEvent(m_editor, key.get());
 }
 
 void EditorSheet::setStatus(const QString &status)
@@ -319,14 +353,10 @@ void EditorSheet::setStatus(const QString &status)
 
 void EditorSheet::setSaving(bool saving)
 {
-    // Disabling the editor for a save sends the focus elsewhere: it comes back
-    // afterwards, so that typing goes on into the text.
-    if (saving)
-        m_refocus = m_editor->hasFocus();
     m_saving = saving;
     updateView();
-    if (!saving && std::exchange(m_refocus, false) && !m_confirmation)
-        m_editor->setFocus();
+    if (!saving && !(m_confirmation && m_confirmation->isVisible())) // else once the user backs out
+        replayHeldKeys();
 }
 
 void EditorSheet::updateUnsaved()
@@ -343,7 +373,14 @@ void EditorSheet::updateView()
 {
     m_title->setText(title());
     m_caption->setText(byteCount());
-    m_editor->setEnabled(m_document && !m_saving);
+    // Read-only rather than disabled while a save runs: a disabled editor
+    // would hand the keyboard to the next button, where typing is lost.
+    m_editor->setEnabled(m_document.has_value());
+    if (m_editor->isReadOnly() != m_saving) {
+        m_editor->setReadOnly(m_saving);
+        if (m_saving) // keeps the text cursor drawn where typing goes on
+            m_editor->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
+    }
     m_saveButton->setEnabled(dirty() && !m_saving);
     updateUnsaved();
 }

@@ -10,8 +10,11 @@
 #include <exception>
 #include <filesystem>
 #include <functional>
+#include <memory>
 #include <optional>
+#include <vector>
 
+class QKeyEvent;
 class QLabel;
 class QPlainTextEdit;
 class QPushButton;
@@ -85,6 +88,9 @@ private:
     void setSaving(bool saving);
     void updateUnsaved();
     void updateView();
+    // Close and quit, which are not held back while a save runs.
+    static bool actsAtOnce(const QKeyEvent &event);
+    void replayHeldKeys();
 
     Path m_url;
     Actions m_actions;
@@ -98,7 +104,8 @@ private:
     bool m_filling = false;
     bool m_published = false;
     bool m_toldInPlace = false; // why saves are not atomic was said
-    bool m_refocus = false;     // the editor had the focus when the save began
+    // Typed into the text while a save runs, for the text to take afterwards.
+    std::vector<std::unique_ptr<QKeyEvent>> m_heldKeys;
     QString m_status = loadingStatus;
 
     QLabel *m_title = nullptr;

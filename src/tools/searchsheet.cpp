@@ -146,7 +146,7 @@ void SearchSheet::showFolder(int row)
     if (row < 0 || std::size_t(row) >= m_report.items.size())
         return;
     if (m_navigate)
-        m_navigate(m_report.items[std::size_t(row)].url.parent_path());
+        m_navigate(m_report.items[std::size_t(row)].url);
 }
 
 QString SearchSheet::statusText(const SearchReport &report)

@@ -24,13 +24,14 @@ class SearchResultsModel;
 
 // Finds items by name below one folder: runs DirectoryTools::search in the
 // background, one search at a time, lists the hits by relative path and hands
-// the folder of a hit to `navigate` (the host shows it in the active pane and
-// closes the sheet). Every way the sheet goes away cancels a running search.
+// a hit to `navigate` for "Show folder" (the host shows its folder in the
+// active pane with the cursor on it and closes the sheet). Every way the sheet
+// goes away cancels a running search.
 class SearchSheet : public QWidget {
     Q_OBJECT
 public:
     using Path = std::filesystem::path;
-    using Navigate = std::function<void(const Path &folder)>;
+    using Navigate = std::function<void(const Path &hit)>;
 
     SearchSheet(Path root, Navigate navigate, std::function<void()> dismiss, QWidget *parent = nullptr);
     ~SearchSheet() override;
@@ -40,7 +41,7 @@ public:
     void cancel();
     // Cancels and dismisses the sheet.
     void close();
-    // Navigates to the folder that holds the hit in `row`.
+    // Shows the folder that holds the hit in `row`, at the hit.
     void showFolder(int row);
 
     const QString &status() const { return m_status; }

@@ -34,11 +34,11 @@ QWidget *makeSheet(const ToolSheet::Transfer &transfer, SheetContext &context)
 QWidget *makeSheet(const ToolSheet::Search &search, SheetContext &context)
 {
     CommanderModel &model = context.model;
-    // Showing a hit's folder and closing the sheet are one step.
+    // Showing a hit's folder, at the hit, and closing the sheet are one step.
     return new SearchSheet(
         search.root,
-        [&model](const std::filesystem::path &folder) {
-            model.active().navigate(folder);
+        [&model](const std::filesystem::path &hit) {
+            model.active().reveal(hit);
             model.setTool(std::nullopt);
         },
         context.dismiss);

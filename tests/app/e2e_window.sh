@@ -3,7 +3,8 @@
 # copy (F5, Return), rename (F2), new folder (F7), trash (F8, Return on
 # "Continue"), a move refused by the Stop policy (F6 onto an existing name),
 # Return in the transfer sheet after its policy picker had the focus, Return in
-# the filter field, the tab buttons after Ctrl+T and Backspace, and quit (F10).
+# the filter field, the tab buttons after Ctrl+T and Backspace, typing on in the
+# editor after saves and questions, F2 on a name outside UTF-8, and quit (F10).
 # Checks the files on disk and the diagnostics log lines.
 # Usage: e2e_window.sh <path to quillorn>
 set -u
@@ -118,6 +119,28 @@ open_dialog F7; keys Return
 check "the first tab's button was on screen and brought Left back" \
     wait_for 100 failed_file_operations_above "$failed"
 check "no folder was made in the parent" test ! -e "$work/New Folder"
+# 10. The editor keeps the keyboard in the text: F4 on renamed.txt, typing
+# straight on after each Ctrl+S, after backing out of the discard question and
+# after the quit alert it raises; both saves and all typing reach the file.
+# Rows: New Folder, beta.txt, renamed.txt.
+sleep 0.5; cursor_to_row 2; open_dialog F4; sleep 0.5
+xdotool type --delay 40 "one"; keys ctrl+s; xdotool type --delay 40 "two"; keys ctrl+s
+check "typing after Ctrl+S reached the text and the second save" \
+    wait_for 50 grep -qx 'onetwoalpha' "$left/renamed.txt"
+xdotool type --delay 40 "three"; keys Escape; sleep 0.5; shot 10-discard; keys Escape; sleep 0.5
+xdotool type --delay 40 "four"; keys F10; sleep 0.5; shot 10-quit; keys Return; sleep 0.5
+xdotool type --delay 40 "five"; keys ctrl+s
+check "typing after the discard question and the quit alert reached the text" \
+    wait_for 50 grep -qx 'onetwothreefourfivealpha' "$left/renamed.txt"
+check "the quit alert left the application running" kill -0 "$app_pid"
+sleep 0.5; keys Escape
+# 11. F2 on a name that is not UTF-8: End, "X", Return changes only the end of it.
+# Rows: New Folder, bad\xff\xfename.txt, beta.txt, renamed.txt.
+odd=$(printf 'bad\377\376name.txt')
+printf 'odd\n' >"$left/$odd"
+sleep 1; cursor_to_row 1; open_dialog F2; keys End; xdotool type --delay 40 "X"; keys Return
+check "F2 on a name outside UTF-8 kept its bytes" wait_for 100 test -f "$left/${odd}X"
+check "the renamed item is the one with the odd name" grep -qx odd "$left/${odd}X"
 # 6. Quit with F10: the queue is idle, so the application ends at once, with status 0.
 sleep 0.5; refocus; keys F10
 if check "F10 quit" wait_for 100 bash -c "! kill -0 $app_pid 2>/dev/null"; then

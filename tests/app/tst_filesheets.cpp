@@ -6,8 +6,13 @@
 #include "tools/connectsheet.h"
 #include "tools/editorsheet.h"
 
+#include "platform/desktop/standarddesktopservices.h"
+
+#include <QListView>
 #include <QMessageBox>
 #include <QPlainTextEdit>
+#include <QStyleOptionButton>
+#include <QTimer>
 
 using namespace quillorn;
 using namespace quillorn::test;
@@ -168,6 +173,127 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
     }
 
+    void archiveActionsFromTheKeyboardLeaveTheFocusOnTheirButton()
+    {
+        makeZip(*m_f.tree / "Left/Pack.zip", {{"data", "a.txt", "alpha"}, {"data", "b.txt", "beta"}});
+        auto *sheet = openFromLeft<ArchiveSheet>("Pack.zip", Qt::Key_Return);
+        QVERIFY(sheet);
+        QTRY_VERIFY(sheet->status().startsWith("2 members."));
+        auto *preview = sheet->findChild<QPushButton *>("previewButton");
+        auto *extract = sheet->findChild<QPushButton *>("extractButton");
+        auto *list = sheet->findChild<QListView *>("memberList");
+        QTRY_VERIFY(QApplication::focusWidget());
+        for (int tabs = 0; tabs < 6 && QApplication::focusWidget() != list; ++tabs)
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), list);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down); // past a.txt, the first current row
+        QCOMPARE(sheet->selected(), std::optional<QString>("b.txt"));
+        for (int tabs = 0; tabs < 6 && QApplication::focusWidget() != preview; ++tabs)
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), preview);
+
+        // Regression: the pressed button, disabled while the member is read,
+        // passed the keyboard on to "Close", and the next Space closed the sheet.
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+        QVERIFY(sheet->loading());
+        QTRY_COMPARE(sheet->preview(), "beta");
+        QCOMPARE(QApplication::focusWidget(), preview);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), extract);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Space);
+        QTRY_VERIFY(sheet->status().startsWith("Queued extraction to "));
+        QCOMPARE(QApplication::focusWidget(), extract);
+        QTRY_COMPARE(TestTree::read(*m_f.tree / "Right/b.txt"), "beta");
+        for (const Qt::Key key : {Qt::Key_Return, Qt::Key_Enter}) // no button of the sheet is a default
+            QTest::keyClick(QApplication::focusWidget(), key);
+        QCOMPARE(m_f.sheet<ArchiveSheet>(), sheet);
+    }
+
+    void editorKeepsTheKeyboardInTheTextThroughSavesAndQuestions()
+    {
+        new QuitGuard(m_f.view.get());
+        auto *sheet = openFromLeft<EditorSheet>("b.txt", Qt::Key_F4);
+        QVERIFY(sheet);
+        auto *editor = sheet->findChild<QPlainTextEdit *>("textEditor");
+        QTRY_COMPARE(QApplication::focusWidget(), editor);
+        const auto typeHere = [](const char *text) { QTest::keyClicks(QApplication::focusWidget(), text); };
+
+        // Typed on at once after Ctrl+S, while the save still runs; the second
+        // Ctrl+S saves again once the first save is over.
+        typeHere("1");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_S, Qt::ControlModifier);
+        QVERIFY(sheet->saving());
+        QCOMPARE(QApplication::focusWidget(), editor);
+        typeHere("2");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_S, Qt::ControlModifier);
+        QCOMPARE(QApplication::focusWidget(), editor);
+        QTRY_VERIFY(!sheet->saving() && !sheet->dirty());
+        QCOMPARE(TestTree::read(*m_f.tree / "Left/b.txt"), "12x");
+        QCOMPARE(QApplication::focusWidget(), editor);
+
+        // Backing out of the discard question: it had the keyboard, the text has it again.
+        typeHere("3");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+        QMessageBox *confirmation = sheet->discardConfirmation();
+        QVERIFY(confirmation);
+        QTRY_COMPARE(QApplication::activeWindow(), confirmation);
+        for (QAbstractButton *button : confirmation->buttons()) {
+            QStyleOptionButton option;
+            option.initFrom(button);
+            option.text = button->text();
+            const QRect inside =
+                button->style()->subElementRect(QStyle::SE_PushButtonContents, &option, button);
+            QVERIFY2(button->fontMetrics().horizontalAdvance(button->text()) <= inside.width(),
+                     qPrintable(button->text() + " in " + QString::number(inside.width())));
+            QVERIFY(
+                confirmation->rect().contains(QRect(button->mapTo(confirmation, QPoint()), button->size())));
+        }
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+        QTRY_VERIFY(!sheet->discardConfirmation());
+        QTRY_COMPARE(QApplication::focusWidget(), editor);
+        typeHere("4");
+        QCOMPARE(sheet->text(), "1234x");
+
+        // The quit alert over the dirty editor takes the keyboard and gives it back.
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_F10);
+        QMessageBox *alert = nullptr;
+        QTRY_VERIFY((alert = m_f.view->findChild<QMessageBox *>("quitAlert")) &&
+                    QApplication::activeWindow() == alert);
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        QTRY_VERIFY(!m_f.view->findChild<QMessageBox *>("quitAlert"));
+        QTRY_COMPARE(QApplication::focusWidget(), editor);
+        typeHere("5");
+        QCOMPARE(sheet->text(), "12345x");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_S, Qt::ControlModifier);
+        QTRY_VERIFY(!sheet->saving() && !sheet->dirty());
+        QCOMPARE(TestTree::read(*m_f.tree / "Left/b.txt"), "12345x");
+    }
+
+    void renamePromptChangesOnlyTheBytesTyped()
+    {
+        const fs::path odd = m_f.tree->file("Left/bad\xff\xfename.txt", "odd");
+        m_f.prompt = standardDesktopServices(m_f.view.get()).prompt;
+        // F2 and the keys typed into the prompt, End, "X", Return; then F2, Home,
+        // three times Right and Delete, which takes the placeholder of \xff alone.
+        const fs::path renamed = *m_f.tree / "Left/bad\xff\xfename.txtX";
+        renameWithKeys(odd, [] {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_End);
+            QTest::keyClicks(QApplication::focusWidget(), "X");
+        });
+        QTRY_VERIFY(fs::exists(renamed));
+        QCOMPARE(TestTree::read(renamed), "odd");
+        QVERIFY(!fs::exists(odd));
+
+        renameWithKeys(renamed, [] {
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Home);
+            for (int i = 0; i < 3; ++i)
+                QTest::keyClick(QApplication::focusWidget(), Qt::Key_Right);
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Delete);
+        });
+        QTRY_VERIFY(fs::exists(*m_f.tree / "Left/bad\xfename.txtX"));
+        QVERIFY(!fs::exists(renamed));
+    }
+
     void editorSaysBeforeTheFirstSaveWhyAFileWithOtherLinksIsSavedInPlace()
     {
         TestTree elsewhere;
@@ -235,6 +361,31 @@ private Q_SLOTS:
     }
 
 private:
+    // F2 on the item; `keys` types into the prompt, Return answers it.
+    void renameWithKeys(const fs::path &item, const std::function<void()> &keys)
+    {
+        m_f.left().refresh();
+        WindowFixture::waitListed(m_f.left());
+        QTRY_VERIFY(m_f.left().visibleIndexOf(item));
+        m_f.left().setCursor(item);
+        // The prompt waits for its answer in a loop of its own: the keys are typed from there.
+        bool typed = false;
+        QTimer::singleShot(0, m_f.view.get(), [&typed, &keys] {
+            typed = QTest::qWaitFor([] {
+                return QApplication::focusWidget() &&
+                       QApplication::focusWidget()->objectName() == "promptField";
+            });
+            if (!typed) {
+                QApplication::activeModalWidget()->close();
+                return;
+            }
+            keys();
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Return);
+        });
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_F2);
+        QVERIFY(typed);
+    }
+
     // Lists the left pane afresh (to show files the test made), then opens the item.
     template <typename Sheet> Sheet *openFromLeft(const QString &item, Qt::Key key)
     {

@@ -65,10 +65,37 @@ private Q_SLOTS:
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
         // Regression: a sheet closed by the model left no window with the keyboard.
         QTRY_COMPARE(QApplication::activeWindow(), m_f.view.get());
-        WindowFixture::waitListed(m_f.left());
-        m_f.left().setCursor(*m_f.tree / "Left/alpha/deep.txt");
+        // The folder is shown at the hit, so the next command acts on it.
+        QTRY_COMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "Left/alpha/deep.txt"));
         QTest::keyClick(QApplication::focusWidget(), Qt::Key_I, Qt::ControlModifier);
         QVERIFY(m_f.sheet<InfoSheet>());
+        QVERIFY(m_f.sheet<InfoSheet>()->details().startsWith(displayText(*m_f.tree / "Left/alpha/deep.txt")));
+    }
+
+    void showFolderFromTheKeyboardScrollsThePaneToTheHit()
+    {
+        for (int i = 0; i < 150; ++i)
+            m_f.tree->file("Left/many/f" + std::to_string(1000 + i), "x");
+        const std::filesystem::path hit = m_f.tree->file("Left/many/target.txt", "x");
+        auto *sheet = search();
+        auto *query = sheet->findChild<QLineEdit *>("queryField");
+        QTRY_COMPARE(QApplication::focusWidget(), query);
+        QTest::keyClicks(query, "target");
+        QTest::keyClick(query, Qt::Key_Return);
+        QTRY_COMPARE(label(sheet, "statusLabel"), "1 matches. ");
+        auto *list = sheet->findChild<QTableView *>("resultList");
+        for (int tabs = 0; tabs < 6 && QApplication::focusWidget() != list; ++tabs)
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), list);
+        QTest::keyClick(list, Qt::Key_Down);
+        QTest::keyClick(list, Qt::Key_Return);
+        QTRY_COMPARE(m_f.left().cursor(), std::optional(hit));
+        QCOMPARE(m_f.left().directory(), hit.parent_path());
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+        const int row = *m_f.left().visibleIndexOf(hit);
+        QVERIFY(row > 100);
+        auto *pane = m_f.view->leftPane()->listView();
+        QTRY_VERIFY(pane->viewport()->rect().contains(pane->visualRect(pane->model()->index(row, 0))));
     }
 
     void everyWayOfClosingASearchCancelsIt()

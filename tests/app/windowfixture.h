@@ -77,8 +77,10 @@ struct WindowFixture {
             helpDetails = alert.detailedText;
             return calls << "alert:" + alert.message, -1;
         };
-        desktop.prompt = [this](const QString &title, const QString &) {
-            return calls << "prompt:" + title, std::optional<QString>();
+        prompt = {};
+        desktop.prompt = [this](const QString &title, const QString &value) {
+            calls << "prompt:" + title;
+            return prompt ? prompt(title, value) : std::optional<QString>();
         };
         desktop.preview = [this](const fs::path &item, auto) { calls << "preview:" + name(item); };
         desktop.openFile = [this](const fs::path &file) { calls << "open:" + name(file); };
@@ -145,6 +147,9 @@ struct WindowFixture {
     KeyRecorder recorder;
     QStringList calls;
     QString helpDetails; // the detailed text of the last alert
+    // Answers the prompts when set (a test that types into the real one sets
+    // standardDesktopServices(view).prompt); otherwise they are cancelled.
+    std::function<std::optional<QString>(const QString &title, const QString &value)> prompt;
 };
 
 } // namespace quillorn::test

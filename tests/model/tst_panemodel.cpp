@@ -1,5 +1,6 @@
 #include "panefixture.h"
 
+#include <QSignalSpy>
 #include <fstream>
 
 using namespace quillorn;
@@ -144,6 +145,28 @@ private Q_SLOTS:
         while (pane->directory() != "/")
             QVERIFY(up());
         QCOMPARE(pane->cursor(), Cursor("/" / *std::next(deep.begin())));
+    void revealPutsTheCursorOnTheItemOnceItsFolderIsListed()
+    {
+        PaneFixture f;
+        const fs::path first = f.tree.file("deep/a"), last = f.tree.file("deep/z"),
+                       hidden = f.tree.file("deep/.h");
+        auto pane = f.listed();
+        pane->setFilter("d");
+        QSignalSpy moved(pane.get(), &PaneModel::cursorChanged);
+        pane->reveal(f.tree / "deep/./z");
+        // Heard when its row is there, so that a view can scroll to it.
+        QTRY_VERIFY(!moved.isEmpty() && pane->cursor() == Cursor(last) && pane->visibleIndexOf(last));
+        QCOMPARE(pane->directory(), f.tree / "deep");
+        QCOMPARE(pane->filter(), QString());
+        QVERIFY(settled(*pane));
+
+        pane->reveal(hidden); // not listed: the cursor starts at the top as after navigate
+        QVERIFY(settled(*pane));
+        QTRY_COMPARE(pane->cursor(), Cursor(first));
+        pane->reveal(last);
+        pane->navigate(f.tree.root()); // a later navigation wins
+        QVERIFY(settled(*pane));
+        QCOMPARE(pane->cursor(), Cursor(f.tree / "deep"));
     }
 
     void restoringFromTheStore_data()

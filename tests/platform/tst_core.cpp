@@ -1,4 +1,5 @@
 #include "platform/core/collation.h"
+#include "platform/core/displaytext.h"
 #include "platform/core/inotifywatch.h"
 #include "platform/core/numericdate.h"
 #include "platform/core/preferences.h"
@@ -11,6 +12,7 @@
 
 using namespace quillorn;
 using quillorn::test::TestTree;
+using namespace Qt::StringLiterals;
 namespace fs = std::filesystem;
 
 // Collation, dates, preferences and folder watching: the QtCore side of the platform layer.
@@ -41,6 +43,39 @@ private Q_SLOTS:
         std::string key;
         Collation().appendSortKey(std::string_view("bad\xff\xfe name", 10), key);
         QCOMPARE(key, Collation().sortKey(QString::fromUtf8("bad\uFFFD\uFFFD name")));
+    }
+
+    void editableNamesStandForTheirBytesExactly_data()
+    {
+        QTest::addColumn<QByteArray>("name");
+        QTest::addColumn<QString>("editable"); // the text a prompt shows for it
+        QTest::newRow("plain") << QByteArray("notes.txt") << u"notes.txt"_s;
+        QTest::newRow("UTF-8") << QByteArray("caf\xc3\xa9 \xf0\x9f\x98\x80 \xee\xbe\x80")
+                               << u"café 😀 \uef80"_s;
+        QTest::newRow("stray bytes") << QByteArray("bad\xff\xfename") << u"bad\xdcff\xdcfename"_s;
+        QTest::newRow("Latin-1") << QByteArray("caf\xe9.txt") << u"caf\xdce9.txt"_s;
+        QTest::newRow("cut short") << QByteArray("a\xe2\x82") << u"a\xdce2\xdc82"_s;
+        QTest::newRow("overlong /") << QByteArray("\xc0\xaf") << u"\xdcc0\xdcaf"_s;
+        // A surrogate written as UTF-8 is no character, so its bytes are placeholders too.
+        QTest::newRow("surrogate") << QByteArray("\xed\xb3\xbf") << u"\xdced\xdcb3\xdcbf"_s;
+        QTest::newRow("past U+10FFFF") << QByteArray("\xf4\x90\x80\x80") << u"\xdcf4\xdc90\xdc80\xdc80"_s;
+        QTest::newRow("emoji then a stray byte") << QByteArray("\xf0\x9f\x98\x80\x80") << u"😀\xdc80"_s;
+    }
+
+    void editableNamesStandForTheirBytesExactly()
+    {
+        QFETCH(QByteArray, name);
+        QFETCH(QString, editable);
+        const fs::path path(name.toStdString());
+        QCOMPARE(editableText(path), editable);
+        QCOMPARE(QByteArray::fromStdString(pathFromEditableText(editable).native()), name);
+        // What the user types is UTF-8, next to bytes kept as they were.
+        const QString typed = editable + u"é"_s;
+        QCOMPARE(QByteArray::fromStdString(pathFromEditableText(typed).native()), name + "\xc3\xa9");
+        // Half a pair that stands for no byte has no UTF-8 form: it is written as U+FFFD.
+        for (const char16_t half : {u'\xd800', u'\xdc7f'})
+            QCOMPARE(pathFromEditableText(editable + QChar(half)),
+                     fs::path(name.toStdString() + "\xef\xbf\xbd"));
     }
 
     void numericDateKeepsTheLocaleOrderInEveryLocale()

@@ -83,12 +83,25 @@ void describe(QMessageBox &box, const AlertRequest &alert)
 
 } // namespace
 
+void fitButtons(QMessageBox &box)
+{
+    // The theme's min-width for buttons becomes each button's minimum width,
+    // which layouts then take instead of the width its text needs; a box sizes
+    // itself to its layout's minimum, so a short question with a long button
+    // ("Discard changes") cut the button's text at both ends. Polished first,
+    // so that the style sheet does not set that minimum again afterwards.
+    box.ensurePolished();
+    for (QAbstractButton *button : box.buttons())
+        button->setMinimumWidth(std::max(button->minimumWidth(), button->sizeHint().width()));
+}
+
 int runAlert(QWidget *parent, const AlertRequest &alert)
 {
     const KeyboardReturn keyboardReturn(parent);
     QMessageBox box(parent);
     describe(box, alert);
     const QList<QAbstractButton *> buttons = addButtons(box, alert.buttons);
+    fitButtons(box);
     // The details open with the alert: they are what it was asked for.
     for (QAbstractButton *button : box.buttons())
         if (box.buttonRole(button) == QMessageBox::ActionRole && !buttons.contains(button))
@@ -102,6 +115,7 @@ QMessageBox *showAlert(QWidget *parent, const AlertRequest &alert)
     auto *box = new QMessageBox(parent);
     describe(*box, alert);
     addButtons(*box, alert.buttons);
+    fitButtons(*box);
     box->setAttribute(Qt::WA_DeleteOnClose);
     QObject::connect(box, &QDialog::finished, box,
                      [window = QPointer<QWidget>(parent ? parent->window() : nullptr)] {

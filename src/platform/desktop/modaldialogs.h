@@ -26,4 +26,8 @@ QMessageBox *showAlert(QWidget *parent, const AlertRequest &alert);
 // typed (not trimmed) for OK, none otherwise.
 std::optional<QString> askForText(QWidget *parent, const QString &title, const QString &value);
 
+// Makes the box wide enough for the text of each of its buttons; called once
+// its buttons are added, before it is shown.
+void fitButtons(QMessageBox &box);
+
 } // namespace quillorn
