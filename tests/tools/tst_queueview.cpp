@@ -183,6 +183,27 @@ private Q_SLOTS:
         QCOMPARE(std::distance(std::filesystem::directory_iterator(tree / "R/many"), {}), 300);
     }
 
+    // When the next job starts, the list scrolls to it, past the finished ones.
+    void theListFollowsTheRunningJob()
+    {
+        TransferQueue queue(nullptr, 10);
+        QueueView view(queue);
+        view.show();
+        auto open = std::make_shared<std::atomic<bool>>(false);
+        for (int index = 0; index < 8; ++index)
+            queue.enqueue(QStringLiteral("Done %1").arg(index), [](OperationControl &) {});
+        queue.enqueue("Held", [open](OperationControl &control) {
+            for (; !*open; std::this_thread::sleep_for(2ms))
+                control.check();
+        });
+        auto *list = view.list();
+        QTRY_VERIFY(queue.running() && queue.items().back().state == JobState::running);
+        QTRY_VERIFY(list->viewport()->rect().contains(list->visualRect(list->model()->index(8, 0))));
+        QVERIFY(!list->viewport()->rect().intersects(list->visualRect(list->model()->index(0, 0))));
+        *open = true;
+        QTRY_VERIFY(!queue.hasWork());
+    }
+
 private:
     test::TestTree m_home;
 };

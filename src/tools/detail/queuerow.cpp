@@ -75,6 +75,7 @@ void QueueRow::showJob(const QString &title, const QString &carries, JobState st
     m_title->setText(title);
     m_carries->setText(carries);
     m_state->setText(stateText);
+    m_state->setToolTip(stateText); // a long remark may not fit the row
     const bool waiting = state == JobState::waiting;
     const bool resumable = state == JobState::paused || state == JobState::interrupted;
     m_pauseResume->setText(resumable ? QStringLiteral("Resume") : QStringLiteral("Pause"));
