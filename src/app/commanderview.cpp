@@ -2,6 +2,8 @@
 
 #include "app/commanderappdelegate.h"
 #include "app/commandertoolbar.h"
+#include "app/detail/panelayout.h"
+#include "app/detail/panetableview.h"
 #include "app/filepane.h"
 #include "app/functionkeybar.h"
 #include "app/keyhandler.h"
@@ -17,6 +19,7 @@
 
 #include <QApplication>
 #include <QGuiApplication>
+#include <QHeaderView>
 #include <QHideEvent>
 #include <QSplitter>
 #include <QVBoxLayout>
@@ -224,6 +227,11 @@ FilePane *CommanderView::makePane(PaneModel &pane, bool left)
 {
     auto *view = new FilePane(pane, m_splitter);
     view->setObjectName(left ? QStringLiteral("leftPane") : QStringLiteral("rightPane"));
+    // However short the window, the lists keep a few rows; the queue panel
+    // below scrolls instead.
+    detail::PaneTableView *list = view->listView();
+    list->setMinimumHeight(2 * list->frameWidth() + list->horizontalHeader()->sizeHint().height() +
+                           detail::kMinimumListedRows * list->verticalHeader()->defaultSectionSize());
     m_splitter->addWidget(view);
     view->activate = [this, left] { m_model->setActiveLeft(left); };
     view->open = [this, left](const FileEntry &entry) {

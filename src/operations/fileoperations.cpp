@@ -180,13 +180,16 @@ public:
         m_control.check();
         if (!S_ISDIR(entry.info.st_mode))
             m_total += entry.info.st_size;
+        ++m_items;
         return true;
     }
     std::int64_t total() const { return m_total; }
+    std::int64_t items() const { return m_items; }
 
 private:
     OperationControl &m_control;
     std::int64_t m_total = 0;
+    std::int64_t m_items = 0;
 };
 
 class Fingerprinter : public detail::TreeVisitor {
@@ -404,10 +407,14 @@ std::vector<FileOperations::Path> FileOperations::transfer(const std::vector<Pat
     control.detail("Calculating total size");
 
     const std::vector<Path> items = plan(sources, destination, policy);
-    std::int64_t total = 0;
-    for (const Path &item : items)
-        total += transferByteCount(item, destination, move, policy, control);
-    control.total(total);
+    Amount total;
+    for (const Path &item : items) {
+        const Amount counted = transferAmount(item, destination, move, policy, control);
+        total.bytes += counted.bytes;
+        total.items += counted.items;
+    }
+    control.total(total.bytes);
+    control.totalItems(total.items);
 
     Run run{detail::openFolderForNames(destination), move, policy, control, permanentlyRemoveRemoteItems, {}};
     std::vector<Path> result;
@@ -430,7 +437,9 @@ std::optional<FileOperations::Path> FileOperations::transferItem(Run &run, const
     Path target = destination / name;
     if (exists(target)) {
         if (run.policy == ConflictPolicy::skip) {
-            run.control.add(byteCount(path, run.control));
+            const Amount skipped = amount(path, run.control);
+            run.control.add(skipped.bytes);
+            run.control.addItems(skipped.items);
             return std::nullopt;
         }
         if (run.policy == ConflictPolicy::keepBoth)
@@ -453,7 +462,7 @@ bool FileOperations::renameOnVolume(Run &run, const detail::Item &item, const st
     const Path source = item.path(), target = run.destination / targetName;
     const std::string phase = "Moving " + quoted(item.entry.name) + " on the same volume";
     run.control.detail(phase);
-    const std::int64_t bytes = readableByteCount(source, run.control);
+    const Amount moved = readableAmount(source, run.control);
     run.control.publishing({source, {}, target, {}, copySeal(source, run.control, SealScope::itemOnly)});
     try {
         m_manager.rename(item.parent, item.entry.name, run.destination, targetName);
@@ -466,7 +475,8 @@ bool FileOperations::renameOnVolume(Run &run, const detail::Item &item, const st
             " destination=" + detail::logPath(target) + " error=" + AppDiagnostics::describe(error));
         throw CommanderError(wrappedMessage(phase, error));
     }
-    run.control.add(bytes);
+    run.control.add(moved.bytes);
+    run.control.addItems(moved.items);
     flushFolder(run.destination);
     run.control.published(source, target);
     AppDiagnostics::shared().record("TRANSFER ITEM COMPLETE phase=rename target=" + detail::logPath(target));
@@ -563,17 +573,28 @@ void FileOperations::flushFolder(const Folder &folder) const
 
 std::int64_t FileOperations::byteCount(const Path &url, OperationControl &control)
 {
+    return amount(url, control).bytes;
+}
+
+FileOperations::Amount FileOperations::amount(const Path &url, OperationControl &control)
+{
     control.check();
     const detail::Item item = detail::openItem(url);
     if (!S_ISDIR(item.entry.info.st_mode))
-        return item.entry.info.st_size;
+        return {item.entry.info.st_size, 1};
     ByteCounter counter(control);
     walk(detail::openChildFolder(item.parent, item.entry), counter);
-    return counter.total();
+    return {counter.total(), counter.items() + 1};
 }
 
 std::int64_t FileOperations::transferByteCount(const Path &item, const Path &destination, bool move,
                                                ConflictPolicy policy, OperationControl &control)
+{
+    return transferAmount(item, destination, move, policy, control).bytes;
+}
+
+FileOperations::Amount FileOperations::transferAmount(const Path &item, const Path &destination, bool move,
+                                                      ConflictPolicy policy, OperationControl &control)
 {
     // The same test transferItem makes for its rename, from the paths alone.
     struct stat source {
@@ -581,24 +602,24 @@ std::int64_t FileOperations::transferByteCount(const Path &item, const Path &des
     const bool renamed = move && ::lstat(item.c_str(), &source) == 0 &&
                          ::stat(destination.c_str(), &folder) == 0 && source.st_dev == folder.st_dev &&
                          (policy == ConflictPolicy::keepBoth || !exists(destination / nameOf(item)));
-    return renamed ? readableByteCount(item, control) : byteCount(item, control);
+    return renamed ? readableAmount(item, control) : amount(item, control);
 }
 
 namespace {
 
-std::int64_t readableBytesBelow(const Folder &folder, OperationControl &control)
+void addReadableBelow(const Folder &folder, OperationControl &control, FileOperations::Amount &total)
 {
     std::vector<detail::Entry> entries;
     try {
         entries = detail::folderEntries(folder);
     } catch (const PosixError &) {
-        return 0;
+        return;
     }
-    std::int64_t total = 0;
     for (const detail::Entry &entry : entries) {
         control.check();
+        ++total.items;
         if (!S_ISDIR(entry.info.st_mode)) {
-            total += entry.info.st_size;
+            total.bytes += entry.info.st_size;
             continue;
         }
         std::optional<Folder> child;
@@ -607,24 +628,25 @@ std::int64_t readableBytesBelow(const Folder &folder, OperationControl &control)
         } catch (const PosixError &) {
             continue;
         }
-        total += readableBytesBelow(*child, control);
+        addReadableBelow(*child, control, total);
     }
-    return total;
 }
 
 } // namespace
 
-std::int64_t FileOperations::readableByteCount(const Path &url, OperationControl &control)
+FileOperations::Amount FileOperations::readableAmount(const Path &url, OperationControl &control)
 {
     control.check();
     const detail::Item item = detail::openItem(url);
+    Amount total{0, 1};
     if (!S_ISDIR(item.entry.info.st_mode))
-        return item.entry.info.st_size;
+        return {item.entry.info.st_size, 1};
     try {
-        return readableBytesBelow(detail::openChildFolder(item.parent, item.entry), control);
+        addReadableBelow(detail::openChildFolder(item.parent, item.entry), control, total);
     } catch (const PosixError &) {
-        return 0;
+        // A folder that cannot be opened is moved whole all the same.
     }
+    return total;
 }
 
 void FileOperations::copy(const Path &source, const Path &target, OperationControl &control) const

@@ -115,6 +115,14 @@ public:
     // the move (mv moves it too); every other item is byteCount.
     static std::int64_t transferByteCount(const Path &item, const Path &destination, bool move,
                                           ConflictPolicy policy, OperationControl &control);
+    // What a transfer counts: bytes, and items (every file, link and folder,
+    // the item itself included).
+    struct Amount {
+        std::int64_t bytes = 0;
+        std::int64_t items = 0;
+    };
+    static Amount transferAmount(const Path &item, const Path &destination, bool move, ConflictPolicy policy,
+                                 OperationControl &control);
     // Copies one file, folder tree or symbolic link to target, which must not exist.
     void copy(const Path &source, const Path &target, OperationControl &control) const;
     static Fingerprint fingerprint(const Path &url, OperationControl &control);
@@ -135,7 +143,9 @@ public:
 
 private:
     // byteCount of what can be read: folders that cannot be opened or listed count 0.
-    static std::int64_t readableByteCount(const Path &url, OperationControl &control);
+    static Amount readableAmount(const Path &url, OperationControl &control);
+    // byteCount with the items counted too.
+    static Amount amount(const Path &url, OperationControl &control);
     // Standardised, duplicate-free, sorted sources, or the first validation failure.
     static std::vector<Path> plan(const std::vector<Path> &sources, const Path &destination,
                                   ConflictPolicy policy);

@@ -103,10 +103,22 @@ void OperationControl::detail(std::string text)
     m_currentDetail = std::move(text);
 }
 
+void OperationControl::addItems(std::int64_t count)
+{
+    std::lock_guard guard(m_lock);
+    m_itemsDone += count;
+}
+
+void OperationControl::totalItems(std::int64_t count)
+{
+    std::lock_guard guard(m_lock);
+    m_itemsExpected = count;
+}
+
 OperationControl::Progress OperationControl::progress() const
 {
     std::lock_guard guard(m_lock);
-    return {m_completed, m_expected, m_currentDetail};
+    return {m_completed, m_expected, m_currentDetail, m_itemsDone, m_itemsExpected};
 }
 
 } // namespace quillorn

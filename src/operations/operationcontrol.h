@@ -35,6 +35,10 @@ public:
         std::int64_t completed = 0;
         std::int64_t expected = 0;
         std::string detail;
+        // Files, links and folders: the progress of a transfer whose items
+        // hold no bytes.
+        std::int64_t itemsDone = 0;
+        std::int64_t itemsExpected = 0;
     };
 
     void cancel();
@@ -63,6 +67,8 @@ public:
     void add(std::int64_t bytes);
     void total(std::int64_t bytes);
     void detail(std::string text);
+    void addItems(std::int64_t count);
+    void totalItems(std::int64_t count);
     Progress progress() const;
 
 private:
@@ -72,6 +78,8 @@ private:
     bool m_paused = false;
     std::int64_t m_completed = 0;
     std::int64_t m_expected = 0;
+    std::int64_t m_itemsDone = 0;
+    std::int64_t m_itemsExpected = 0;
     std::string m_currentDetail = "Preparing";
     PublishedListener m_published;
     PublishingListener m_publishing;

@@ -1,6 +1,50 @@
 #include "services/queueitem.h"
 
+#include "platform/core/displaytext.h"
+
+#include <variant>
+
 namespace quillorn {
+
+namespace {
+
+template <class... Ts> struct Overloaded : Ts... {
+    using Ts::operator()...;
+};
+
+QString quotedName(const std::filesystem::path &path)
+{
+    // "Photos/" names Photos, not the empty name after its slash.
+    const std::filesystem::path name = path.has_filename() ? path.filename() : path.parent_path().filename();
+    return QStringLiteral("\u2018") + displayText(name) + QStringLiteral("\u2019");
+}
+
+QString firstAndMore(const std::vector<std::filesystem::path> &items)
+{
+    if (items.empty())
+        return {};
+    if (items.size() == 1)
+        return quotedName(items.front());
+    return quotedName(items.front()) + QStringLiteral(" and %1 more").arg(items.size() - 1);
+}
+
+} // namespace
+
+QString QueueItem::carries() const
+{
+    return std::visit(
+        Overloaded{
+            [](const TransferJob &transfer) { return firstAndMore(transfer.sources); },
+            [](const TrashJob &trash) { return firstAndMore(trash.items); },
+            [](const RenameJob &rename) { return quotedName(rename.item); },
+            [](const NewFolderJob &folder) { return quotedName(std::filesystem::path(folder.name)); },
+            [](const ArchiveExtraction &extraction) {
+                return QStringLiteral("\u2018") + extraction.fileName() + QStringLiteral("\u2019");
+            },
+            [](const OpaqueJob &) { return QString(); },
+        },
+        job);
+}
 
 QString QueueItem::text(JobState state, const QString &failure)
 {

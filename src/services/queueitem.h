@@ -55,6 +55,9 @@ struct QueueItem {
     // "Complete", "Cancelled", "Cancelled — previously completed items remain",
     // or "Failed: " + the message.
     static QString text(JobState state, const QString &failure = {});
+    // What the job works on, so that rows with one title can be told apart:
+    // "‘report.pdf’", "‘a.txt’ and 2 more"; empty for work given as a function.
+    QString carries() const;
     QString stateText() const
     {
         return remark.isEmpty() ? text(state, failure) : text(state, failure) + " \u2014 " + remark;

@@ -41,13 +41,12 @@ bool sealMatches(const std::filesystem::path &item, const std::string &seal, boo
 
 } // namespace
 
-std::vector<JobRunner::KeptSource> JobRunner::run(const Job &job, OperationControl &control,
-                                                  const Earlier *earlier) const
+JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, const Earlier *earlier) const
 {
     control.check();
-    std::vector<KeptSource> kept;
+    Result result;
     std::visit(Overloaded{
-                   [&](const TransferJob &transfer) { kept = this->transfer(transfer, control, earlier); },
+                   [&](const TransferJob &transfer) { result = this->transfer(transfer, control, earlier); },
                    [&](const RenameJob &rename) {
                        // Already done when the crash came after the rename itself.
                        if (earlier && !FileOperations::exists(rename.item) &&
@@ -65,14 +64,15 @@ std::vector<JobRunner::KeptSource> JobRunner::run(const Job &job, OperationContr
                    [&](const OpaqueJob &opaque) { opaque.work(control); },
                },
                job);
-    return kept;
+    return result;
 }
 
-std::vector<JobRunner::KeptSource> JobRunner::transfer(const TransferJob &job, OperationControl &control,
-                                                       const Earlier *earlier) const
+JobRunner::Result JobRunner::transfer(const TransferJob &job, OperationControl &control,
+                                      const Earlier *earlier) const
 {
     std::vector<Path> sources = job.sources;
-    std::vector<KeptSource> kept;
+    Result result{{}, {}, job.move, job.destination};
+    std::vector<KeptSource> &kept = result.kept;
     if (earlier && !earlier->published.empty()) {
         std::vector<Path> done;
         for (const Path &source : sources) {
@@ -115,10 +115,14 @@ std::vector<JobRunner::KeptSource> JobRunner::transfer(const TransferJob &job, O
             return std::find(done.begin(), done.end(), source) != done.end();
         });
         if (sources.empty())
-            return kept;
+            return result;
     }
-    m_operations.transfer(sources, job.destination, job.move, job.policy, control, true);
-    return kept;
+    const std::size_t before = sources.size();
+    // Only the skip policy passes over an item without an error.
+    if (m_operations.transfer(sources, job.destination, job.move, job.policy, control, true).empty() &&
+        before == job.sources.size())
+        result.skipped = std::move(sources);
+    return result;
 }
 
 void JobRunner::trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const

@@ -72,6 +72,16 @@ public:
         std::string reason;
     };
 
+    // What a job that returned leaves to tell.
+    struct Result {
+        std::vector<KeptSource> kept;
+        // Every source of a transfer, when each was skipped for a name that
+        // exists at the destination; empty when anything was transferred.
+        std::vector<Path> skipped;
+        bool move = false;
+        Path destination;
+    };
+
     // Runs the job; throws what its work throws. Run again after a crash
     // (`earlier` given), a job skips what the earlier run finished: a published
     // source is not transferred again (an item found under its final name counts
@@ -80,8 +90,7 @@ public:
     // through the Trash, but only while it and its copy are exactly as they were
     // verified; otherwise it stays and is returned. An item already trashed,
     // renamed or created is not missed.
-    std::vector<KeptSource> run(const Job &job, OperationControl &control,
-                                const Earlier *earlier = nullptr) const;
+    Result run(const Job &job, OperationControl &control, const Earlier *earlier = nullptr) const;
 
     // The bytes a job will count through its control, or nothing when that
     // cannot be known before it runs (work given as a function).
@@ -91,8 +100,7 @@ public:
     static bool storable(const Job &job) { return !std::holds_alternative<OpaqueJob>(job); }
 
 private:
-    std::vector<KeptSource> transfer(const TransferJob &job, OperationControl &control,
-                                     const Earlier *earlier) const;
+    Result transfer(const TransferJob &job, OperationControl &control, const Earlier *earlier) const;
     void trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const;
 
     FileOperations m_operations;

@@ -2,6 +2,7 @@
 
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
+#include "platform/core/displaytext.h"
 #include "platform/core/receiverguard.h"
 #include "services/errortext.h"
 #include "services/jobjournal.h"
@@ -27,6 +28,25 @@ void log(const char *event, const QString &title, const std::string &suffix = {}
 
 // What the row says of moved sources a resumed job left in place; the log
 // names each one.
+QString quoted(const std::filesystem::path &path)
+{
+    return "\u2018" + displayName(path) + "\u2019";
+}
+
+// A "Complete" that did nothing: every item was skipped for a name that exists.
+QString skippedRemark(const JobRunner::Result &result)
+{
+    if (result.skipped.empty())
+        return {};
+    const QString what = result.move ? QStringLiteral("moved") : QStringLiteral("copied");
+    const QString where = quoted(result.destination);
+    if (result.skipped.size() == 1)
+        return "Nothing was " + what + ": " + quoted(result.skipped.front()) + " already exists in " + where +
+               " and was skipped.";
+    return "Nothing was " + what + ": all " + QString::number(result.skipped.size()) +
+           " items already exist in " + where + " and were skipped.";
+}
+
 QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
 {
     if (kept.empty())
@@ -357,7 +377,7 @@ void TransferQueue::startNext()
 TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRunner &runner,
                                               const std::shared_ptr<JobJournal> &journal)
 {
-    std::vector<JobRunner::KeptSource> kept;
+    JobRunner::Result result;
     // Told on this thread, while the job runs.
     std::vector<std::filesystem::path> made = namedBeforehand(item.job);
     try {
@@ -377,7 +397,7 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
                     journal->published(id, source);
                 made.push_back(target);
             });
-        kept = runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
+        result = runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
     } catch (const CancellationError &) {
         log("CANCELLED", item.title);
         return {item.id, JobState::cancelledWhileRunning, {}, {}, {}};
@@ -387,7 +407,10 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
         return {item.id, JobState::failed, userFacingDescription(error), {}, {}};
     }
     log("COMPLETE", item.title);
-    return {item.id, JobState::complete, {}, keptRemark(kept), std::move(made)};
+    QString remark = skippedRemark(result);
+    if (const QString kept = keptRemark(result.kept); !kept.isEmpty())
+        remark = remark.isEmpty() ? kept : remark + " " + kept;
+    return {item.id, JobState::complete, {}, remark, std::move(made)};
 }
 
 double TransferQueue::activeSeconds() const
@@ -441,6 +464,8 @@ void TransferQueue::publishProgress(const OperationControl::Progress &progress, 
     const bool total = std::exchange(m_total, progress.expected) != progress.expected;
     const bool speed = std::exchange(m_bytesPerSecond, bytesPerSecond) != bytesPerSecond;
     const bool step = std::exchange(m_detail, detail) != detail;
+    const bool done = std::exchange(m_itemsDone, progress.itemsDone) != progress.itemsDone;
+    const bool items = std::exchange(m_itemsTotal, progress.itemsExpected) != progress.itemsExpected || done;
     if (bytes)
         Q_EMIT bytesChanged();
     if (total)
@@ -449,6 +474,8 @@ void TransferQueue::publishProgress(const OperationControl::Progress &progress, 
         Q_EMIT bytesPerSecondChanged();
     if (step)
         Q_EMIT detailChanged();
+    if (items)
+        Q_EMIT itemCountChanged();
 }
 
 void TransferQueue::setRunning(bool running)

@@ -54,6 +54,9 @@ public:
     // Average since the running job started, its paused time left out.
     double bytesPerSecond() const { return m_bytesPerSecond; }
     const QString &detail() const { return m_detail; }
+    // The running job's items (files, links, folders) done and to do, where it counts them.
+    std::int64_t itemsDone() const { return m_itemsDone; }
+    std::int64_t itemsTotal() const { return m_itemsTotal; }
 
     // The running job's time left at its average speed; nothing while its
     // total is unknown or no speed has been measured.
@@ -114,6 +117,7 @@ Q_SIGNALS:
     void totalChanged();
     void bytesPerSecondChanged();
     void detailChanged();
+    void itemCountChanged();
 
 private:
     struct Outcome {
@@ -146,6 +150,8 @@ private:
     std::int64_t m_total = 0;
     double m_bytesPerSecond = 0;
     QString m_detail;
+    std::int64_t m_itemsDone = 0;
+    std::int64_t m_itemsTotal = 0;
     Completed m_completed;
 
     JobRunner m_runner;

@@ -10,6 +10,8 @@
 #include "services/transferqueue.h"
 #include "tools/detail/queuelistmodel.h"
 
+#include <QAbstractButton>
+#include <QApplication>
 #include <QHBoxLayout>
 #include <QKeyEvent>
 #include <QLabel>
@@ -19,6 +21,7 @@
 #include <QPointer>
 #include <QProgressBar>
 #include <QPushButton>
+#include <QScrollArea>
 #include <QStyledItemDelegate>
 #include <QToolButton>
 #include <algorithm>
@@ -30,7 +33,8 @@ namespace {
 // QProgressBar counts in int; byte counts of big transfers do not fit, so the
 // bar runs in steps of a thousandth.
 constexpr int progressSteps = 1000;
-constexpr int maximumListHeight = 140;
+// Rows the list grows to before it scrolls.
+constexpr int listedRows = 4;
 
 const QString separator = QStringLiteral("  \u2022  ");
 
@@ -78,6 +82,14 @@ private:
     int m_height;
 };
 
+// Asks for all its content needs, as it is now: QScrollArea keeps the size
+// its content wanted when it was set, before any job was listed.
+class PanelScroll : public QScrollArea {
+public:
+    using QScrollArea::QScrollArea;
+    QSize sizeHint() const override { return widget() ? widget()->sizeHint() : QScrollArea::sizeHint(); }
+};
+
 } // namespace
 
 QueueView::QueueView(TransferQueue &queue, QWidget *parent) : QWidget(parent), m_queue(queue)
@@ -92,10 +104,21 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent) : QWidget(parent), m
     // The key handler leaves Tab, the arrows, Space and Return to this panel.
     setProperty("ownsNavigationKeys", true);
     setAutoFillBackground(true);
-    auto *layout = new QVBoxLayout(this);
+    // In a short window the panel gives way to the file lists and scrolls.
+    auto *outer = new QVBoxLayout(this);
+    outer->setContentsMargins(0, 0, 0, 0);
+    m_scroll = new PanelScroll(this);
+    m_scroll->setObjectName(QStringLiteral("queueScroll"));
+    m_scroll->setWidgetResizable(true);
+    m_scroll->setFrameShape(QFrame::NoFrame);
+    m_scroll->setFocusPolicy(Qt::NoFocus);
+    m_scroll->setHorizontalScrollBarPolicy(Qt::ScrollBarAlwaysOff);
+    auto *content = new QWidget(m_scroll);
+    content->setObjectName(QStringLiteral("queueContent"));
+    auto *layout = new QVBoxLayout(content);
     layout->setContentsMargins(10, 6, 10, 6);
     layout->setSpacing(4);
-    buildHeader();
+    buildHeader(layout);
 
     m_progressBlock = new QWidget(this);
     auto *progress = new QVBoxLayout(m_progressBlock);
@@ -115,7 +138,13 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent) : QWidget(parent), m
     progress->addWidget(m_detail);
     layout->addWidget(m_progressBlock);
 
-    m_rowHeight = QueueRow(QUuid(), [](QueueRow::Action) {}).sizeHint().height();
+    QueueRow sample(QUuid(), [](QueueRow::Action) {});
+    sample.showJob(QStringLiteral("Copy"), QStringLiteral("\u2018a\u2019"), JobState::running,
+                   QStringLiteral("Running"), false, false);
+    m_rowHeight = sample.sizeHint().height();
+    // Before the model's own connection: what has the keyboard is noted before
+    // the list changes under it.
+    connect(&m_queue, &TransferQueue::itemsChanged, this, &QueueView::rememberFocus);
     m_model = new QueueListModel(m_queue, this);
     m_list = new QListView(this);
     m_list->setObjectName(QStringLiteral("queueList"));
@@ -131,6 +160,14 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent) : QWidget(parent), m
     m_list->viewport()->setAutoFillBackground(false);
     watchKeys(m_list);
     layout->addWidget(m_list);
+    m_scroll->setWidget(content);
+    // The panel's own surface shows through.
+    content->setAutoFillBackground(false);
+    m_scroll->viewport()->setAutoFillBackground(false);
+    outer->addWidget(m_scroll);
+    // At the least the header stays in sight.
+    m_scroll->setMinimumHeight(m_toggle->sizeHint().height() + layout->contentsMargins().top() +
+                               layout->contentsMargins().bottom());
 
     connect(m_model, &QAbstractItemModel::rowsInserted, this,
             [this](const QModelIndex &, int first, int last) { addRows(first, last); });
@@ -141,7 +178,12 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent) : QWidget(parent), m
          {&TransferQueue::runningChanged, &TransferQueue::bytesChanged, &TransferQueue::totalChanged,
           &TransferQueue::bytesPerSecondChanged, &TransferQueue::detailChanged})
         connect(&m_queue, signal, this, &QueueView::updateProgress);
-    connect(&m_queue, &TransferQueue::itemsChanged, this, &QueueView::updateSummary);
+    connect(&m_queue, &TransferQueue::itemsChanged, this, [this] {
+        updateSummary();
+        restoreFocus();
+        followRunning();
+    });
+    connect(&m_queue, &TransferQueue::itemCountChanged, this, &QueueView::updateProgress);
     connect(&m_queue, &TransferQueue::bytesPerSecondChanged, this, &QueueView::updateSummary);
 
     setExpanded(true);
@@ -149,7 +191,7 @@ QueueView::QueueView(TransferQueue &queue, QWidget *parent) : QWidget(parent), m
     updateProgress();
 }
 
-void QueueView::buildHeader()
+void QueueView::buildHeader(QVBoxLayout *layout)
 {
     auto *header = new QHBoxLayout;
     m_toggle = new QToolButton(this);
@@ -180,7 +222,7 @@ void QueueView::buildHeader()
     header->addWidget(m_summary, 1);
     header->addWidget(showLog);
     header->addWidget(clear);
-    static_cast<QVBoxLayout *>(layout())->addLayout(header);
+    layout->addLayout(header);
 }
 
 void QueueView::setExpanded(bool expanded)
@@ -188,6 +230,7 @@ void QueueView::setExpanded(bool expanded)
     m_expanded = expanded;
     m_toggle->setArrowType(expanded ? Qt::DownArrow : Qt::RightArrow);
     m_list->setVisible(expanded);
+    m_scroll->updateGeometry();
 }
 
 void QueueView::setColours(const CommanderThemeColours &palette)
@@ -258,17 +301,32 @@ QString QueueView::waitingLine(std::int64_t bytes, std::optional<double> seconds
     return line;
 }
 
+QString QueueView::itemsLine(std::int64_t done, std::int64_t total)
+{
+    const QLocale locale;
+    return locale.toString(qlonglong(done)) + QStringLiteral(" of ") + locale.toString(qlonglong(total)) +
+           QStringLiteral(" items done") + separator +
+           locale.toString(qlonglong(std::max<std::int64_t>(total - done, 0))) + QStringLiteral(" left");
+}
+
 void QueueView::updateProgress()
 {
     const bool running = m_queue.running();
-    m_progressBlock->setVisible(running);
+    if (m_progressBlock->isVisibleTo(this) != running) {
+        m_progressBlock->setVisible(running);
+        m_scroll->updateGeometry();
+    }
     if (!running)
         return;
-    const std::int64_t total = std::max<std::int64_t>(m_queue.total(), 1);
-    const double fraction = std::clamp(double(m_queue.bytes()) / double(total), 0.0, 1.0);
+    // Empty files and folders move no bytes: their count is the progress.
+    const bool byItems = m_queue.total() < 1 && m_queue.itemsTotal() > 0;
+    const std::int64_t done = byItems ? m_queue.itemsDone() : m_queue.bytes();
+    const std::int64_t total = std::max<std::int64_t>(byItems ? m_queue.itemsTotal() : m_queue.total(), 1);
+    const double fraction = std::clamp(double(done) / double(total), 0.0, 1.0);
     m_progressBar->setValue(int(fraction * progressSteps));
-    m_progressLine->setText(
-        progressLine(m_queue.bytes(), m_queue.total(), m_queue.bytesPerSecond(), m_queue.secondsLeft()));
+    m_progressLine->setText(byItems ? itemsLine(m_queue.itemsDone(), m_queue.itemsTotal())
+                                    : progressLine(m_queue.bytes(), m_queue.total(), m_queue.bytesPerSecond(),
+                                                   m_queue.secondsLeft()));
     m_detail->setText(m_queue.detail());
     m_detail->setVisible(!m_queue.detail().isEmpty());
 }
@@ -307,8 +365,9 @@ void QueueView::refreshRows()
             (other < row ? above : below) |= other != row && waitingAt(other);
         const JobState state = m_model->stateAt(row);
         const QModelIndex index = m_model->index(row);
-        widget->showJob(index.data().toString(), state, index.data(QueueListModel::StateTextRole).toString(),
-                        above, below);
+        widget->showJob(index.data().toString(), index.data(QueueListModel::CarriesRole).toString(), state,
+                        index.data(QueueListModel::StateTextRole).toString(), above, below);
+        colourSecondary(widget->carriesLabel());
         QLabel *label = widget->stateLabel();
         // Inside the list the label draws with the Text role (its parent's
         // background is Base), elsewhere with WindowText: both are set.
@@ -318,8 +377,12 @@ void QueueView::refreshRows()
         palette.setColor(QPalette::Text, colour);
         label->setPalette(palette);
     }
-    // As tall as the rows, up to a few of them; more scroll.
-    m_list->setFixedHeight(std::min(rows * m_rowHeight + 2, maximumListHeight));
+    // As tall as the rows, up to a few of them; more scroll. In a short window
+    // it gives way down to one row, so that the file lists keep theirs.
+    const int wanted = rows * m_rowHeight + 2;
+    m_list->setMaximumHeight(std::min(wanted, listedRows * m_rowHeight + 2));
+    m_list->setMinimumHeight(std::min(wanted, m_rowHeight + 2));
+    m_scroll->updateGeometry();
     updateSummary();
 }
 
@@ -366,6 +429,79 @@ QList<QWidget *> QueueView::tabOrder() const
     return stops;
 }
 
+bool QueueView::holdsFocus(const QWidget *widget) const
+{
+    return widget && widget->isVisible() && widget->isEnabled() && widget->focusPolicy() != Qt::NoFocus &&
+           isAncestorOf(widget);
+}
+
+void QueueView::rememberFocus()
+{
+    m_focus.reset();
+    QWidget *focus = QApplication::focusWidget();
+    if (!focus || !isAncestorOf(focus))
+        return;
+    FocusMark mark{focus, {}, -1};
+    for (QWidget *widget = focus; widget && widget != this; widget = widget->parentWidget())
+        if (auto *row = qobject_cast<QueueRow *>(widget)) {
+            mark.row = row->id();
+            break;
+        }
+    if (focus == m_list && m_list->currentIndex().isValid())
+        mark.row = m_model->idAt(m_list->currentIndex().row());
+    if (!mark.row.isNull())
+        mark.index = m_model->rowOf(mark.row);
+    m_focus = mark;
+}
+
+void QueueView::restoreFocus()
+{
+    if (!m_focus)
+        return;
+    const FocusMark mark = *std::exchange(m_focus, std::nullopt);
+    QWidget *target = nullptr;
+    if (holdsFocus(mark.widget)) {
+        target = mark.widget; // Qt may have moved it on while a neighbour was hidden
+    } else if (!isVisible()) {
+        // The queue was emptied: the panel is gone and the keyboard goes back to the panes.
+        if (auto *window = qobject_cast<QMainWindow *>(this->window()); window && window->centralWidget())
+            target = window->centralWidget();
+    } else if (m_expanded && m_model->rowCount() > 0 && !mark.row.isNull()) {
+        const int row = m_model->rowOf(mark.row);
+        auto *widget = row < 0 ? nullptr : qobject_cast<QueueRow *>(m_list->indexWidget(m_model->index(row)));
+        if (QPushButton *other = widget ? widget->replacementFor(mark.widget.data()) : nullptr) {
+            target = other;
+        } else {
+            // The job's row, or the one that took the place of a removed row.
+            const int at = row >= 0 ? row : std::clamp(mark.index, 0, m_model->rowCount() - 1);
+            m_list->setCurrentIndex(m_model->index(at));
+            target = m_list;
+        }
+    } else {
+        target = m_toggle;
+    }
+    if (target && QApplication::focusWidget() != target)
+        target->setFocus(Qt::OtherFocusReason);
+}
+
+void QueueView::followRunning()
+{
+    const auto &items = m_queue.items();
+    const auto active =
+        std::find_if(items.begin(), items.end(), [](const QueueItem &item) { return item.isActive(); });
+    if (active == items.end()) {
+        m_followed = QUuid();
+        return;
+    }
+    if (std::exchange(m_followed, active->id) == active->id)
+        return;
+    // A user who is in the list keeps the place they are at.
+    const QWidget *focus = QApplication::focusWidget();
+    if (focus && (focus == m_list || m_list->isAncestorOf(focus)))
+        return;
+    m_list->scrollTo(m_model->index(m_model->rowOf(active->id)), QAbstractItemView::PositionAtTop);
+}
+
 void QueueView::watchKeys(QWidget *widget)
 {
     widget->installEventFilter(this);
@@ -373,6 +509,15 @@ void QueueView::watchKeys(QWidget *widget)
 
 bool QueueView::eventFilter(QObject *watched, QEvent *event)
 {
+    if (event->type() == QEvent::FocusIn) {
+        // A stop reached with Tab comes into sight, in the panel and in the list.
+        auto *widget = static_cast<QWidget *>(watched);
+        for (QWidget *row = widget; row && row != this; row = row->parentWidget())
+            if (auto *queueRow = qobject_cast<QueueRow *>(row);
+                queueRow && m_model->rowOf(queueRow->id()) >= 0)
+                m_list->scrollTo(m_model->index(m_model->rowOf(queueRow->id())));
+        m_scroll->ensureWidgetVisible(widget, 0, 0);
+    }
     if (event->type() != QEvent::KeyPress)
         return QWidget::eventFilter(watched, event);
     const auto *key = static_cast<QKeyEvent *>(event);
@@ -380,6 +525,12 @@ bool QueueView::eventFilter(QObject *watched, QEvent *event)
     if (watched == m_list && modifiers == Qt::AltModifier &&
         (key->key() == Qt::Key_Up || key->key() == Qt::Key_Down)) {
         moveCurrent(key->key() == Qt::Key_Up ? -1 : 1);
+        return true;
+    }
+    if ((key->key() == Qt::Key_Return || key->key() == Qt::Key_Enter) && modifiers == Qt::NoModifier) {
+        // The focused button, and never the panes' Open behind the panel.
+        if (auto *button = qobject_cast<QAbstractButton *>(watched); button && !key->isAutoRepeat())
+            button->click();
         return true;
     }
     if (key->key() == Qt::Key_Escape) {

@@ -4,6 +4,8 @@
 #include "tools/detail/queuerow.h"
 
 #include <QColor>
+#include <QPointer>
+#include <QUuid>
 #include <QWidget>
 #include <cstdint>
 #include <filesystem>
@@ -14,6 +16,8 @@ class QLabel;
 class QListView;
 class QProgressBar;
 class QPushButton;
+class QScrollArea;
+class QVBoxLayout;
 class QToolButton;
 
 namespace quillorn {
@@ -29,7 +33,11 @@ class TransferQueue;
 // over a QueueListModel with one QueueRow widget per job, made when the job
 // appears and updated in place. Keyboard: Tab and Shift+Tab go round the
 // panel's buttons and the list; Alt+Up and Alt+Down move the current waiting
-// job; Escape gives the keyboard back to the panes.
+// job; Return presses the button that has the keyboard; Escape gives the
+// keyboard back to the panes. A pressed button keeps the keyboard; when a
+// button that has it goes away (its job ended, was cancelled or cleared) the
+// keyboard stays in the panel, on the job's row in the list, and never lands
+// on a Cancel by itself.
 class QueueView : public QWidget {
     Q_OBJECT
 public:
@@ -54,6 +62,9 @@ public:
                                 std::optional<double> secondsLeft = std::nullopt);
     // The header's summary of the waiting jobs: "Waiting: 1.2 GB  •  About 3 min left".
     static QString waitingLine(std::int64_t bytes, std::optional<double> secondsLeft);
+    // For a job whose items hold no bytes (empty files, folders):
+    // "12,345 of 100,000 items done  •  87,655 left".
+    static QString itemsLine(std::int64_t done, std::int64_t total);
 
     static inline const QColor failureColour{255, 149, 0};
 
@@ -61,7 +72,7 @@ protected:
     bool eventFilter(QObject *watched, QEvent *event) override;
 
 private:
-    void buildHeader();
+    void buildHeader(QVBoxLayout *layout);
     void addRows(int first, int last);
     void refreshRows();
     void updateProgress();
@@ -71,6 +82,12 @@ private:
     void styleButton(QPushButton *button) const;
     void colourSecondary(QLabel *label) const;
     void watchKeys(QWidget *widget);
+    // Around every change of the queue: what had the keyboard before, and
+    // where it goes when that went away.
+    void rememberFocus();
+    void restoreFocus();
+    void followRunning();
+    bool holdsFocus(const QWidget *widget) const;
 
     TransferQueue &m_queue;
     QueueListModel *m_model = nullptr;
@@ -81,6 +98,7 @@ private:
     QColor m_secondary{178, 199, 219};
     int m_rowHeight = 0;
 
+    QScrollArea *m_scroll = nullptr;
     QToolButton *m_toggle = nullptr;
     QLabel *m_summary = nullptr;
     QPushButton *m_showLog = nullptr;
@@ -90,6 +108,14 @@ private:
     QLabel *m_progressLine = nullptr;
     QLabel *m_detail = nullptr;
     QListView *m_list = nullptr;
+
+    struct FocusMark {
+        QPointer<QWidget> widget;
+        QUuid row; // the job whose row holds the widget, if any
+        int index = -1;
+    };
+    std::optional<FocusMark> m_focus;
+    QUuid m_followed;
 };
 
 } // namespace quillorn

@@ -4,7 +4,9 @@
 # "Continue"), a move refused by the Stop policy (F6 onto an existing name),
 # Return in the transfer sheet after its policy picker had the focus, Return in
 # the filter field, the tab buttons after Ctrl+T and Backspace, typing on in the
-# editor after saves and questions, F2 on a name outside UTF-8, and quit (F10).
+# editor after saves and questions, F2 on a name outside UTF-8, the queue
+# panel's Pause pressed again and again with Space and Return while a copy of
+# many empty files runs, and quit (F10).
 # Checks the files on disk and the diagnostics log lines.
 # Usage: e2e_window.sh <path to quillorn>
 set -u
@@ -141,6 +143,32 @@ printf 'odd\n' >"$left/$odd"
 sleep 1; cursor_to_row 1; open_dialog F2; keys End; xdotool type --delay 40 "X"; keys Return
 check "F2 on a name outside UTF-8 kept its bytes" wait_for 100 test -f "$left/${odd}X"
 check "the renamed item is the one with the odd name" grep -qx odd "$left/${odd}X"
+# 12. The queue panel: a copy of many empty files runs; Ctrl+J, Tab reaches its
+# Pause, and Space, Space, Space, Return pause, resume, pause and resume the same
+# job, which then completes: the keyboard stayed on that button and never went
+# on to its Cancel. Escape gives the keyboard back to the panes.
+sleep 0.5; refocus
+many=$left/queue-test
+mkdir -p "$many" && (cd "$many" && seq 1 30000 | xargs touch)
+completed=$(queue_lines "QUEUE COMPLETE title=Copy 1 → Right")
+paused_at_least() { test "$(queue_lines "QUEUE PAUSED title=Copy 1 → Right")" -ge "$1"; }
+resumed_at_least() { test "$(queue_lines "QUEUE RESUMED title=Copy 1 → Right")" -ge "$1"; }
+copies_completed() { test "$(queue_lines "QUEUE COMPLETE title=Copy 1 → Right")" -gt "$completed"; }
+# Rows: New Folder, queue-test, then the files.
+sleep 1; cursor_to_row 1; open_dialog F5; keys Return
+check "the copy of many files started" wait_for 100 log_has "TRANSFER BEGIN mode=copy sources=[\"$many\"]"
+keys ctrl+j Tab space; shot 12-paused
+check "Space on Pause paused the copy" wait_for 50 paused_at_least 1
+keys space
+check "a second Space resumed it" wait_for 50 resumed_at_least 1
+keys space
+check "a third Space paused it again" wait_for 50 paused_at_least 2
+keys Return
+check "Return on Resume resumed it" wait_for 50 resumed_at_least 2
+check "the copy of many files completed" wait_for 1200 copies_completed
+check "no job was cancelled" test "$(queue_lines "QUEUE CANCELLED")" -eq 0
+check "every file was copied" test "$(ls "$right/queue-test" | wc -l)" -eq 30000
+keys Escape
 # 6. Quit with F10: the queue is idle, so the application ends at once, with status 0.
 sleep 0.5; refocus; keys F10
 if check "F10 quit" wait_for 100 bash -c "! kill -0 $app_pid 2>/dev/null"; then

@@ -125,7 +125,8 @@ private Q_SLOTS:
     void goingUpPutsTheCursorOnTheFolderOneCameFrom()
     {
         PaneFixture f;
-        const fs::path m = f.tree.folder("m"), deep = f.tree.folder("m/n/o"), first = f.tree.folder("m/a-first");
+        const fs::path m = f.tree.folder("m"), deep = f.tree.folder("m/n/o"),
+                       first = f.tree.folder("m/a-first");
         auto pane = f.listed(deep);
         const auto up = [&] {
             pane->goUp();
@@ -145,6 +146,8 @@ private Q_SLOTS:
         while (pane->directory() != "/")
             QVERIFY(up());
         QCOMPARE(pane->cursor(), Cursor("/" / *std::next(deep.begin())));
+    }
+
     void revealPutsTheCursorOnTheItemOnceItsFolderIsListed()
     {
         PaneFixture f;

@@ -17,6 +17,8 @@ inline constexpr int kModifiedWidth = 100;
 inline constexpr int kSizeColumnWidth = kSizeWidth + kPartSpacing;
 inline constexpr int kModifiedColumnWidth = kModifiedWidth + kPartSpacing;
 inline constexpr int kMinimumPaneWidth = 420;
+// Rows a file list shows however short the window is.
+inline constexpr int kMinimumListedRows = 5;
 
 // Text colours of a theme, readable on each of its surfaces.
 inline QColor primaryTextColour(const CommanderThemeColours &palette)

@@ -177,6 +177,7 @@ public:
         } else {
             throw CommanderError("Unsupported special file: " + (folder / entry.name).string());
         }
+        control.addItems(1);
         return false;
     }
 
@@ -192,6 +193,7 @@ public:
             m_copy.m_manager.flushVolume(target.fd.get(), target.shown);
         m_owned.pop_back();
         m_targets.pop_back();
+        m_copy.m_control.addItems(1);
         if (!m_owned.empty())
             m_below = m_below.parent_path();
     }

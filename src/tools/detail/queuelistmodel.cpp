@@ -34,6 +34,8 @@ QVariant QueueListModel::data(const QModelIndex &index, int role) const
         return row.id;
     case FailedRole:
         return row.state == JobState::failed;
+    case CarriesRole:
+        return row.carries;
     default:
         return {};
     }
@@ -46,6 +48,7 @@ QHash<int, QByteArray> QueueListModel::roleNames() const
     names.insert(StateRole, "state");
     names.insert(IdRole, "id");
     names.insert(FailedRole, "failed");
+    names.insert(CarriesRole, "carries");
     return names;
 }
 
@@ -81,7 +84,7 @@ void QueueListModel::update()
 {
     std::vector<Row> fresh;
     for (const QueueItem &item : m_queue.items())
-        fresh.push_back({item.id, item.title, item.state, item.stateText()});
+        fresh.push_back({item.id, item.title, item.state, item.stateText(), item.carries()});
     removeGone(fresh);
     for (int row = 0; row < int(fresh.size()); ++row) {
         const Row &wanted = fresh[std::size_t(row)];

@@ -19,7 +19,7 @@ class TransferQueue;
 class QueueListModel : public QAbstractListModel {
     Q_OBJECT
 public:
-    enum Role { StateTextRole = Qt::UserRole + 1, StateRole, IdRole, FailedRole };
+    enum Role { StateTextRole = Qt::UserRole + 1, StateRole, IdRole, FailedRole, CarriesRole };
 
     explicit QueueListModel(TransferQueue &queue, QObject *parent = nullptr);
 
@@ -38,6 +38,7 @@ private:
         QString title;
         JobState state;
         QString text;
+        QString carries;
         friend bool operator==(const Row &, const Row &) = default;
     };
 

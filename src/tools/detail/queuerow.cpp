@@ -3,8 +3,18 @@
 #include <QHBoxLayout>
 #include <QLabel>
 #include <QPushButton>
+#include <QVBoxLayout>
 
 namespace quillorn {
+
+namespace {
+
+bool shown(const QPushButton *button)
+{
+    return !button->isHidden() && button->isEnabled();
+}
+
+} // namespace
 
 QueueRow::QueueRow(const QUuid &id, std::function<void(Action)> act, QWidget *parent)
     : QWidget(parent), m_id(id), m_act(std::move(act))
@@ -12,23 +22,37 @@ QueueRow::QueueRow(const QUuid &id, std::function<void(Action)> act, QWidget *pa
     setObjectName(QStringLiteral("queueRow"));
     auto *layout = new QHBoxLayout(this);
     layout->setContentsMargins(4, 1, 4, 1);
+    // The title alone does not tell two copies into one folder apart: what the
+    // job carries stands under it.
+    auto *names = new QVBoxLayout;
+    names->setSpacing(0);
     m_title = new QLabel(this);
     m_title->setObjectName(QStringLiteral("rowTitle"));
+    m_carries = new QLabel(this);
+    m_carries->setObjectName(QStringLiteral("rowCarries"));
+    m_carries->setProperty("secondaryText", true);
+    names->addWidget(m_title);
+    names->addWidget(m_carries);
     m_state = new QLabel(this);
     m_state->setObjectName(QStringLiteral("rowState"));
     m_state->setTextInteractionFlags(Qt::TextSelectableByMouse);
-    layout->addWidget(m_title);
-    layout->addWidget(m_state, 1);
-    m_pause = addButton(QStringLiteral("Pause"), "rowPause", Action::pause);
-    m_resume = addButton(QStringLiteral("Resume"), "rowResume", Action::resume);
-    m_up = addButton(QStringLiteral("\u2191"), "rowUp", Action::moveUp, QStringLiteral("Move up (Alt+Up)"));
-    m_down = addButton(QStringLiteral("\u2193"), "rowDown", Action::moveDown,
-                       QStringLiteral("Move down (Alt+Down)"));
-    m_cancel = addButton(QStringLiteral("Cancel"), "rowCancel", Action::cancel);
-    m_discard = addButton(QStringLiteral("Discard"), "rowDiscard", Action::discard);
+    m_state->setWordWrap(true);
+    layout->addLayout(names, 2);
+    layout->addWidget(m_state, 3);
+    m_pauseResume = addButton(QStringLiteral("Pause"), "rowPause", [this] {
+        return m_jobState == JobState::running ? Action::pause : Action::resume;
+    });
+    m_up = addButton(
+        QStringLiteral("\u2191"), "rowUp", [] { return Action::moveUp; }, QStringLiteral("Move up (Alt+Up)"));
+    m_down = addButton(
+        QStringLiteral("\u2193"), "rowDown", [] { return Action::moveDown; },
+        QStringLiteral("Move down (Alt+Down)"));
+    m_cancel = addButton(QStringLiteral("Cancel"), "rowCancel", [] { return Action::cancel; });
+    m_discard = addButton(QStringLiteral("Discard"), "rowDiscard", [] { return Action::discard; });
 }
 
-QPushButton *QueueRow::addButton(const QString &text, const char *name, Action action, const QString &help)
+QPushButton *QueueRow::addButton(const QString &text, const char *name, std::function<Action()> action,
+                                 const QString &help)
 {
     auto *button = new QPushButton(text, this);
     button->setObjectName(QString::fromLatin1(name));
@@ -39,19 +63,24 @@ QPushButton *QueueRow::addButton(const QString &text, const char *name, Action a
         button->setToolTip(help);
         button->setAccessibleName(help);
     }
-    connect(button, &QPushButton::clicked, this, [this, action] { m_act(action); });
+    connect(button, &QPushButton::clicked, this, [this, action = std::move(action)] { m_act(action()); });
     layout()->addWidget(button);
     return button;
 }
 
-void QueueRow::showJob(const QString &title, JobState state, const QString &stateText, bool canRaise,
-                       bool canLower)
+void QueueRow::showJob(const QString &title, const QString &carries, JobState state, const QString &stateText,
+                       bool canRaise, bool canLower)
 {
+    m_jobState = state;
     m_title->setText(title);
+    m_carries->setText(carries);
     m_state->setText(stateText);
+    m_state->setToolTip(stateText); // a long remark may not fit the row
     const bool waiting = state == JobState::waiting;
-    m_pause->setVisible(state == JobState::running);
-    m_resume->setVisible(state == JobState::paused || state == JobState::interrupted);
+    const bool resumable = state == JobState::paused || state == JobState::interrupted;
+    m_pauseResume->setText(resumable ? QStringLiteral("Resume") : QStringLiteral("Pause"));
+    m_pauseResume->setObjectName(resumable ? QStringLiteral("rowResume") : QStringLiteral("rowPause"));
+    m_pauseResume->setVisible(state == JobState::running || resumable);
     m_up->setVisible(waiting);
     m_down->setVisible(waiting);
     m_up->setEnabled(canRaise);
@@ -62,11 +91,20 @@ void QueueRow::showJob(const QString &title, JobState state, const QString &stat
 
 QList<QPushButton *> QueueRow::buttons() const
 {
-    QList<QPushButton *> shown;
-    for (QPushButton *button : {m_pause, m_resume, m_up, m_down, m_cancel, m_discard})
-        if (!button->isHidden() && button->isEnabled())
-            shown << button;
-    return shown;
+    QList<QPushButton *> list;
+    for (QPushButton *button : {m_pauseResume, m_up, m_down, m_cancel, m_discard})
+        if (shown(button))
+            list << button;
+    return list;
+}
+
+QPushButton *QueueRow::replacementFor(const QWidget *lost) const
+{
+    if (lost == m_up && shown(m_down))
+        return m_down;
+    if (lost == m_down && shown(m_up))
+        return m_up;
+    return nullptr;
 }
 
 } // namespace quillorn
