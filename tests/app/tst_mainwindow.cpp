@@ -12,8 +12,8 @@
 #include <QDir>
 #include <QMenu>
 #include <QRegularExpression>
-#include <QSet>
 #include <QScreen>
+#include <QSet>
 
 using namespace quillorn;
 using namespace quillorn::test;
