@@ -32,15 +32,6 @@ ino_t inode(const fs::path &item)
     return ::lstat(item.c_str(), &info) == 0 ? info.st_ino : 0;
 }
 
-std::vector<std::string> names(const fs::path &folder)
-{
-    std::vector<std::string> result;
-    for (const auto &entry : fs::directory_iterator(folder))
-        result.push_back(entry.path().filename());
-    std::sort(result.begin(), result.end());
-    return result;
-}
-
 // A bindfs view of a plain folder: a FUSE volume without RENAME_NOREPLACE.
 class WithoutNoReplace : public Test {
 protected:
@@ -101,7 +92,7 @@ TEST_F(WithoutNoReplace, aFileMadeAtTheNameInTheLastInstantIsNeverReplaced)
     EXPECT_EQ(TestTree::read(to), "theirs");
     EXPECT_EQ(inode(to), made);
     EXPECT_EQ(TestTree::read(from), "ours");
-    EXPECT_THAT(names(volume() / "to"), ElementsAre("item"));
+    EXPECT_THAT(TestTree::names(volume() / "to"), ElementsAre("item"));
 }
 
 TEST_F(WithoutNoReplace, anEmptyFolderMadeAtTheNameInTheLastInstantIsNeverReplaced)
@@ -117,7 +108,7 @@ TEST_F(WithoutNoReplace, anEmptyFolderMadeAtTheNameInTheLastInstantIsNeverReplac
         else
             refusal = errno;
     });
-    EXPECT_THAT(names(volume() / "to"), ElementsAre("box"));
+    EXPECT_THAT(TestTree::names(volume() / "to"), ElementsAre("box"));
     if (made) {
         // Theirs came first: it stays, and the move is refused.
         EXPECT_EQ(std::pair(status, message), std::pair(1, std::string("17: File exists\n")));
@@ -176,7 +167,7 @@ void expectMovesToFreeNamesOnlyAndNothingLeftBehind(TestTree &tree, const fs::pa
     std::vector<std::string> expected{"empty", "file.txt", "folder"};
     if (!fat)
         expected.insert(expected.begin(), "dangling");
-    EXPECT_EQ(names(to), expected);
+    EXPECT_EQ(TestTree::names(to), expected);
 }
 
 TEST_F(WithoutNoReplace, filesMoveByASecondNameAndFoldersOntoAPlaceholder)

@@ -44,15 +44,6 @@ template <typename Body> std::string failure(Body &&body)
     return "(none)";
 }
 
-std::vector<std::string> names(const fs::path &folder)
-{
-    std::vector<std::string> result;
-    for (const auto &entry : fs::directory_iterator(folder))
-        result.push_back(entry.path().filename());
-    std::sort(result.begin(), result.end());
-    return result;
-}
-
 } // namespace
 
 TEST(TextDocumentLoad, takesRegularUtf8UpToTheLimitAndRefusesTheRest)
@@ -105,7 +96,7 @@ TEST(TextDocumentSave, comparesWithTheLastBytesItWroteAndNeverOverwritesOtherCha
 
     fs::remove(file);
     EXPECT_EQ(failure([&] { document.save(); }), "errno 2");
-    EXPECT_EQ(names(tree.root()), std::vector<std::string>{"target.txt"}); // nothing created
+    EXPECT_EQ(TestTree::names(tree.root()), std::vector<std::string>{"target.txt"}); // nothing created
 }
 
 TEST(TextDocumentSave, keepsModeOwnerAttributesAndLinksAndSaysWhenItWroteInPlace)
@@ -128,7 +119,7 @@ TEST(TextDocumentSave, keepsModeOwnerAttributesAndLinksAndSaysWhenItWroteInPlace
     EXPECT_EQ(runCommand("getfattr --only-values -n user.colour " + shellQuote(file)), "blue");
     EXPECT_THAT(runCommand("getfacl -p " + shellQuote(file)), HasSubstr("user:daemon:r--"));
     EXPECT_EQ(info.st_mode & 07777, 0640u);
-    EXPECT_EQ(names(tree.root()), std::vector<std::string>{"kept.txt"});
+    EXPECT_EQ(TestTree::names(tree.root()), std::vector<std::string>{"kept.txt"});
 
     const fs::path other = tree / "other name.txt";
     fs::create_hard_link(file, other);
@@ -161,7 +152,7 @@ TEST(TextDocumentSave, aFullDiskLeavesTheOriginalWhole)
         document.text = QString(1100 * 1024, QLatin1Char('n')); // more than the volume holds
         EXPECT_EQ(failure([&] { document.save(); }), "errno 28") << inPlace;
         EXPECT_EQ(TestTree::read(file), old) << inPlace;
-        EXPECT_EQ(names(volume->path()).size(), inPlace ? 2u : 1u) << inPlace;
+        EXPECT_EQ(TestTree::names(volume->path()).size(), inPlace ? 2u : 1u) << inPlace;
     }
 }
 
@@ -203,6 +194,19 @@ protected:
         return -1;
     }
 
+    // A save killed at the nth of `calls` on a path holding `on`, as counted in a
+    // traced run first; the file holds the old bytes again before the killed run.
+    // Returns the save's exit status, or -1 when that call never came.
+    int killedAt(const std::string &calls, const std::string &on, int nth, const std::string &prefix = {})
+    {
+        const int when = callNumber(calls, on, nth, m_fresh, prefix);
+        m_tree.file(m_file.lexically_relative(m_tree.root()), m_old);
+        if (when <= 0)
+            return -1;
+        const std::string inject = calls + ":signal=KILL:when=" + std::to_string(when);
+        return save("strace -f -qq -o /dev/null -e inject=" + inject + " " + prefix, m_fresh).first;
+    }
+
     static bool haveStrace() { return std::system("strace -V >/dev/null 2>&1") == 0; }
 
     // The hidden items (".quillorn-...") in folder.
@@ -234,18 +238,14 @@ TEST_F(SaveDriver, killedAtTheWriteTheFlushOrTheRenameLeavesTheOldOrTheNewBytes)
     // The staging journal writes, flushes and renames too: the calls are counted on the hidden file.
     for (const auto &[calls, nth] :
          {std::pair<std::string, int>{"pwrite64", 2}, {"fsync", 1}, {"rename,renameat,renameat2", 1}}) {
-        const int when = callNumber(calls, ".quillorn-", nth, m_fresh);
-        m_tree.file("docs/file.txt", m_old);
-        ASSERT_GT(when, 0) << calls;
-        const std::string inject = calls + ":signal=KILL:when=" + std::to_string(when);
-        EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject, m_fresh).first, 128 + SIGKILL)
-            << inject;
+        const std::string inject = calls + " " + std::to_string(nth);
+        EXPECT_EQ(killedAt(calls, ".quillorn-", nth), 128 + SIGKILL) << inject;
         const std::string now = TestTree::read(m_file);
         EXPECT_TRUE(now == m_old || now == m_fresh) << inject;
         // Killed with its hidden file made: the next start removes it.
-        EXPECT_EQ(names(m_file.parent_path()).size(), 2u) << inject;
+        EXPECT_EQ(TestTree::names(m_file.parent_path()).size(), 2u) << inject;
         StagingJournal(m_state / "Quillorn").recover();
-        EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"}) << inject;
+        EXPECT_EQ(TestTree::names(m_file.parent_path()), std::vector<std::string>{"file.txt"}) << inject;
         m_tree.file("docs/file.txt", m_old);
     }
     EXPECT_EQ(save("", m_fresh), std::pair(0, std::string("1\n")));
@@ -269,7 +269,7 @@ TEST_F(SaveDriver, anInPlaceWriteThatFailsPutsTheOldBytesBackAndCanBeRetried)
     EXPECT_EQ(status, 1);
     EXPECT_THAT(out, HasSubstr("Input/output error"));
     EXPECT_TRUE(TestTree::read(m_file) == m_old) << "the file holds neither the old bytes nor the new ones";
-    EXPECT_EQ(names(m_file.parent_path()),
+    EXPECT_EQ(TestTree::names(m_file.parent_path()),
               (std::vector<std::string>{"file.txt", "link.txt"})); // no copy left
     EXPECT_TRUE(hidden(m_state / "Quillorn/Backups").empty());
 
@@ -279,7 +279,7 @@ TEST_F(SaveDriver, anInPlaceWriteThatFailsPutsTheOldBytesBackAndCanBeRetried)
     EXPECT_EQ(again, 0);
     EXPECT_THAT(retried, EndsWith("error\n" + m_linked));
     EXPECT_TRUE(TestTree::read(link) == m_fresh);
-    EXPECT_EQ(names(m_file.parent_path()), (std::vector<std::string>{"file.txt", "link.txt"}));
+    EXPECT_EQ(TestTree::names(m_file.parent_path()), (std::vector<std::string>{"file.txt", "link.txt"}));
 }
 
 TEST_F(SaveDriver, aSaveKilledWhileWritingInPlaceGetsTheOldBytesBackAtTheNextStart)
@@ -302,19 +302,16 @@ TEST_F(SaveDriver, aSaveKilledWhileWritingInPlaceGetsTheOldBytesBackAtTheNextSta
         {"pwrite64", "/docs/.quillorn-", 2, m_old, "SAVE BACKUP DROPPED"},
     };
     for (const Case &each : cases) {
-        const int when = callNumber(each.calls, each.on, each.nth, m_fresh);
-        m_tree.file("docs/file.txt", m_old);
-        ASSERT_GT(when, 0) << each.logged;
-        const std::string inject = each.calls + ":signal=KILL:when=" + std::to_string(when);
-        EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject, m_fresh).first, 128 + SIGKILL)
-            << inject;
+        const std::string inject = each.calls + " on " + each.on;
+        EXPECT_EQ(killedAt(each.calls, each.on, each.nth), 128 + SIGKILL) << inject;
         const std::vector<fs::path> copies = hidden(m_file.parent_path());
         ASSERT_EQ(copies.size(), 1u) << inject;
 
         const std::vector<fs::path> restored = SaveBackupJournal(m_state / "Quillorn").recover();
         EXPECT_EQ(restored.size(), each.logged == "SAVE RESTORED" ? 1u : 0u) << inject;
         EXPECT_TRUE(TestTree::read(link) == each.after) << inject;
-        EXPECT_EQ(names(m_file.parent_path()), (std::vector<std::string>{"file.txt", "link.txt"})) << inject;
+        EXPECT_EQ(TestTree::names(m_file.parent_path()), (std::vector<std::string>{"file.txt", "link.txt"}))
+            << inject;
         EXPECT_THAT(log(),
                     HasSubstr(each.logged + " path=" + m_file.string() + " backup=" + copies[0].string()))
             << inject;
@@ -334,15 +331,11 @@ TEST_F(SaveDriver, aBackupWhoseFolderTakesNoNewFileGoesToTheStateFolder)
         fs::permissions(item, fs::perms(0755));
     fs::permissions(m_file, fs::perms(0666)); // root's file in root's folder, which nobody may write to
     ::chown(m_state.c_str(), 65534, 65534);
-    const int when = callNumber("pwrite64", "/docs/file.txt>", 2, m_fresh, m_asNobody);
-    m_tree.file("docs/file.txt", m_old);
-    if (when < 0 && save(m_asNobody, "x").second.starts_with("setpriv:"))
+    const int status = killedAt("pwrite64", "/docs/file.txt>", 2, m_asNobody);
+    if (status < 0 && save(m_asNobody, "x").second.starts_with("setpriv:"))
         GTEST_SKIP() << "cannot switch to the user nobody";
-    ASSERT_GT(when, 0);
-    const std::string inject = "pwrite64:signal=KILL:when=" + std::to_string(when);
-    EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=" + inject + " " + m_asNobody, m_fresh).first,
-              128 + SIGKILL);
-    EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"});
+    EXPECT_EQ(status, 128 + SIGKILL);
+    EXPECT_EQ(TestTree::names(m_file.parent_path()), std::vector<std::string>{"file.txt"});
     const std::vector<fs::path> copies = hidden(m_state / "Quillorn/Backups");
     ASSERT_EQ(copies.size(), 1u);
     EXPECT_TRUE(TestTree::read(copies[0]) == m_old);
@@ -377,7 +370,7 @@ TEST_F(SaveDriver, aFatVolumeIsWrittenInPlaceWithABackupBesideTheFile)
     ASSERT_EQ(hidden(where).size(), 1u);
     EXPECT_EQ(SaveBackupJournal(m_state / "Quillorn").recover(), std::vector<fs::path>{m_file});
     EXPECT_TRUE(TestTree::read(m_file) == m_old);
-    EXPECT_EQ(names(where), std::vector<std::string>{"file.txt"});
+    EXPECT_EQ(TestTree::names(where), std::vector<std::string>{"file.txt"});
 
     EXPECT_EQ(save("", m_fresh), std::pair(0, std::to_string(int(ContentsWrite::inPlaceMetadata)) + "\n"));
     EXPECT_TRUE(TestTree::read(m_file) == m_fresh);
@@ -407,7 +400,7 @@ TEST_F(SaveDriver, aFolderThatTakesNoNewFileOrAnOwnerThatCannotBeKeptIsWrittenIn
     ASSERT_EQ(::lstat(m_file.c_str(), &info), 0);
     EXPECT_EQ(info.st_uid, 0u);
     EXPECT_EQ(TestTree::read(m_file), "again\n");
-    EXPECT_EQ(names(m_file.parent_path()), std::vector<std::string>{"file.txt"});
+    EXPECT_EQ(TestTree::names(m_file.parent_path()), std::vector<std::string>{"file.txt"});
 }
 
 TEST(SaveBackupJournalRecovery, aRunningOwnersCopyIsNeverTouchedAndAGoneOnesIsPutBack)
@@ -430,7 +423,7 @@ TEST(SaveBackupJournalRecovery, aRunningOwnersCopyIsNeverTouchedAndAGoneOnesIsPu
     EXPECT_EQ(TestTree::read(file), "old bytes");
     EXPECT_FALSE(fs::exists(copy));
     // Neither the old bytes nor the whole new ones: what it held is kept, not lost.
-    const std::vector<std::string> kept = names(tree / "state/Replaced");
+    const std::vector<std::string> kept = TestTree::names(tree / "state/Replaced");
     ASSERT_EQ(kept.size(), 1u);
     EXPECT_THAT(kept[0], StartsWith("half written.txt.replaced-"));
     EXPECT_EQ(TestTree::read(tree / "state/Replaced" / kept[0]), "new bytes");
@@ -456,13 +449,7 @@ TEST_F(SaveDriver, aFileEditedSinceAKilledSaveIsKeptBeforeItsOldBytesGoBack)
     if (!haveStrace())
         GTEST_SKIP() << "strace is not installed";
     fs::create_hard_link(m_file, m_tree / "docs/link.txt");
-    const int when = callNumber("pwrite64", "/docs/file.txt>", 2, m_fresh);
-    m_tree.file("docs/file.txt", m_old);
-    ASSERT_GT(when, 0);
-    EXPECT_EQ(save("strace -f -qq -o /dev/null -e inject=pwrite64:signal=KILL:when=" + std::to_string(when),
-                   m_fresh)
-                  .first,
-              128 + SIGKILL);
+    EXPECT_EQ(killedAt("pwrite64", "/docs/file.txt>", 2), 128 + SIGKILL);
     const std::vector<fs::path> copies = hidden(m_file.parent_path());
     ASSERT_EQ(copies.size(), 1u);
     // Another program writes the file (the same one, so recovery still finds it) before the next start.

@@ -1,5 +1,6 @@
 #include "testtree.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <sstream>
@@ -86,6 +87,15 @@ std::string TestTree::read(const fs::path &path)
 bool runningAsRoot()
 {
     return ::geteuid() == 0;
+}
+
+std::vector<std::string> TestTree::names(const std::filesystem::path &folder)
+{
+    std::vector<std::string> result;
+    for (const auto &entry : std::filesystem::directory_iterator(folder))
+        result.push_back(entry.path().filename());
+    std::sort(result.begin(), result.end());
+    return result;
 }
 
 } // namespace quillorn::test

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <string>
 #include <string_view>
+#include <vector>
 
 namespace quillorn::test {
 
@@ -25,6 +26,8 @@ public:
     std::filesystem::path symlink(const std::filesystem::path &relative, const std::filesystem::path &target);
 
     static std::string read(const std::filesystem::path &path);
+    // The names in a folder, sorted.
+    static std::vector<std::string> names(const std::filesystem::path &folder);
 
 private:
     std::filesystem::path m_root;
