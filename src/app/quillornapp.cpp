@@ -4,14 +4,17 @@
 #include "app/commanderview.h"
 #include "app/quitguard.h"
 #include "app/settingswindow.h"
+#include "model/commandermodel.h"
+#include "model/panemodel.h"
 #include "model/themechoice.h"
 #include "platform/core/preferences.h"
-#include "platform/desktop/fileurl.h"
 #include "platform/desktop/updater.h"
+
+#include <algorithm>
 
 namespace quillorn {
 
-QuillornApp::QuillornApp(const std::vector<std::string> &arguments, Preferences *preferences)
+QuillornApp::QuillornApp(const std::vector<std::filesystem::path> &targets, Preferences *preferences)
     : m_preferences(preferences ? *preferences : Preferences::standard())
 {
     // The updater exists in every run; a release preview only keeps it from starting.
@@ -26,10 +29,7 @@ QuillornApp::QuillornApp(const std::vector<std::string> &arguments, Preferences 
     m_window->setShowSettings([this] { showSettings(); });
     m_menu = new ApplicationMenu(*m_window, *m_updater, m_window->commands());
 
-    if (const auto folder = folderArgument(arguments)) {
-        m_window->model().setActiveLeft(true);
-        m_window->model().left().navigate(*folder);
-    }
+    open(targets);
 }
 
 QuillornApp::~QuillornApp()
@@ -42,25 +42,54 @@ bool QuillornApp::releasePreview()
     return qEnvironmentVariableIsSet(releasePreviewVariable);
 }
 
-std::optional<std::filesystem::path> QuillornApp::folderArgument(const std::vector<std::string> &arguments)
+void QuillornApp::open(const std::vector<std::filesystem::path> &targets)
 {
-    for (const std::string &argument : arguments) {
-        if (argument.empty() || argument.front() == '-')
+    if (targets.empty())
+        return;
+    CommanderModel &model = m_window->model();
+    PaneModel &left = model.left();
+    model.setActiveLeft(true);
+    // Items of one folder, in the order given: one tab each.
+    std::vector<std::pair<std::filesystem::path, std::vector<std::filesystem::path>>> items;
+    for (const std::filesystem::path &target : targets) {
+        std::error_code error;
+        if (std::filesystem::is_directory(target, error)) {
+            left.newTab();
+            left.navigate(target);
             continue;
-        const QByteArray bytes = QByteArray::fromStdString(argument);
-        if (bytes.toLower().startsWith("file:"))
-            return pathFromFileUrl(bytes);
-        // Kept as bytes: a folder name need not be valid UTF-8. A relative path
-        // is taken from the folder the program was started in.
-        std::filesystem::path path = argument;
-        if (path.is_relative())
-            path = std::filesystem::absolute(path);
-        path = path.lexically_normal();
-        if (!path.has_filename() && path != path.root_path())
-            path = path.parent_path();
-        return path;
+        }
+        const auto folder = std::find_if(items.begin(), items.end(), [&](const auto &group) {
+            return group.first == target.parent_path();
+        });
+        if (folder == items.end())
+            items.push_back({target.parent_path(), {target}});
+        else
+            folder->second.push_back(target);
     }
-    return std::nullopt;
+    for (const auto &group : items) {
+        left.newTab();
+        left.reveal(group.second);
+    }
+}
+
+void QuillornApp::showInfo(const std::filesystem::path &item)
+{
+    open({item});
+    m_window->model().setTool(ToolSheet::Info{item});
+}
+
+void QuillornApp::present(const QString &activationToken)
+{
+    // Wayland compositors raise a window only with the token of the program
+    // that asked; Qt reads it from the environment when activating.
+    if (!activationToken.isEmpty())
+        qputenv("XDG_ACTIVATION_TOKEN", activationToken.toUtf8());
+    if (m_window->isMinimized())
+        m_window->showNormal();
+    else
+        m_window->show();
+    m_window->raise();
+    m_window->activateWindow();
 }
 
 SettingsWindow &QuillornApp::showSettings()

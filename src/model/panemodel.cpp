@@ -371,6 +371,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         return; // a newer request will apply its own result
     m_workerCancelled.reset();
     const std::optional<fs::path> revealed = std::exchange(m_revealed, std::nullopt);
+    const std::vector<fs::path> revealedTags = std::exchange(m_revealedTags, {});
 
     bool entriesDiffer = false;
     bool errorDiffers = false;
@@ -391,6 +392,9 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         for (const fs::path &url : m_selection)
             if (m_entryIndex->find(*m_entries, url))
                 selection.insert(selection.end(), url);
+        for (const fs::path &url : revealedTags)
+            if (m_entryIndex->find(*m_entries, url))
+                selection.insert(url);
         if (revealed && m_entryIndex->find(*m_entries, *revealed))
             cursor = revealed;
         else if (m_cursor && m_entryIndex->find(*m_entries, *m_cursor))
@@ -520,6 +524,7 @@ void PaneModel::navigate(const fs::path &folder)
     const bool selectionDiffers = assign(m_selection, std::set<fs::path>());
     const bool cursorDiffers = assign(m_cursor, std::optional<fs::path>());
     m_revealed.reset();
+    m_revealedTags.clear();
     if (filterDiffers)
         recomputeVisible();
 
@@ -549,6 +554,17 @@ void PaneModel::reveal(const fs::path &item)
     // Set after the listing arrives rather than now, so that the cursor's
     // change is heard when its row exists and the view can scroll to it.
     m_revealed = m_directory / item.filename();
+}
+
+void PaneModel::reveal(const std::vector<fs::path> &items)
+{
+    if (items.empty())
+        return;
+    reveal(items.front());
+    if (items.size() < 2)
+        return;
+    for (const fs::path &item : items)
+        m_revealedTags.push_back(m_directory / item.filename());
 }
 
 void PaneModel::newTab()

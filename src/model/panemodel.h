@@ -78,6 +78,9 @@ public:
     // Shows the folder that holds `item` with the cursor on it once it is listed
     // (on the first item, as after navigate, when the listing lacks it).
     void reveal(const std::filesystem::path &item);
+    // As reveal(items.front()), and with several items (all in one folder) they
+    // are tagged too, as another program's "show these items" asks.
+    void reveal(const std::vector<std::filesystem::path> &items);
     void moveCursor(int step, bool extendingSelection = false);
     void toggleTagAndAdvance();
     void newTab();
@@ -144,7 +147,8 @@ private:
     mutable bool m_visibleCopyValid = false;
     std::set<std::filesystem::path> m_selection;
     std::optional<std::filesystem::path> m_cursor;
-    std::optional<std::filesystem::path> m_revealed; // where the next listing puts the cursor
+    std::optional<std::filesystem::path> m_revealed;   // where the next listing puts the cursor
+    std::vector<std::filesystem::path> m_revealedTags; // and what it tags
     QString m_path;
     QString m_filter;
     std::optional<QString> m_error;

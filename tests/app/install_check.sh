@@ -18,6 +18,10 @@ done
 if command -v desktop-file-validate >/dev/null; then
     desktop-file-validate "$entry" || fail "desktop-file-validate rejects the entry"
 else echo "note: desktop-file-validate is not installed; the entry was checked by its lines only"; fi
+for service in io.quillorn.Quillorn io.quillorn.Quillorn.FileManager1; do
+    grep -qx "Exec=$prefix/bin/quillorn" "$prefix/share/dbus-1/services/$service.service" 2>/dev/null ||
+        fail "the D-Bus service file $service.service is missing or does not start $prefix/bin/quillorn"
+done
 python3 -c 'import sys, xml.etree.ElementTree as t; sys.exit(not t.parse(sys.argv[1]).getroot().tag.endswith("svg"))' \
     "$icon" || fail "the icon $icon is missing or not a well-formed SVG"
 [ "$failures" -eq 0 ] && echo "install layout ok"

@@ -1,8 +1,10 @@
 #include "app/applicationmenu.h"
 #include "app/commanderappdelegate.h"
 #include "app/commanderview.h"
+#include "app/commandline.h"
 #include "app/quillornapp.h"
 #include "app/settingswindow.h"
+#include "model/panemodel.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/updater.h"
 #include "services/transferqueue.h"
@@ -62,8 +64,20 @@ private Q_SLOTS:
             QVERIFY(!app.window().isVisible());
         }
         {
-            QuillornApp app({"--", (m_tree / "elsewhere").string()}, m_prefs.get());
-            QCOMPARE(app.window().model().left().directory(), m_tree / "elsewhere");
+            // Folders in new tabs after the saved one; files in their folder's
+            // tab, two of one folder tagged with the cursor on the first.
+            m_tree.file("elsewhere/a.txt");
+            m_tree.file("elsewhere/b.txt");
+            QuillornApp app(
+                {m_tree / "elsewhere/inner", m_tree / "elsewhere/b.txt", m_tree / "elsewhere/a.txt"},
+                m_prefs.get());
+            const PaneModel &left = app.window().model().left();
+            QCOMPARE(left.tabs(), (std::vector<fs::path>{m_tree / "home", m_tree / "elsewhere/inner",
+                                                         m_tree / "elsewhere"}));
+            QCOMPARE(left.directory(), m_tree / "elsewhere");
+            QTRY_COMPARE(left.cursor(), std::optional(m_tree / "elsewhere/b.txt"));
+            QCOMPARE(left.selection(),
+                     (std::set<fs::path>{m_tree / "elsewhere/a.txt", m_tree / "elsewhere/b.txt"}));
         }
         qputenv("QUILLORN_RELEASE_PREVIEW_LEFT", ""); // present though empty
         QuillornApp app({}, m_prefs.get());
@@ -71,17 +85,27 @@ private Q_SLOTS:
         QVERIFY(!app.menu().checkForUpdates()->isEnabled());
     }
 
-    void folderArgumentsAreNormalisedOrRefused()
+    void commandLineItemsAreNormalisedAsBytesOrRefused()
     {
-        const std::pair<std::string, std::string> cases[] = {{"/srv/./x/../data/", "/srv/data"},
-                                                             {"sub", (fs::current_path() / "sub").string()},
-                                                             {"file:///srv/My%20Files", "/srv/My Files"},
-                                                             {"/srv/caf\xe9", "/srv/caf\xe9"}, // not UTF-8
-                                                             {"--verbose", ""},
-                                                             {"file://elsewhere.example/srv", ""}};
-        for (const auto &[argument, expected] : cases)
-            QCOMPARE(QByteArray::fromStdString(QuillornApp::folderArgument({argument}).value_or("").string()),
-                     QByteArray::fromStdString(expected));
+        const fs::path here = m_tree.root();
+        const std::pair<std::vector<std::string>, std::string> cases[] = {
+            {{(m_tree / "elsewhere/./inner/../").string()}, (m_tree / "elsewhere").string()},
+            {{"elsewhere"}, (m_tree / "elsewhere").string()},
+            {{"-platform", "offscreen", "--", "-odd"},
+             ""}, // the toolkit's option passed over; "-odd" is missing
+            {{"file://" + (m_tree / "home").string()}, (m_tree / "home").string()},
+            {{"sftp://host/srv"}, ""},
+            {{"file://elsewhere.example/srv"}, ""},
+        };
+        for (const auto &[arguments, expected] : cases) {
+            const CommandLine line = CommandLine::parse(arguments, here);
+            QCOMPARE(line.exitNow, expected.empty());
+            QCOMPARE(line.exitNow ? line.status : 0, expected.empty() ? 2 : 0);
+            QCOMPARE(line.targets.empty() ? std::string() : line.targets.front().string(), expected);
+        }
+        m_tree.folder("caf\xe9"); // not UTF-8: the bytes come through
+        QCOMPARE(CommandLine::parse({"caf\xe9"}, here).targets, std::vector<fs::path>{m_tree / "caf\xe9"});
+        QVERIFY(CommandLine::parse({"--help"}, here).output.startsWith("Usage: quillorn"));
     }
 
     void choosingAThemeRecoloursTheWindowUnlessTheEnvironmentNamesOne()
