@@ -10,7 +10,7 @@ JOBS        ?= $(shell nproc)
 
 # Debian packages the build, the tests and the benchmarks need: the toolchain and
 # libraries; the X server and tools the window tests drive (xvfb, xauth, xdotool,
-# x11-utils for xprop); what the fault tests mount and inject with (bindfs, fusefat
+# x11-utils for xprop, x11-xkb-utils for setxkbmap); what the fault tests mount and inject with (bindfs, fusefat
 # and dosfstools for a FAT volume, mount for losetup, util-linux for setpriv and
 # prlimit, e2fsprogs for chattr and mkfs.ext4, strace); metadata tools (acl, attr);
 # the desktop's trash client (gio from libglib2.0-bin, its GIO module gvfs,
@@ -19,7 +19,7 @@ JOBS        ?= $(shell nproc)
 PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
 	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev \
 	libgtest-dev libgmock-dev libbenchmark-dev \
-	xvfb xauth xdotool x11-utils \
+	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
 	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
 	unzip rsync time python3 desktop-file-utils

@@ -3,6 +3,7 @@
 #include "app/commandtable.h"
 #include "model/commandermodel.h"
 #include "platform/core/displaytext.h"
+#include "platform/desktop/latinkey.h"
 
 #include <QAbstractSpinBox>
 #include <QApplication>
@@ -314,19 +315,24 @@ bool KeyHandler::eventFilter(QObject *watched, QEvent *event)
     if (!watched->isWidgetType() || !m_gate(watched))
         return false;
     auto *key = static_cast<QKeyEvent *>(event);
+    // With Ctrl, Alt or Meta a key of a non-Latin layout means the Latin key at
+    // its place; typed alone it still types its own letter.
+    int pressed = key->key();
+    if (key->modifiers() & (Qt::ControlModifier | Qt::AltModifier | Qt::MetaModifier))
+        pressed = latinKeyAt(pressed, key->nativeScanCode()).value_or(pressed);
     if (inNavigatingPanel(watched)) {
-        const std::optional<Binding> row = binding(key->key(), key->modifiers());
+        const std::optional<Binding> row = binding(pressed, key->modifiers());
         if (row ? isNavigation(row->action) : !(key->modifiers() & Qt::ControlModifier))
             return false;
     }
     if (type == QEvent::ShortcutOverride) {
         // Claim keys the table consumes so that no menu shortcut takes them first.
-        if (!wouldConsume(key->key(), key->modifiers(), key->text()))
+        if (!wouldConsume(pressed, key->modifiers(), key->text()))
             return false;
         key->accept();
         return true;
     }
-    return handle(key->key(), key->modifiers(), key->text());
+    return handle(pressed, key->modifiers(), key->text());
 }
 
 } // namespace quillorn

@@ -173,6 +173,25 @@ private Q_SLOTS:
         QVERIFY(!left.cursor());
     }
 
+    // A Russian layout: the keys at the places of A and C give Cyrillic letters.
+    void ctrlWithALetterOfANonLatinLayoutActsAsTheLatinKeyAtItsPlace()
+    {
+        PaneModel &left = m_f.left();
+        WindowFixture::waitListed(left);
+        const auto press = [&](int key, Qt::KeyboardModifiers modifiers, quint32 scanCode,
+                               const QString &text) {
+            QKeyEvent event(QEvent::KeyPress, key, modifiers, scanCode, 0, 0, text);
+            QApplication::sendEvent(QApplication::focusWidget(), &event);
+        };
+        left.setSelection({});
+        press(0x424, Qt::ControlModifier, 38, QStringLiteral("\x01")); // Ctrl+Ф: select all
+        QCOMPARE(left.selection().size(), std::size_t(left.visibleCount()));
+        press(0x424, Qt::NoModifier, 38, QStringLiteral("ф")); // alone it types a name, not a command
+        QCOMPARE(left.selection().size(), std::size_t(left.visibleCount()));
+        press(0x421, Qt::ControlModifier, 54, QStringLiteral("\x03")); // Ctrl+С: copy the items' references
+        QCOMPARE(QApplication::clipboard()->mimeData()->hasUrls(), true);
+    }
+
     void keysActOnTheActivePaneOfTheActiveWindowOnly()
     {
         m_f.view->model().right().setCursor(std::nullopt);
