@@ -12,17 +12,20 @@
 #include "model/commanderthemecolours.h"
 #include "model/themechoice.h"
 #include "platform/core/preferences.h"
+#include "platform/desktop/fileclipboard.h"
 #include "platform/desktop/standarddesktopservices.h"
 #include "quillorn/version.h"
 #include "tools/queueview.h"
 #include "tools/toolhost.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QGuiApplication>
 #include <QHeaderView>
 #include <QHideEvent>
 #include <QSplitter>
 #include <QVBoxLayout>
+#include <set>
 
 namespace quillorn {
 
@@ -40,6 +43,8 @@ CommanderModelOptions withDefaults(CommanderModelOptions options, QWidget *windo
     fill(desktop.openFile, standard.openFile);
     fill(desktop.writeClipboard, standard.writeClipboard);
     fill(desktop.readClipboard, standard.readClipboard);
+    fill(desktop.cutToClipboard, standard.cutToClipboard);
+    fill(desktop.clipboardIsCut, standard.clipboardIsCut);
     fill(desktop.preview, standard.preview);
     fill(desktop.alert, standard.alert);
     fill(desktop.prompt, standard.prompt);
@@ -125,6 +130,15 @@ void CommanderView::buildSurroundings(QVBoxLayout *layout,
     m_toolHost->setServices(
         {std::move(openFile), [](bool unsaved) { CommanderAppDelegate::unsavedEditor = unsaved; }});
     connect(qApp, &QGuiApplication::applicationStateChanged, this, &CommanderView::refreshWhenActive);
+    // Items cut here stop looking cut once anything else is copied or cut,
+    // in this program or another.
+    connect(QGuiApplication::clipboard(), &QClipboard::dataChanged, this, [this] {
+        const std::vector<std::filesystem::path> items = FileClipboard::read();
+        std::set<std::filesystem::path> cut = m_model->left().cut();
+        cut.insert(m_model->right().cut().begin(), m_model->right().cut().end());
+        if (!FileClipboard::readIsCut() || std::set(items.begin(), items.end()) != cut)
+            m_model->forgetCut();
+    });
 }
 
 void CommanderView::showEvent(QShowEvent *event)

@@ -167,10 +167,16 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
          .invoke = [&model](const Invocation &) { model.clipboardCopy(); }});
     add({.id = QStringLiteral("paste"),
          .text = QStringLiteral("Paste"),
-         .help = QStringLiteral("Copy the clipboard's items here"),
+         .help = QStringLiteral("Copy the clipboard's items here, or move them when they were cut"),
          .keyText = QStringLiteral("Ctrl+V"),
          .toolBarSymbol = int(ToolbarSymbol::docOnClipboard),
          .invoke = [&model](const Invocation &) { model.clipboardPaste(); }});
+    add({.id = QStringLiteral("cut"),
+         .text = QStringLiteral("Cut"),
+         .help = QStringLiteral("Cut the items: a paste moves them"),
+         .keys = {Qt::CTRL | Qt::Key_X},
+         .enabled = hasItems,
+         .invoke = [&model](const Invocation &) { model.clipboardCut(); }});
     add({.id = QStringLiteral("newTab"),
          .text = QStringLiteral("New tab"),
          .keyText = QStringLiteral("Ctrl+T"),

@@ -309,10 +309,29 @@ void CommanderModel::clipboardCopy()
     setStatus(QStringLiteral("Copied %1 file reference(s)").arg(items.size()));
 }
 
+void CommanderModel::clipboardCut()
+{
+    const std::vector<Path> items = active().selected();
+    if (items.empty())
+        return;
+    if (m_desktop.cutToClipboard)
+        m_desktop.cutToClipboard(items);
+    (m_activeLeft ? *m_right : *m_left).setCut({});
+    active().setCut({items.begin(), items.end()});
+    setStatus(QStringLiteral("Cut %1 file reference(s)").arg(items.size()));
+}
+
 void CommanderModel::clipboardPaste()
 {
     const std::vector<Path> items = m_desktop.readClipboard ? m_desktop.readClipboard() : std::vector<Path>{};
-    transfer(items, active().directory(), false);
+    const bool cut = !items.empty() && m_desktop.clipboardIsCut && m_desktop.clipboardIsCut();
+    transfer(items, active().directory(), cut);
+}
+
+void CommanderModel::forgetCut()
+{
+    m_left->setCut({});
+    m_right->setCut({});
 }
 
 void CommanderModel::openSearch()

@@ -65,8 +65,13 @@ public:
     // Opens the transfer sheet for the sources; nothing when there are none.
     void transfer(const std::vector<Path> &sources, const Path &destination, bool move);
     void clipboardCopy();
-    // Offers to copy the clipboard's files into the active pane's folder.
+    // Puts the items on the clipboard marked as cut; they are drawn dimmed.
+    void clipboardCut();
+    // Offers to copy the clipboard's files into the active pane's folder, or to
+    // move them when they were cut (here or in another file manager).
     void clipboardPaste();
+    // The clipboard no longer holds the items cut here: nothing is dimmed.
+    void forgetCut();
     // The sheets the window's keys and tool bar ask for: the name search below
     // the active pane's folder, the comparison of the two panes' folders, and
     // the information sheet of the first item to act on (nothing without one).

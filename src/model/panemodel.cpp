@@ -556,6 +556,12 @@ void PaneModel::reveal(const fs::path &item)
     m_revealed = m_directory / item.filename();
 }
 
+void PaneModel::setCut(std::set<fs::path> items)
+{
+    if (assign(m_cut, std::move(items)))
+        Q_EMIT cutChanged();
+}
+
 void PaneModel::reveal(const std::vector<fs::path> &items)
 {
     if (items.empty())

@@ -45,6 +45,10 @@ public:
     const std::vector<FileEntry> &entries() const;
     const std::set<std::filesystem::path> &selection() const;
     bool isTagged(const std::filesystem::path &url) const;
+    // Items cut to the clipboard from this pane, drawn dimmed until they are
+    // pasted or the clipboard holds something else.
+    const std::set<std::filesystem::path> &cut() const { return m_cut; }
+    void setCut(std::set<std::filesystem::path> items);
     const std::optional<std::filesystem::path> &cursor() const;
     const QString &path() const; // text of the path field
     const QString &filter() const;
@@ -104,6 +108,7 @@ Q_SIGNALS:
     void entriesChanged();
     void visibleChanged(); // after visible() was recomputed (entries, filter, sort or ascending changed)
     void selectionChanged();
+    void cutChanged();
     void cursorChanged();
     void pathChanged();
     void filterChanged();
@@ -149,6 +154,7 @@ private:
     std::optional<std::filesystem::path> m_cursor;
     std::optional<std::filesystem::path> m_revealed;   // where the next listing puts the cursor
     std::vector<std::filesystem::path> m_revealedTags; // and what it tags
+    std::set<std::filesystem::path> m_cut;
     QString m_path;
     QString m_filter;
     std::optional<QString> m_error;

@@ -56,6 +56,7 @@ const KeyRow keyRows[] = {
     {"F10 quit", Qt::Key_F10, ctrl, 1, "", "b.txt", "", "quit"},
     {"Ctrl+C copies references", Qt::Key_C, ctrl, 1, "c.txt,d.txt", "b.txt", "c.txt,d.txt", "clipboard:2"},
     {"Ctrl+V offers a paste", Qt::Key_V, ctrl, 1, "", "b.txt", "", "tool:transfer:copy"},
+    {"Ctrl+X cuts references", Qt::Key_X, ctrl, 1, "c.txt", "b.txt", "c.txt", "cut:1"},
     {"Ctrl+T new tab", Qt::Key_T, ctrl, 1, "", "b.txt", "", "tabs:2"},
     {"Ctrl+W with one tab goes on", Qt::Key_W, ctrl, 1, "", "b.txt", "", "goes on"},
     {"Ctrl+F search", Qt::Key_F, ctrl, 1, "", "b.txt", "", "tool:search:Left"},
@@ -81,7 +82,7 @@ const KeyRow keyRows[] = {
     // The window's own command rows, after the fixed ones.
     {"a letter jumps to the first name it starts", Qt::Key_D, none, 0, "", "d.txt", "", ""},
     {"a letter nothing starts with stays put", Qt::Key_X, none, 1, "", "b.txt", "", ""},
-    {"Ctrl with a letter of no command goes on", Qt::Key_X, ctrl, 1, "", "b.txt", "", "goes on"},
+    {"Ctrl with a letter of no command goes on", Qt::Key_B, ctrl, 1, "", "b.txt", "", "goes on"},
     {"PgDn stops at the last row", Qt::Key_PageDown, none, 0, "", "d.txt", "", ""},
     {"Shift+PgDn tags every row it passes", Qt::Key_PageDown, shift, 1, "", "d.txt", "c.txt,d.txt", ""},
     {"Home goes to the first row", Qt::Key_Home, none, 3, "", "alpha", "", ""},
@@ -135,7 +136,7 @@ private Q_SLOTS:
             effects << "refresh";
         if (const auto copied = FileClipboard::read();
             copied != std::vector<fs::path>{*m_f.tree / "Right/r.txt"})
-            effects << "clipboard:" + QString::number(copied.size());
+            effects << (FileClipboard::readIsCut() ? "cut:" : "clipboard:") + QString::number(copied.size());
         if (const auto &tool = m_f.view->model().tool()) {
             QString text = "tool:" + tool->id();
             if (const auto *transfer = tool->as<ToolSheet::Transfer>())
@@ -190,6 +191,42 @@ private Q_SLOTS:
         QCOMPARE(left.selection().size(), std::size_t(left.visibleCount()));
         press(0x421, Qt::ControlModifier, 54, QStringLiteral("\x03")); // Ctrl+С: copy the items' references
         QCOMPARE(QApplication::clipboard()->mimeData()->hasUrls(), true);
+    }
+
+    void cutItemsAreDimmedAndPasteAsAMoveWhereverTheyWereCut()
+    {
+        PaneModel &left = m_f.left();
+        WindowFixture::waitListed(left);
+        left.setCursor(*m_f.tree / "Left/c.txt");
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_X, Qt::ControlModifier);
+        QCOMPARE(left.cut(), std::set<fs::path>{*m_f.tree / "Left/c.txt"});
+        const QAbstractItemModel *rows = m_f.view->leftPane()->listView()->model();
+        const auto dimmed = [&](const char *item) {
+            const auto row = left.visibleIndexOf(*m_f.tree / "Left" / item);
+            return rows->index(*row, 0).data(detail::PaneTableModel::cutRole).toBool();
+        };
+        QVERIFY(dimmed("c.txt") && !dimmed("b.txt"));
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_Tab);
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_V, Qt::ControlModifier);
+        QVERIFY(m_f.view->model().tool());
+        const auto *transfer = m_f.view->model().tool()->as<ToolSheet::Transfer>();
+        QVERIFY(transfer && transfer->move && transfer->sources == std::vector{*m_f.tree / "Left/c.txt"});
+        m_f.view->model().setTool(std::nullopt);
+
+        // Copying anything else, here or elsewhere, ends the cut's look.
+        QApplication::clipboard()->setMimeData(
+            FileClipboard::mimeData({*m_f.tree / "Right/r.txt"}).release());
+        QTRY_VERIFY(left.cut().empty());
+        QVERIFY(!dimmed("c.txt"));
+        // A cut in KDE's form, as Dolphin writes it, pastes as a move too.
+        auto *kde = new QMimeData;
+        kde->setData("text/uri-list",
+                     "file://" + QByteArray::fromStdString((*m_f.tree / "Right/r.txt").string()));
+        kde->setData("application/x-kde-cutselection", "1");
+        QApplication::clipboard()->setMimeData(kde);
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_Tab);
+        QTest::keyClick(m_f.view->centralWidget(), Qt::Key_V, Qt::ControlModifier);
+        QVERIFY(m_f.view->model().tool() && m_f.view->model().tool()->as<ToolSheet::Transfer>()->move);
     }
 
     void keysActOnTheActivePaneOfTheActiveWindowOnly()

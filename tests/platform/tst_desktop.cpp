@@ -35,7 +35,7 @@ private Q_SLOTS:
         const char *gnome = "x-special/gnome-copied-files", *uris = "text/uri-list";
         const std::tuple<const char *, QByteArray, Paths> cases[] = {
             {gnome, "copy\nfile:///srv/a%20b\nfile:///srv/c", {"/srv/a b", "/srv/c"}},
-            {gnome, "cut\nfile:///srv/a\n", {"/srv/a"}}, // pasted as a copy
+            {gnome, "cut\nfile:///srv/a\n", {"/srv/a"}},
             {uris, "# from a browser\nfile://localhost/srv/a\n\nfile:///srv/b/\n", {"/srv/a", "/srv/b"}},
             {uris,
              "https://example.org/a\r\nfile://fileserver.example/srv/x\r\nfile:///srv/kept\r\n",
@@ -49,7 +49,13 @@ private Q_SLOTS:
             data->setData(type, bytes);
             QGuiApplication::clipboard()->setMimeData(data);
             QVERIFY2(FileClipboard::read() == expected, bytes.constData());
+            QCOMPARE(FileClipboard::readIsCut(), bytes.startsWith("cut"));
         }
+        // Cut: GNOME's mark and KDE's, which Dolphin reads beside the URI list.
+        const auto cut = FileClipboard::mimeData({"/srv/a"}, true);
+        QCOMPARE(cut->data(gnome), "cut\nfile:///srv/a");
+        QCOMPARE(cut->data("application/x-kde-cutselection"), "1");
+        QVERIFY(FileClipboard::isCut(*cut) && !FileClipboard::isCut(*FileClipboard::mimeData({"/srv/a"})));
     }
 
     void quickLookShowsPicturesTextAndFactsWithoutOpeningPipes()

@@ -95,6 +95,9 @@ void PaneRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
     painter->drawLine(cell.bottomLeft(), cell.bottomRight());
 
     painter->setFont(m_font);
+    // Cut items stay where they are until pasted: their text and icon fade.
+    if (index.data(PaneTableModel::cutRole).toBool())
+        painter->setOpacity(0.5);
     if (index.column() == PaneTableModel::nameColumn) {
         paintName(*painter, cell, index);
     } else {
@@ -106,6 +109,7 @@ void PaneRowDelegate::paint(QPainter *painter, const QStyleOptionViewItem &optio
         painter->drawText(text, Qt::AlignRight | Qt::AlignVCenter,
                           painter->fontMetrics().elidedText(value, Qt::ElideLeft, text.width()));
     }
+    painter->setOpacity(1.0);
     if (index.data(PaneTableModel::cursorRole).toBool())
         paintCursorFrame(*painter, cell, index);
     painter->restore();

@@ -13,6 +13,10 @@ PaneTableModel::PaneTableModel(PaneModel &pane, QObject *parent)
     connect(&m_pane, &PaneModel::visibleChanged, this, &PaneTableModel::resetRows);
     connect(&m_pane, &PaneModel::selectionChanged, this, &PaneTableModel::repaintTagChanges);
     connect(&m_pane, &PaneModel::cursorChanged, this, &PaneTableModel::repaintCursorChange);
+    connect(&m_pane, &PaneModel::cutChanged, this, [this] {
+        if (m_rows > 0)
+            Q_EMIT dataChanged(index(0, 0), index(m_rows - 1, columnCount_ - 1), {cutRole});
+    });
     auto headers = [this] { Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount_ - 1); };
     connect(&m_pane, &PaneModel::sortChanged, this, headers);
     connect(&m_pane, &PaneModel::ascendingChanged, this, headers);
@@ -76,6 +80,8 @@ QVariant PaneTableModel::data(const QModelIndex &index, int role) const
         return !m_pane.selection().empty() && m_pane.isTagged(entry->url());
     case cursorRole:
         return m_pane.cursor() && entry->hasUrl(*m_pane.cursor());
+    case cutRole:
+        return !m_pane.cut().empty() && m_pane.cut().contains(entry->url());
     case directoryRole:
         return entry->directory;
     case pathRole: {

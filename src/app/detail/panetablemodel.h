@@ -26,6 +26,7 @@ public:
         cursorRole,
         directoryRole,
         pathRole, // the entry's path bytes as a QByteArray
+        cutRole,  // cut to the clipboard: drawn dimmed
     };
 
     explicit PaneTableModel(PaneModel &pane, QObject *parent = nullptr);

@@ -33,6 +33,10 @@ struct DesktopServices {
     std::function<void(const std::vector<Path> &items)> writeClipboard;
     // The local files referenced on the clipboard, in order; empty when there are none.
     std::function<std::vector<Path>()> readClipboard;
+    // Replaces the clipboard with these items marked as cut: a paste moves them.
+    std::function<void(const std::vector<Path> &items)> cutToClipboard;
+    // Whether the clipboard's items were cut, here or in another file manager.
+    std::function<bool()> clipboardIsCut;
     // Shows a quick look at the item; `failed` gets the reason, on the interface
     // thread, when the item cannot be read.
     std::function<void(const Path &item, std::function<void(const QString &reason)> failed)> preview;

@@ -29,10 +29,10 @@ std::vector<std::filesystem::path> parseUriLines(const QByteArray &data, bool gn
 
 } // namespace
 
-std::unique_ptr<QMimeData> FileClipboard::mimeData(const std::vector<Path> &items)
+std::unique_ptr<QMimeData> FileClipboard::mimeData(const std::vector<Path> &items, bool cut)
 {
     QByteArray uriList;
-    QByteArray gnome = "copy";
+    QByteArray gnome = cut ? "cut" : "copy";
     QStringList text;
     for (const Path &item : items) {
         const QByteArray url = encodedFileUrl(item);
@@ -44,6 +44,8 @@ std::unique_ptr<QMimeData> FileClipboard::mimeData(const std::vector<Path> &item
     data->setData(uriListType, uriList);
     data->setData(gnomeType, gnome);
     data->setText(text.join('\n'));
+    if (cut)
+        data->setData(kdeCutType, "1");
     return data;
 }
 
@@ -58,9 +60,22 @@ std::vector<FileClipboard::Path> FileClipboard::items(const QMimeData &data)
     return {};
 }
 
-void FileClipboard::write(const std::vector<Path> &items)
+bool FileClipboard::isCut(const QMimeData &data)
 {
-    QGuiApplication::clipboard()->setMimeData(mimeData(items).release());
+    if (data.hasFormat(gnomeType))
+        return data.data(gnomeType).split('\n').constFirst().trimmed() == "cut";
+    return data.data(kdeCutType).trimmed() == "1";
+}
+
+void FileClipboard::write(const std::vector<Path> &items, bool cut)
+{
+    QGuiApplication::clipboard()->setMimeData(mimeData(items, cut).release());
+}
+
+bool FileClipboard::readIsCut()
+{
+    const QMimeData *data = QGuiApplication::clipboard()->mimeData();
+    return data && isCut(*data);
 }
 
 std::vector<FileClipboard::Path> FileClipboard::read()

@@ -42,8 +42,14 @@ DesktopServices standardDesktopServices(QWidget *window)
                 reportUnopened(parent.data(), file);
         });
     };
-    desktop.writeClipboard = &FileClipboard::write;
+    desktop.writeClipboard = [](const std::vector<std::filesystem::path> &items) {
+        FileClipboard::write(items);
+    };
     desktop.readClipboard = &FileClipboard::read;
+    desktop.cutToClipboard = [](const std::vector<std::filesystem::path> &items) {
+        FileClipboard::write(items, true);
+    };
+    desktop.clipboardIsCut = &FileClipboard::readIsCut;
     desktop.preview = [parent](const std::filesystem::path &item, QuickLook::Failed failed) {
         QuickLook::preview(item, std::move(failed), parent.data());
     };
