@@ -14,10 +14,12 @@ JOBS        ?= $(shell nproc)
 # and dosfstools for a FAT volume, mount for losetup, util-linux for setpriv and
 # prlimit, e2fsprogs for chattr and mkfs.ext4, strace); metadata tools (acl, attr);
 # the desktop's trash client (gio from libglib2.0-bin, its GIO module gvfs,
-# gvfs-daemons, dbus-daemon for dbus-run-session); unzip for archives; rsync and
-# time for the copy benchmark; python3 and desktop-file-utils for the install check.
+# gvfs-daemons, dbus-daemon for dbus-run-session); GIO's headers (libglib2.0-dev)
+# for the applications of a MIME type and "Open with"; unzip for archives; rsync
+# and time for the copy benchmark; python3 and desktop-file-utils for the install
+# check and the index of the test applications' MIME types.
 PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
-	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev \
+	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev \
 	libgtest-dev libgmock-dev libbenchmark-dev \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \

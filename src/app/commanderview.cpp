@@ -1,5 +1,6 @@
 #include "app/commanderview.h"
 
+#include "app/applicationchooser.h"
 #include "app/commanderappdelegate.h"
 #include "app/commandertoolbar.h"
 #include "app/detail/panelayout.h"
@@ -7,6 +8,7 @@
 #include "app/filepane.h"
 #include "app/functionkeybar.h"
 #include "app/keyhandler.h"
+#include "app/panecontextmenu.h"
 #include "app/statusline.h"
 #include "app/themepalette.h"
 #include "model/commanderthemecolours.h"
@@ -103,8 +105,9 @@ CommanderView::~CommanderView()
     if (isVisible())
         savePlacement();
     // Everything that observes the model goes before it: the key monitor, the
-    // sheet, the bars and the pane views.
+    // menu, the sheet, the bars and the pane views.
     delete m_monitor;
+    delete m_contextMenu;
     delete m_toolHost;
     delete m_toolBar;
     delete m_queueView;
@@ -125,6 +128,7 @@ void CommanderView::buildSurroundings(QVBoxLayout *layout,
     layout->addWidget(m_statusLine);
     m_functionKeys = new FunctionKeyBar(m_commands, content);
     layout->addWidget(m_functionKeys);
+    m_contextMenu = new PaneContextMenu(m_commands, this);
     m_toolHost = new ToolHost(*m_model, this);
     // The editor's "Open in default app", and its unsaved state for the quit guard.
     m_toolHost->setServices(
@@ -175,12 +179,30 @@ WindowHooks CommanderView::hooks(DesktopServices desktop)
             m_showSettings();
     };
     hooks.closeWindow = [this] { close(); };
+    hooks.showContextMenu = [this] {
+        showContextMenu(m_model->activeLeft(), activePane()->menuPosition(),
+                        !m_model->active().selected().empty());
+    };
+    hooks.chooseApplication = [this](std::function<void(const DesktopApplication &)> chosen) {
+        ApplicationChooser::offer(allApplications(), std::move(chosen), this);
+    };
     return hooks;
 }
 
 FilePane *CommanderView::activePane() const
 {
     return m_model->activeLeft() ? m_leftPane : m_rightPane;
+}
+
+// Once the menu closes the keyboard is back on the pane it was opened for.
+void CommanderView::showContextMenu(bool left, QPoint at, bool onItems)
+{
+    m_contextMenu->popUp(onItems ? PaneContextMenu::Kind::items : PaneContextMenu::Kind::folder, at,
+                         [this, left] {
+                             m_model->setActiveLeft(left);
+                             if (!QApplication::activeModalWidget())
+                                 centralWidget()->setFocus(Qt::PopupFocusReason);
+                         });
 }
 
 // The list of the queue panel, when it is on screen.
@@ -256,6 +278,7 @@ FilePane *CommanderView::makePane(PaneModel &pane, bool left)
     view->drop = [this, &pane](const std::vector<std::filesystem::path> &files) {
         m_model->transfer(files, pane.directory(), false);
     };
+    view->contextMenu = [this, left](QPoint at, bool onItems) { showContextMenu(left, at, onItems); };
     return view;
 }
 

@@ -20,6 +20,7 @@ class CommanderToolBar;
 class FilePane;
 class FunctionKeyBar;
 class KeyHandler;
+class PaneContextMenu;
 class Preferences;
 class QueueView;
 class StatusLine;
@@ -29,7 +30,8 @@ class ToolHost;
 // by side, the active one outlined, in the chosen theme. It answers the panes'
 // callbacks: a press activates a pane, a double click opens an entry through the
 // model (a folder is entered, a file opened), dropped files go to the transfer
-// sheet as a copy into that pane's folder.
+// sheet as a copy into that pane's folder, a right-click or the Menu key opens
+// the context menu of the items or the folder.
 //
 // Around the panes: the tool bar above, then the queue panel, the status line
 // and the function-key bar below, all in the theme. The tool sheet the model
@@ -58,6 +60,8 @@ public:
     KeyHandler *keyMonitor() const { return m_monitor; }
     // Every command of the window, once.
     const CommandTable &commands() const { return m_commands; }
+    // The panes' context menu, made from the commands.
+    PaneContextMenu *contextMenu() const { return m_contextMenu; }
     // What the "Settings…" command opens; the application sets it.
     void setShowSettings(std::function<void()> show) { m_showSettings = std::move(show); }
 
@@ -74,6 +78,7 @@ private:
     void buildSurroundings(QVBoxLayout *layout, std::function<void(const std::filesystem::path &)> openFile);
     WindowHooks hooks(DesktopServices desktop);
     FilePane *activePane() const;
+    void showContextMenu(bool left, QPoint at, bool onItems);
     QWidget *queueList() const;
     void refreshWhenActive(Qt::ApplicationState state);
     void showActivePane();
@@ -93,6 +98,7 @@ private:
     ToolHost *m_toolHost = nullptr;
     KeyHandler *m_monitor = nullptr;
     CommandTable m_commands;
+    PaneContextMenu *m_contextMenu = nullptr;
     std::function<void()> m_showSettings;
 };
 

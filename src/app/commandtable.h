@@ -10,8 +10,8 @@
 namespace quillorn {
 
 // One command of the main window, defined once: the key handler's extra rows,
-// the tool bar, the function-key bar, the application menu and the help's key
-// list are all made from these entries.
+// the tool bar, the function-key bar, the application menu, the panes' context
+// menu and the help's key list are all made from these entries.
 struct Command {
     // What invoke is told about the key that ran it.
     struct Invocation {
@@ -22,6 +22,8 @@ struct Command {
     QString text = {}; // what buttons, menus and the help show: "Tag by pattern…"
     // What the help says where `text` is too short out of its button; empty: text.
     QString help = {};
+    // What menus show where `text` is the function-key bar's short label; empty: text.
+    QString menuText = {};
     // Extra key rows. The fixed keys of the panes (F1…F10, the Ctrl letters,
     // Return, Tab, Space, Backspace, the arrows) are not repeated here.
     QList<QKeyCombination> keys = {};
@@ -43,8 +45,14 @@ struct Command {
     // are left alone while it is false.
     std::function<bool()> enabled = {};
     std::function<void(const Invocation &)> invoke = {};
+    // A menu entry with a check mark, set while this says so; empty: not checkable.
+    std::function<bool()> checked = {};
+    // A menu entry with a submenu of these commands, asked for each time it
+    // opens; empty: none. Run without its submenu, the command does `invoke`.
+    std::function<std::vector<Command>()> choices = {};
 
     bool isEnabled() const { return !enabled || enabled(); }
+    const QString &menuLabel() const { return menuText.isEmpty() ? text : menuText; }
     // The key as the help and menus name it; empty without one.
     QString shownKey() const;
 };

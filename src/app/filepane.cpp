@@ -133,6 +133,7 @@ void FilePane::buildListing()
     connect(header, &QHeaderView::sectionClicked, this, &FilePane::pressHeader);
     connect(m_list, &PaneTableView::rowClicked, this, &FilePane::clickRow);
     connect(m_list, &PaneTableView::rowDoubleClicked, this, &FilePane::doubleClickRow);
+    connect(m_list, &PaneTableView::contextMenuRequested, this, &FilePane::requestContextMenu);
 
     m_error = new QWidget(m_list->viewport());
     m_error->setObjectName(QStringLiteral("errorView"));
@@ -337,6 +338,33 @@ void FilePane::doubleClickRow(int row)
         const FileEntry copy = *entry; // opening may replace the listing
         open(copy);
     }
+}
+
+// The menu acts on what a command would: a tagged row keeps the tags, any other
+// row is clicked first, so that it alone is acted on.
+void FilePane::requestContextMenu(int row, QPoint globalPosition)
+{
+    takeFocusFromTextFields();
+    requestActivation();
+    const FileEntry *entry = m_model->entryAt(row);
+    if (entry && m_pane.isTagged(entry->url()))
+        m_pane.setCursor(entry->url());
+    else if (entry)
+        applyRowClick(m_pane, entry->url(), Qt::NoModifier);
+    if (contextMenu)
+        contextMenu(globalPosition, entry != nullptr);
+}
+
+QPoint FilePane::menuPosition() const
+{
+    const QWidget *viewport = m_list->viewport();
+    const QPoint indent(24, 0); // past the row's icon
+    if (const auto row = m_pane.cursor() ? m_model->rowOf(*m_pane.cursor()) : std::nullopt) {
+        const QRect shown = m_list->visualRect(m_model->index(*row, 0));
+        if (viewport->rect().intersects(shown))
+            return viewport->mapToGlobal(shown.bottomLeft() + indent);
+    }
+    return viewport->mapToGlobal(indent);
 }
 
 void FilePane::pressHeader(int section)

@@ -45,10 +45,13 @@ public:
     bool active() const { return m_active; }
     void setActive(bool active);
 
-    // Set by the window: make this pane active, open an entry, receive dropped files.
+    // Set by the window: make this pane active, open an entry, receive dropped
+    // files, show the context menu at a global position, of the items to act
+    // on (true) or of the folder.
     std::function<void()> activate;
     std::function<void(const FileEntry &)> open;
     std::function<void(const std::vector<std::filesystem::path> &)> drop;
+    std::function<void(QPoint, bool onItems)> contextMenu;
 
     // What the window's commands ask of the pane: how many rows its list shows,
     // the keyboard in its filter or path field, its favourites or locations menu.
@@ -57,6 +60,9 @@ public:
     void focusPath();
     void showFavouritesMenu();
     void showLocationsMenu();
+    // Where a menu opened from the keyboard goes: below the cursor's row while
+    // it is in view, else at the top of the list (global coordinates).
+    QPoint menuPosition() const;
 
     detail::PaneHeaderBar *headerBar() const { return m_header; }
     detail::PaneTabStrip *tabStrip() const { return m_tabs; }
@@ -78,6 +84,7 @@ private:
 
     void clickRow(int row, Qt::KeyboardModifiers modifiers);
     void doubleClickRow(int row);
+    void requestContextMenu(int row, QPoint globalPosition);
     void pressHeader(int section);
     void submitPath();
     void submitFilter();

@@ -134,6 +134,10 @@ std::optional<KeyHandler::Binding> KeyHandler::binding(int key, Qt::KeyboardModi
         const std::optional<char> character = unmodifiedCharacter(key, modifiers);
         if (!character)
             return std::nullopt;
+        // Ctrl+Shift with a letter is a chord of its own, left to the window's
+        // commands (Ctrl+Shift+C copies paths where Ctrl+C copies references).
+        if ((modifiers & Qt::ShiftModifier) && *character >= 'a' && *character <= 'z')
+            return std::nullopt;
         for (const CharacterRow &row : controlRows) {
             if (row.character != *character)
                 continue;

@@ -22,9 +22,10 @@ class CommandTable;
 // A gate decides first whether the window may take a key at all; it says no
 // while a tool sheet, an alert or a text field has the keyboard, so those get
 // every key untouched. Keys the table does not know, and the few rows that
-// decline (Ctrl+W with one tab, Ctrl+. without Shift), go on to the window's
-// command table, whose key rows come after the fixed ones and never replace
-// them; a disabled command leaves its key alone. Then letters and digits typed
+// decline (Ctrl+W with one tab, Ctrl+. without Shift, Ctrl+Shift with a
+// letter), go on to the window's command table, whose key rows come after the
+// fixed ones and never replace them; a disabled command leaves its key alone.
+// Then letters and digits typed
 // without Ctrl or Alt move the cursor to the first name that starts with what
 // was typed within the platform's keyboard-search interval. Whatever is left
 // goes on to normal handling: menus and the window's own shortcuts. Ctrl

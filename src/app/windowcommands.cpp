@@ -6,6 +6,7 @@
 #include "platform/core/displaytext.h"
 
 #include <QApplication>
+#include <QClipboard>
 #include <QRegularExpression>
 #include <algorithm>
 #include <limits>
@@ -43,6 +44,88 @@ void stepTab(PaneModel &pane, int step)
     const int count = static_cast<int>(pane.tabs().size());
     if (count > 1)
         pane.selectTab((pane.tabIndex() + step + count) % count);
+}
+
+// Whether F<number> has items to act on: Rename takes exactly one, View, Edit,
+// Copy, Move and Trash at least one; the others act on the folder or the window.
+std::function<bool()> functionKeyEnabled(CommanderModel &model, int number)
+{
+    switch (number) {
+    case 2:
+        return [&model] { return model.active().selected().size() == 1; };
+    case 3:
+    case 4:
+    case 5:
+    case 6:
+    case 8:
+        return [&model] { return !model.active().selected().empty(); };
+    default:
+        return {};
+    }
+}
+
+// The paths as the panes show them, one per line: text for a terminal or a
+// message, where a name's bytes outside UTF-8 show as the replacement mark.
+void copyPaths(CommanderModel &model)
+{
+    const std::vector<std::filesystem::path> items = model.active().selected();
+    QStringList lines;
+    for (const std::filesystem::path &item : items)
+        lines << displayText(item);
+    QGuiApplication::clipboard()->setText(lines.join(QLatin1Char('\n')));
+    model.setStatus(QStringLiteral("Copied %1 path(s)").arg(items.size()));
+}
+
+using Items = std::vector<std::filesystem::path>;
+using Launcher = std::function<void(const DesktopApplication &)>;
+
+// "Open with": the applications of the first item's type, the default first,
+// then the choice among all applications. The items are the ones selected when
+// the submenu opened.
+std::vector<Command> openWithChoices(const Items &items, std::function<Launcher(Items)> launcher,
+                                     std::function<void(Items)> choose)
+{
+    std::vector<Command> choices;
+    if (items.empty())
+        return choices;
+    for (const DesktopApplication &application : applicationsFor(mimeTypeOf(items.front())))
+        choices.push_back(
+            {.id = QStringLiteral("openWith:") + application.id,
+             .text = application.name,
+             .invoke = [launch = launcher(items), application](const Invocation &) { launch(application); }});
+    choices.push_back({.id = QStringLiteral("otherApplication"),
+                       .text = QStringLiteral("Other application…"),
+                       .invoke = [choose, items](const Invocation &) { choose(items); }});
+    return choices;
+}
+
+// The items' commands beyond the tool bar's, which the context menu offers.
+void addItemCommands(CommanderModel &model, const WindowHooks &hooks, std::vector<Command> &table)
+{
+    auto hasItems = [&model] { return !model.active().selected().empty(); };
+    const auto launcher = [&model](Items items) -> Launcher {
+        return [&model, items = std::move(items)](const DesktopApplication &application) {
+            if (const std::optional<QString> failure = launchApplication(application.id, items))
+                model.setStatus(*failure);
+        };
+    };
+    const auto choose = [launcher, chooseApplication = hooks.chooseApplication](Items items) {
+        if (chooseApplication && !items.empty())
+            chooseApplication(launcher(std::move(items)));
+    };
+    table.push_back(
+        {.id = QStringLiteral("openWith"),
+         .text = QStringLiteral("Open with"),
+         .enabled = hasItems,
+         .invoke = [&model, choose](const Invocation &) { choose(model.active().selected()); },
+         .choices = [&model, launcher,
+                     choose] { return openWithChoices(model.active().selected(), launcher, choose); }});
+    table.push_back({.id = QStringLiteral("copyPath"),
+                     .text = QStringLiteral("Copy path"),
+                     .help = QStringLiteral("Copy the items' full paths as text"),
+                     .keys = {Qt::CTRL | Qt::SHIFT | Qt::Key_C},
+                     .enabled = hasItems,
+                     .invoke = [&model](const Invocation &) { copyPaths(model); }});
 }
 
 QRegularExpression wildcard(const QString &pattern)
@@ -119,6 +202,9 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
         command.text = FunctionKeyBar::actions[number - 1];
         command.keyText = QStringLiteral("F%1").arg(number);
         command.functionKey = number;
+        if (number == 5 || number == 6)
+            command.menuText = command.text + QStringLiteral(" to other pane");
+        command.enabled = functionKeyEnabled(model, number);
         command.invoke = [&model, number](const Invocation &) { model.perform(number); };
         add(std::move(command));
     }
@@ -189,6 +275,7 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
          .toolBarSymbol = int(ToolbarSymbol::xmark),
          .enabled = [activePane] { return activePane().tabs().size() != 1; },
          .invoke = [activePane](const Invocation &) { activePane().closeTab(); }});
+    addItemCommands(model, hooks, table);
 
     // Moving through the listing and the tabs.
     const auto page = [rows = hooks.rowsPerPage] { return std::max(1, rows ? rows() - 1 : 20); };
@@ -252,6 +339,11 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
          .help = QStringLiteral("Path field (Escape goes back to the list)"),
          .keys = {Qt::CTRL | Qt::Key_L},
          .invoke = calling(hooks.focusPath)});
+    add({.id = QStringLiteral("contextMenu"),
+         .text = QStringLiteral("Context menu"),
+         .help = QStringLiteral("Context menu of the items, or of the folder with none selected"),
+         .keys = {QKeyCombination(Qt::Key_Menu)},
+         .invoke = calling(hooks.showContextMenu)});
     add({.id = QStringLiteral("queue"),
          .text = QStringLiteral("Queue"),
          .help = QStringLiteral("Queue panel (Escape goes back to the panes)"),
@@ -265,17 +357,35 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
         {FileSort::size, QStringLiteral("size")},
         {FileSort::modified, QStringLiteral("modified")},
     };
-    int digit = 0;
-    for (const auto &[key, name] : sorts) {
-        const int number = ++digit;
+    const auto sortCommand = [activePane, sorts](int number) {
+        const auto &[key, name] = sorts[number - 1];
         Command command;
         command.id = QStringLiteral("sortBy%1").arg(number);
         command.text = QStringLiteral("Sort by %1").arg(name);
         command.help = command.text + QStringLiteral(" (again: reverse)");
         command.keys = {Qt::CTRL | Qt::Key(Qt::Key_0 + number)};
         command.invoke = [activePane, key](const Invocation &) { sortBy(activePane(), key); };
-        add(std::move(command));
-    }
+        command.checked = [activePane, key] { return activePane().sort() == key; };
+        return command;
+    };
+    for (int number = 1; number <= int(std::size(sorts)); ++number)
+        add(sortCommand(number));
+    add({.id = QStringLiteral("sortBy"), .text = QStringLiteral("Sort by"), .choices = [sortCommand, sorts] {
+             std::vector<Command> choices;
+             for (int number = 1; number <= int(std::size(sorts)); ++number) {
+                 choices.push_back(sortCommand(number));
+                 choices.back().menuText = sorts[number - 1].second;
+             }
+             return choices;
+         }});
+    add({.id = QStringLiteral("showHidden"),
+         .text = QStringLiteral("Show hidden"),
+         .help = QStringLiteral("Show or hide hidden files"),
+         // The key is a row of the key handler's own table; named here for the help and menus.
+         .keyText = QStringLiteral("Ctrl+Shift+."),
+         .invoke =
+             [activePane](const Invocation &) { activePane().setShowHidden(!activePane().showHidden()); },
+         .checked = [activePane] { return activePane().showHidden(); }});
     add({.id = QStringLiteral("tagPattern"),
          .text = QStringLiteral("Tag by pattern…"),
          .keys = {QKeyCombination(Qt::Key_Plus)},

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "app/commandtable.h"
+#include "platform/desktop/mimeapplications.h"
 
 #include <filesystem>
 #include <functional>
@@ -25,6 +26,10 @@ struct WindowHooks {
     std::function<void()> closeWindow;
     // Asks for a line of text: title and initial value; none when cancelled.
     std::function<std::optional<QString>(const QString &, const QString &)> prompt;
+    // The context menu of the active pane, where its cursor is.
+    std::function<void()> showContextMenu;
+    // Offers every installed application; calls back with the one chosen, if any.
+    std::function<void(std::function<void(const DesktopApplication &)>)> chooseApplication;
 };
 
 // Every command of the main window, in the order the help lists them.

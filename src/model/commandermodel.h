@@ -55,6 +55,8 @@ public:
     bool activeLeft() const { return m_activeLeft; }
     void setActiveLeft(bool activeLeft);
     const QString &status() const { return m_status; }
+    // What the window's own commands report, such as an application that would not start.
+    void setStatus(const QString &status);
 
     // The command of function key F<number>; other numbers do nothing.
     void perform(int number);
@@ -104,7 +106,6 @@ private:
     void placeCursorsOnMadeItems(const QueueItem &finished);
     std::optional<QString> prompt(const QString &title, const QString &value);
     int alert(const QString &message, const QString &informativeText, const QStringList &buttons = {});
-    void setStatus(const QString &status);
 
     DesktopServices m_desktop;
     FileOperations m_operations;

@@ -62,6 +62,8 @@ const KeyRow keyRows[] = {
     {"Ctrl+F search", Qt::Key_F, ctrl, 1, "", "b.txt", "", "tool:search:Left"},
     {"Ctrl+I info", Qt::Key_I, ctrl, 2, "", "c.txt", "", "tool:info:c.txt"},
     {"Ctrl+R refresh", Qt::Key_R, ctrl, 1, "", "b.txt", "", "refresh"},
+    {"Ctrl+Shift+C copies paths as text, not references", Qt::Key_C, ctrl | shift, 2, "", "c.txt", "",
+     "clipboard:0"},
     {"Ctrl+A select all", Qt::Key_A, ctrl, 3, "", "alpha", "alpha,b.txt,c.txt,d.txt", ""},
     {"Ctrl+Shift+. shows hidden", Qt::Key_Period, ctrl | shift, 1, "", "b.txt", "", "hidden"},
     {"Ctrl+Shift+. as > on a US layout", Qt::Key_Greater, ctrl | shift, 1, "", "b.txt", "", "hidden"},

@@ -4,6 +4,7 @@
 #include "app/detail/panetablemodel.h"
 
 #include <QApplication>
+#include <QContextMenuEvent>
 #include <QDrag>
 #include <QHeaderView>
 #include <QMimeData>
@@ -87,6 +88,13 @@ void PaneTableView::mouseDoubleClickEvent(QMouseEvent *event)
     const QModelIndex index = indexAt(event->position().toPoint());
     if (index.isValid())
         Q_EMIT rowDoubleClicked(index.row());
+}
+
+void PaneTableView::contextMenuEvent(QContextMenuEvent *event)
+{
+    const QModelIndex index = indexAt(event->pos());
+    Q_EMIT contextMenuRequested(index.isValid() ? index.row() : -1, event->globalPos());
+    event->accept();
 }
 
 // A tagged row takes all tagged rows along, in the listing's order; any other

@@ -9,9 +9,10 @@
 namespace quillorn::detail {
 
 // The listing's table. It takes no keyboard focus (the window's key handler
-// drives the cursor) and has no selection of its own: presses, double clicks
-// and drags on rows are reported as signals, and a row dragged out becomes a
-// file URL, a tagged one together with all other tagged rows.
+// drives the cursor) and has no selection of its own: presses, double clicks,
+// context-menu clicks and drags on rows are reported as signals, and a row
+// dragged out becomes a file URL, a tagged one together with all other tagged
+// rows.
 class PaneTableView : public QTableView {
     Q_OBJECT
 public:
@@ -24,12 +25,16 @@ public:
 Q_SIGNALS:
     void rowClicked(int row, Qt::KeyboardModifiers modifiers);
     void rowDoubleClicked(int row);
+    // A right-click (or the platform's other context-menu gesture) on a row, or
+    // below the rows (-1); at a global position.
+    void contextMenuRequested(int row, QPoint globalPosition);
 
 protected:
     void mousePressEvent(QMouseEvent *event) override;
     void mouseMoveEvent(QMouseEvent *event) override;
     void mouseReleaseEvent(QMouseEvent *event) override;
     void mouseDoubleClickEvent(QMouseEvent *event) override;
+    void contextMenuEvent(QContextMenuEvent *event) override;
 
 private:
     std::vector<std::filesystem::path> draggedItems(int row) const;
