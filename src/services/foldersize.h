@@ -1,0 +1,17 @@
+#pragma once
+
+#include <cstdint>
+
+namespace quillorn {
+
+// How much a folder holds, counted as `du -sbx` counts: the apparent sizes of
+// the folder itself and of every item below it on its volume, a file with
+// several hard links once.
+struct FolderSize {
+    std::int64_t bytes = 0;
+    // Something below could not be read: bytes is a lower bound.
+    bool partial = false;
+    friend bool operator==(const FolderSize &, const FolderSize &) = default;
+};
+
+} // namespace quillorn
