@@ -17,7 +17,7 @@ FolderSizes::FolderSizes(FolderSizeCount count, QObject *parent)
 {
     if (!m_count)
         m_count = [](const std::vector<fs::path> &folders, OperationControl &control,
-                     const std::function<void(const std::vector<FolderSize> &)> &progress) {
+                     const FolderSizeProgress &progress) {
             return DirectoryTools::folderSizes(folders, control, progress);
         };
 }
@@ -42,12 +42,13 @@ void FolderSizes::count(const std::vector<fs::path> &folders)
     try {
         std::thread([guard = m_guard, self = this, id, folders = run.folders, control = run.control,
                      count = m_count] {
-            const auto progress = [&](const std::vector<FolderSize> &sizes) {
-                guard->post([self, id, sizes] { self->apply(id, sizes, false); });
+            const auto progress = [&](const std::vector<FolderSize> &sizes,
+                                      const std::vector<bool> &finished) {
+                guard->post([self, id, sizes, finished] { self->apply(id, sizes, finished); });
             };
             try {
                 std::vector<FolderSize> sizes = count(folders, *control, progress);
-                guard->post([self, id, sizes = std::move(sizes)] { self->apply(id, sizes, true); });
+                guard->post([self, id, sizes = std::move(sizes)] { self->apply(id, sizes, {}); });
             } catch (...) {
                 guard->post([self, id] { self->drop(id); }); // cancelled, mostly: already dropped
             }
@@ -111,8 +112,10 @@ const FolderSizes::Size *FolderSizes::find(const fs::path &folder) const
     return found == m_sizes.end() ? nullptr : &found->second.size;
 }
 
-void FolderSizes::apply(std::uint64_t id, const std::vector<FolderSize> &sizes, bool done)
+void FolderSizes::apply(std::uint64_t id, const std::vector<FolderSize> &sizes,
+                        const std::vector<bool> &finished)
 {
+    const bool done = finished.empty();
     const auto run = m_runs.find(id);
     if (run == m_runs.end())
         return; // cancelled meanwhile
@@ -121,7 +124,8 @@ void FolderSizes::apply(std::uint64_t id, const std::vector<FolderSize> &sizes, 
         const auto known = m_sizes.find(run->second.folders[index].native());
         if (known == m_sizes.end() || known->second.run != id)
             continue; // forgotten meanwhile, or counted again since
-        const Size size{sizes[index].bytes, sizes[index].partial, !done};
+        const bool counting = !done && !(index < finished.size() && finished[index]);
+        const Size size{sizes[index].bytes, sizes[index].partial, counting};
         if (known->second.size != size) {
             known->second.size = size;
             changed = true;

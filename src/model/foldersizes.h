@@ -20,9 +20,8 @@ class ReceiverGuard;
 // How folders are counted: DirectoryTools::folderSizes unless a test holds the
 // count with a stand-in. Called on a worker thread with the folders, the
 // count's control and where to send running totals.
-using FolderSizeCount =
-    std::function<std::vector<FolderSize>(const std::vector<std::filesystem::path> &, OperationControl &,
-                                          const std::function<void(const std::vector<FolderSize> &)> &)>;
+using FolderSizeCount = std::function<std::vector<FolderSize>(
+    const std::vector<std::filesystem::path> &, OperationControl &, const FolderSizeProgress &)>;
 
 // The sizes of folders of one pane's listing that the user had counted, and
 // the counts under way. Each request is one count on a thread of its own (a
@@ -70,7 +69,8 @@ private:
         std::vector<std::filesystem::path> folders;
     };
 
-    void apply(std::uint64_t run, const std::vector<FolderSize> &sizes, bool done);
+    // `finished` empty: every folder of the run is finished.
+    void apply(std::uint64_t run, const std::vector<FolderSize> &sizes, const std::vector<bool> &finished);
     void drop(std::uint64_t run);
     void endRun(std::map<std::uint64_t, Run>::iterator run);
 

@@ -116,7 +116,8 @@ std::vector<std::string> DirectoryTools::comparison(const Path &left, const Path
 }
 
 std::vector<FolderSize> DirectoryTools::folderSizes(const std::vector<Path> &folders,
-                                                    OperationControl &control, const SizeProgress &progress,
+                                                    OperationControl &control,
+                                                    const FolderSizeProgress &progress,
                                                     std::chrono::milliseconds interval)
 {
     return detail::SizeWalk::run(folders, control, progress, interval);

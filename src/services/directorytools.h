@@ -53,10 +53,9 @@ public:
     // folder that cannot be read makes its total partial. `progress` hears the
     // running totals from a worker thread, at most once per `interval`; the
     // totals it hears are never more than the final ones. Throws CancellationError.
-    using SizeProgress = std::function<void(const std::vector<FolderSize> &)>;
     static std::vector<FolderSize>
     folderSizes(const std::vector<Path> &folders, OperationControl &control,
-                const SizeProgress &progress = {},
+                const FolderSizeProgress &progress = {},
                 std::chrono::milliseconds interval = std::chrono::milliseconds(250));
 
     // SHA-256 of a file's contents, read in 1 MiB chunks; the control is

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
+#include <vector>
 
 namespace quillorn {
 
@@ -13,5 +15,10 @@ struct FolderSize {
     bool partial = false;
     friend bool operator==(const FolderSize &, const FolderSize &) = default;
 };
+
+// Hears a count's running totals, in the order of its folders, and which of
+// the folders are counted to the end.
+using FolderSizeProgress =
+    std::function<void(const std::vector<FolderSize> &totals, const std::vector<bool> &finished)>;
 
 } // namespace quillorn

@@ -344,8 +344,8 @@ private Q_SLOTS:
 
         // A count held after its first running total, until it is stopped.
         m_f.sizeCount = [](const auto &folders, OperationControl &control, const auto &progress) {
-            const auto hold = [&](const std::vector<FolderSize> &sizes) {
-                progress(sizes);
+            const auto hold = [&](const std::vector<FolderSize> &sizes, const std::vector<bool> &finished) {
+                progress(sizes, finished);
                 control.pause();
                 control.check();
             };

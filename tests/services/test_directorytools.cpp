@@ -18,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <map>
 #include <thread>
 
 using namespace quillorn;
@@ -448,10 +449,17 @@ TEST(FolderSizes, MatchDuWithHardLinksOnceAndLinksNotFollowed)
 {
     SizeTree t;
     std::vector<std::vector<FolderSize>> heard;
+    std::map<std::size_t, FolderSize> finishedAt; // what the first report that called a folder finished said
     OperationControl control;
     const std::vector<fs::path> folders{t.root, t.root / "a", t.root / "s3", t.root / "folder-link"};
     const std::vector<FolderSize> counted = DirectoryTools::folderSizes(
-        folders, control, [&](const std::vector<FolderSize> &totals) { heard.push_back(totals); },
+        folders, control,
+        [&](const std::vector<FolderSize> &totals, const std::vector<bool> &finished) {
+            heard.push_back(totals);
+            for (std::size_t index = 0; index < finished.size(); ++index)
+                if (finished[index])
+                    finishedAt.emplace(index, totals[index]);
+        },
         std::chrono::milliseconds(0));
     ASSERT_EQ(counted.size(), folders.size());
     for (std::size_t index = 0; index < folders.size(); ++index) {
@@ -459,6 +467,9 @@ TEST(FolderSizes, MatchDuWithHardLinksOnceAndLinksNotFollowed)
         EXPECT_EQ(counted[index], (FolderSize{du(fs::canonical(folders[index])), false})) << folders[index];
         for (const std::vector<FolderSize> &totals : heard)
             EXPECT_LE(totals[index].bytes, counted[index].bytes) << "a running total above the final one";
+        if (finishedAt.count(index) > 0) {
+            EXPECT_EQ(finishedAt[index], counted[index]) << "finished before its total was";
+        }
     }
     EXPECT_FALSE(heard.empty());
 }
@@ -499,7 +510,7 @@ TEST(FolderSizes, CancellingStopsTheCountWithCancellationError)
     int heard = 0;
     EXPECT_THROW(DirectoryTools::folderSizes(
                      {t.root}, control,
-                     [&](const std::vector<FolderSize> &) {
+                     [&](const std::vector<FolderSize> &, const std::vector<bool> &) {
                          ++heard;
                          control.cancel();
                      },

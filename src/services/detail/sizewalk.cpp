@@ -43,6 +43,7 @@ struct LinkKeyHash {
 struct Tally {
     std::atomic<std::int64_t> bytes = 0;
     std::atomic<bool> partial = false;
+    std::atomic<std::size_t> unfinished = 1; // tasks queued or being walked: at first the folder itself
     std::mutex linksLock;
     std::unordered_set<LinkKey, LinkKeyHash> links; // files with more than one link met so far
 
@@ -63,7 +64,7 @@ struct Task {
 class Count {
 public:
     Count(const std::vector<std::filesystem::path> &folders, OperationControl &control,
-          const SizeWalk::Progress &progress, std::chrono::milliseconds interval)
+          const FolderSizeProgress &progress, std::chrono::milliseconds interval)
         : m_folders(folders), m_control(control), m_progress(progress),
           m_interval(std::chrono::duration_cast<Clock::duration>(interval)), m_tallies(folders.size()),
           m_workers(std::clamp(std::thread::hardware_concurrency(), 1u, 4u)),
@@ -83,10 +84,11 @@ private:
     bool wantsWork() const { return m_queued.load(std::memory_order_relaxed) < m_workers; }
     void maybeReport();
     std::vector<FolderSize> totals() const;
+    std::vector<bool> finished() const;
 
     const std::vector<std::filesystem::path> &m_folders;
     OperationControl &m_control;
-    const SizeWalk::Progress &m_progress;
+    const FolderSizeProgress &m_progress;
     const Clock::duration m_interval;
     std::vector<Tally> m_tallies;
     const unsigned m_workers;
@@ -198,6 +200,7 @@ void Count::work()
                 m_error = std::current_exception();
             m_abort = true;
         }
+        m_tallies[task.folder].unfinished.fetch_sub(1);
         std::lock_guard lock(m_lock);
         --m_busy;
         m_changed.notify_all();
@@ -237,6 +240,7 @@ void Count::walk(Task &task)
 
 void Count::handOver(Task task)
 {
+    m_tallies[task.folder].unfinished.fetch_add(1);
     {
         std::lock_guard lock(m_lock);
         m_tasks.push_back(std::move(task));
@@ -255,7 +259,18 @@ void Count::maybeReport()
     Clock::rep due = m_nextReport.load(std::memory_order_relaxed);
     if (now < due || !m_nextReport.compare_exchange_strong(due, now + m_interval.count()))
         return;
-    m_progress(totals());
+    // Finished first: a folder heard as finished has its final total in these.
+    const std::vector<bool> done = finished();
+    m_progress(totals(), done);
+}
+
+std::vector<bool> Count::finished() const
+{
+    std::vector<bool> finished;
+    finished.reserve(m_tallies.size());
+    for (const Tally &tally : m_tallies)
+        finished.push_back(tally.unfinished.load() == 0);
+    return finished;
 }
 
 std::vector<FolderSize> Count::totals() const
@@ -270,7 +285,7 @@ std::vector<FolderSize> Count::totals() const
 } // namespace
 
 std::vector<FolderSize> SizeWalk::run(const std::vector<std::filesystem::path> &folders,
-                                      OperationControl &control, const Progress &progress,
+                                      OperationControl &control, const FolderSizeProgress &progress,
                                       std::chrono::milliseconds interval)
 {
     return Count(folders, control, progress, interval).run();

@@ -4,7 +4,6 @@
 
 #include <chrono>
 #include <filesystem>
-#include <functional>
 #include <vector>
 
 namespace quillorn {
@@ -22,9 +21,8 @@ namespace detail {
 // add to every few entries; the running totals reported are read from them.
 class SizeWalk {
 public:
-    using Progress = std::function<void(const std::vector<FolderSize> &)>;
     static std::vector<FolderSize> run(const std::vector<std::filesystem::path> &folders,
-                                       OperationControl &control, const Progress &progress,
+                                       OperationControl &control, const FolderSizeProgress &progress,
                                        std::chrono::milliseconds interval);
 };
 
