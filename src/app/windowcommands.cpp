@@ -317,7 +317,7 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
              activePane().folderSizes().count(visibleFolders(activePane()));
          }});
     add({.id = QStringLiteral("folderSize"),
-         .text = QStringLiteral("Count size"),
+         .text = QStringLiteral("Count folder size"),
          .help = QStringLiteral("Count the sizes of the selected folders"),
          .enabled = [activePane] { return !selectedFolders(activePane()).empty(); },
          .invoke =
