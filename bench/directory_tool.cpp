@@ -5,9 +5,16 @@
 //   directory_tool search ROOT QUERY RUNS    median and best of RUNS warm searches
 //   directory_tool compare LEFT RIGHT        one comparison
 //   directory_tool digest FILE...            SHA-256 of each file, one after the other
+//   directory_tool sizes ROOT RUNS           median and best of RUNS warm folder size counts
 //   directory_tool make-tree ROOT ENTRIES    ENTRIES empty files and folders, 100 per folder
+//   directory_tool make-size-tree ROOT ENTRIES
+//                                            the same with sparse files of many sizes, every
+//                                            50th file a hard link to the one before it
 #include "operations/operationcontrol.h"
 #include "services/directorytools.h"
+
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <chrono>
@@ -69,7 +76,25 @@ int digest(int count, char **files)
     return 0;
 }
 
-int makeTree(const fs::path &root, long entries)
+int sizes(const fs::path &root, int runs)
+{
+    std::vector<double> times;
+    FolderSize size;
+    for (int run = 0; run <= runs; ++run) { // the first run only warms the cache
+        OperationControl control;
+        const auto start = std::chrono::steady_clock::now();
+        size = DirectoryTools::folderSizes({root}, control).front();
+        if (run > 0)
+            times.push_back(secondsSince(start) * 1000);
+    }
+    std::sort(times.begin(), times.end());
+    std::printf("sizes bytes=%lld partial=%d median_ms=%.2f best_ms=%.2f\n",
+                static_cast<long long>(size.bytes), int(size.partial), times[times.size() / 2],
+                times.front());
+    return 0;
+}
+
+int makeTree(const fs::path &root, long entries, bool sized)
 {
     char name[64];
     long made = 0;
@@ -80,7 +105,20 @@ int makeTree(const fs::path &root, long entries)
         made += folder % 100 == 0 ? 2 : 1;
         for (int file = 0; file < 99 && made < entries; ++file, ++made) {
             std::snprintf(name, sizeof name, "file-%ld-%d.txt", folder, file);
-            std::ofstream(dir / name);
+            if (sized && file % 50 == 49) {
+                char previous[64];
+                std::snprintf(previous, sizeof previous, "file-%ld-%d.txt", folder, file - 1);
+                fs::create_hard_link(dir / previous, dir / name);
+            } else if (sized) {
+                // Sparse: the apparent size is what is counted, and it costs no disk.
+                const int fd = ::open((dir / name).c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+                if (fd < 0 || ::ftruncate(fd, (folder * 7919 + file * 104729) % 3'000'000) != 0)
+                    throw fs::filesystem_error("cannot make", dir / name,
+                                               std::error_code(errno, std::generic_category()));
+                ::close(fd);
+            } else {
+                std::ofstream(dir / name);
+            }
         }
     }
     return 0;
@@ -98,14 +136,18 @@ int main(int argc, char **argv)
             return compare(argv[2], argv[3]);
         if (command == "digest" && argc > 2)
             return digest(argc - 2, argv + 2);
+        if (command == "sizes" && argc == 4)
+            return sizes(argv[2], std::atoi(argv[3]));
         if (command == "make-tree" && argc == 4)
-            return makeTree(argv[2], std::atol(argv[3]));
+            return makeTree(argv[2], std::atol(argv[3]), false);
+        if (command == "make-size-tree" && argc == 4)
+            return makeTree(argv[2], std::atol(argv[3]), true);
     } catch (const std::exception &error) {
         std::fprintf(stderr, "directory_tool: %s\n", error.what());
         return 1;
     }
     std::fprintf(stderr,
                  "usage: directory_tool search ROOT QUERY RUNS | compare LEFT RIGHT | digest FILE... | "
-                 "make-tree ROOT ENTRIES\n");
+                 "sizes ROOT RUNS | make-tree ROOT ENTRIES | make-size-tree ROOT ENTRIES\n");
     return 2;
 }

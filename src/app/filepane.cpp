@@ -12,6 +12,7 @@
 #include "model/commanderthemecolours.h"
 #include "model/panemodel.h"
 #include "platform/core/displaytext.h"
+#include "platform/desktop/bytecount.h"
 
 #include <QApplication>
 #include <QDir>
@@ -162,6 +163,8 @@ void FilePane::buildListing()
     connect(&m_pane, &PaneModel::visibleChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::selectionChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::notWatchedChanged, this, &FilePane::updateFooter);
+    connect(&m_pane, &PaneModel::freeSpaceChanged, this, &FilePane::updateFooter);
+    connect(&m_pane.folderSizes(), &FolderSizes::sizesChanged, this, &FilePane::updateFooter);
     connect(&m_pane, &PaneModel::cursorChanged, this, &FilePane::queueScrollToCursor);
     // Another folder starts at its top, or where its first listing puts the
     // cursor (on the folder one came up from); a new listing of the same one
@@ -185,6 +188,9 @@ QWidget *FilePane::buildFooter()
     m_itemCount->setObjectName(QStringLiteral("footerItems"));
     m_taggedCount = new QLabel(footer);
     m_taggedCount->setObjectName(QStringLiteral("footerTagged"));
+    m_taggedCount->setToolTip(tr("Tagged files by their size and tagged folders by their counted size "
+                                 "(Space counts a folder); “≥” means some folder is not counted "
+                                 "or not readable throughout. Then the space free on this volume."));
     m_notWatched = new QLabel(tr("not watched"), footer);
     m_notWatched->setObjectName(QStringLiteral("footerNotWatched"));
     m_notWatched->setToolTip(tr("The system allows no more folder watches, so changes made by other "
@@ -410,7 +416,16 @@ void FilePane::updateLoading()
 void FilePane::updateFooter()
 {
     m_itemCount->setText(tr("%1 items").arg(m_pane.visibleCount()));
-    m_taggedCount->setText(tr("%1 tagged").arg(m_pane.selection().size()));
+    // "3 tagged, 1.2 GB · 45.3 GB free"
+    const std::size_t tagged = m_pane.selection().size();
+    QString text = tr("%1 tagged").arg(tagged);
+    if (tagged > 0) {
+        const PaneModel::TaggedSize total = m_pane.taggedSize();
+        text += QStringLiteral(", ") + byteCountText(total.bytes, total.lowerBound);
+    }
+    if (const auto &free = m_pane.freeSpace())
+        text += QStringLiteral(" · ") + tr("%1 free").arg(formattedByteCount(*free));
+    m_taggedCount->setText(text);
     m_notWatched->setVisible(m_pane.notWatched());
 }
 

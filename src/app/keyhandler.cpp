@@ -45,11 +45,15 @@ constexpr std::array<CharacterRow, 9> controlRows{{
 struct KeyRow {
     int key;
     Action action;
+    // Held together, these leave the key to the window's commands.
+    int leftToCommands = 0;
 };
-// Keys recognised by themselves, whatever Alt, Meta or Shift do.
+// Keys recognised by themselves, whatever Alt, Meta or Shift do; only
+// Alt+Shift+Return (counting folder sizes) is not an opening Return.
+constexpr int altShift = Qt::AltModifier | Qt::ShiftModifier;
 constexpr std::array<KeyRow, 8> plainRows{{
-    {Qt::Key_Return, Action::open},
-    {Qt::Key_Enter, Action::open},
+    {Qt::Key_Return, Action::open, altShift},
+    {Qt::Key_Enter, Action::open, altShift},
     {Qt::Key_Tab, Action::switchPane},
     {Qt::Key_Backtab, Action::switchPane}, // Shift+Tab arrives as its own key
     {Qt::Key_Space, Action::tagAndAdvance},
@@ -148,9 +152,13 @@ std::optional<KeyHandler::Binding> KeyHandler::binding(int key, Qt::KeyboardModi
         return std::nullopt;
     }
 
-    for (const KeyRow &row : plainRows)
-        if (row.key == key)
-            return Binding{row.action, 0, bool(modifiers & Qt::ShiftModifier)};
+    for (const KeyRow &row : plainRows) {
+        if (row.key != key)
+            continue;
+        if (row.leftToCommands != 0 && (int(modifiers) & row.leftToCommands) == row.leftToCommands)
+            return std::nullopt;
+        return Binding{row.action, 0, bool(modifiers & Qt::ShiftModifier)};
+    }
     return std::nullopt;
 }
 
@@ -266,7 +274,7 @@ void KeyHandler::run(const Binding &binding)
         m_model.setActiveLeft(!m_model.activeLeft());
         break;
     case Action::tagAndAdvance:
-        active.toggleTagAndAdvance();
+        tagAndCount();
         break;
     case Action::parentFolder:
         active.goUp();
@@ -278,6 +286,23 @@ void KeyHandler::run(const Binding &binding)
         active.moveCursor(-1, binding.extending);
         break;
     }
+}
+
+// Space tags as ever; on a folder it also counts the folder's size. The row
+// is the one toggleTagAndAdvance tags: the cursor's, else the first.
+void KeyHandler::tagAndCount()
+{
+    PaneModel &active = m_model.active();
+    std::optional<std::filesystem::path> folder;
+    if (active.visibleCount() > 0) {
+        const std::optional<int> row =
+            active.cursor() ? active.visibleIndexOf(*active.cursor()) : std::nullopt;
+        if (const FileEntry &entry = active.visibleAt(row.value_or(0)); entry.directory)
+            folder = entry.url();
+    }
+    active.toggleTagAndAdvance();
+    if (folder)
+        active.folderSizes().count({*folder});
 }
 
 void KeyHandler::selectAll()

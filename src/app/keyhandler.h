@@ -89,6 +89,7 @@ protected:
 private:
     bool consumes(const Binding &binding) const;
     void run(const Binding &binding);
+    void tagAndCount();
     void selectAll();
     void openCurrent();
     static bool typesName(Qt::KeyboardModifiers modifiers, const QString &text);

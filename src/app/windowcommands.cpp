@@ -135,6 +135,25 @@ QRegularExpression wildcard(const QString &pattern)
                               QRegularExpression::CaseInsensitiveOption);
 }
 
+// The folders among the rows, or among the items a command acts on.
+std::vector<std::filesystem::path> visibleFolders(const PaneModel &pane)
+{
+    std::vector<std::filesystem::path> folders;
+    for (int row = 0; row < pane.visibleCount(); ++row)
+        if (const FileEntry &entry = pane.visibleAt(row); entry.directory)
+            folders.push_back(entry.url());
+    return folders;
+}
+
+std::vector<std::filesystem::path> selectedFolders(const PaneModel &pane)
+{
+    std::vector<std::filesystem::path> folders;
+    for (std::filesystem::path &item : pane.selected())
+        if (const auto row = pane.visibleIndexOf(item); row && pane.visibleAt(*row).directory)
+            folders.push_back(std::move(item));
+    return folders;
+}
+
 } // namespace
 
 void moveCursorBy(PaneModel &pane, long long step, bool extending)
@@ -404,6 +423,28 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
          .text = QStringLiteral("Invert tags"),
          .keys = {QKeyCombination(Qt::Key_Asterisk)},
          .invoke = [activePane](const Invocation &) { invertTags(activePane()); }});
+
+    // Folder sizes, counted in the background; the size column shows them.
+    add({.id = QStringLiteral("folderSizes"),
+         .text = QStringLiteral("Count folder sizes"),
+         .help = QStringLiteral("Count the sizes of all folders shown"),
+         .keys = {Qt::ALT | Qt::SHIFT | Qt::Key_Return, Qt::ALT | Qt::SHIFT | Qt::Key_Enter},
+         .invoke = [activePane](const Invocation &) {
+             activePane().folderSizes().count(visibleFolders(activePane()));
+         }});
+    add({.id = QStringLiteral("folderSize"),
+         .text = QStringLiteral("Count folder size"),
+         .help = QStringLiteral("Count the sizes of the selected folders"),
+         .enabled = [activePane] { return !selectedFolders(activePane()).empty(); },
+         .invoke =
+             [activePane](const Invocation &) {
+                 activePane().folderSizes().count(selectedFolders(activePane()));
+             }});
+    add({.id = QStringLiteral("stopFolderSizes"),
+         .text = QStringLiteral("Stop counting folder sizes"),
+         .keys = {QKeyCombination(Qt::Key_Escape)},
+         .enabled = [activePane] { return activePane().folderSizes().counting(); },
+         .invoke = [activePane](const Invocation &) { activePane().folderSizes().cancel(); }});
     add({.id = QStringLiteral("typeAhead"),
          .text = QStringLiteral("Jump to the first name that starts with them"),
          .keyText = QStringLiteral("Letters and digits")});

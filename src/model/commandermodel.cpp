@@ -181,8 +181,8 @@ void CommanderModel::perform(int number)
         trash(items);
         break;
     case 9:
-        m_left->refresh();
-        m_right->refresh();
+        m_left->reload();
+        m_right->reload();
         break;
     case 10:
         quit();

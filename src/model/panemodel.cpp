@@ -5,6 +5,7 @@
 #include "platform/core/filesystempool.h"
 #include "platform/core/preferences.h"
 #include "platform/core/receiverguard.h"
+#include "platform/posix/volume.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -95,7 +96,7 @@ PaneModel::PaneModel(fs::path start, QString persistenceKey, PaneModelOptions op
       m_applicationIsActive(std::move(options.applicationIsActive)), m_directory(std::move(start)),
       m_entries(std::make_shared<const std::vector<FileEntry>>()),
       m_entryIndex(std::make_shared<const detail::UrlIndex>()), m_persistenceKey(std::move(persistenceKey)),
-      m_guard(ReceiverGuard::create(this))
+      m_guard(ReceiverGuard::create(this)), m_folderSizes(std::move(options.folderSizeCount))
 {
     connect(&m_watcher, &DirectoryWatcher::pollingChanged, this, &PaneModel::notWatchedChanged);
     restore(m_directory);
@@ -225,6 +226,10 @@ bool PaneModel::loading() const
 const QString &PaneModel::persistenceKey() const
 {
     return m_persistenceKey;
+}
+const std::optional<std::int64_t> &PaneModel::freeSpace() const
+{
+    return m_freeSpace;
 }
 const std::vector<FileEntry> &PaneModel::visible() const
 {
@@ -360,12 +365,22 @@ void PaneModel::refresh()
         if (!result)
             return;
         auto shared = std::make_shared<detail::ListingResult>(std::move(*result));
+        const std::optional<std::int64_t> freeSpace = availableBytes(folder);
         // Runs only while the pane exists (ReceiverGuard).
-        guard->post([self, shared, generation] { self->apply(generation, std::move(*shared)); });
+        guard->post([self, shared, generation, freeSpace] {
+            self->apply(generation, std::move(*shared), freeSpace);
+        });
     });
 }
 
-void PaneModel::apply(long long generation, detail::ListingResult result)
+void PaneModel::reload()
+{
+    m_folderSizes.clear();
+    refresh();
+}
+
+void PaneModel::apply(long long generation, detail::ListingResult result,
+                      std::optional<std::int64_t> freeSpace)
 {
     if (generation != m_generation)
         return; // a newer request will apply its own result
@@ -412,6 +427,7 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
     }
     const bool selectionDiffers = assign(m_selection, std::move(selection));
     const bool cursorDiffers = assign(m_cursor, std::move(cursor));
+    const bool freeSpaceDiffers = assign(m_freeSpace, freeSpace);
     if (entriesDiffer)
         recomputeVisible();
 
@@ -426,6 +442,13 @@ void PaneModel::apply(long long generation, detail::ListingResult result)
         Q_EMIT selectionChanged();
     if (cursorDiffers)
         Q_EMIT cursorChanged();
+    if (freeSpaceDiffers)
+        Q_EMIT freeSpaceChanged();
+    if (entriesDiffer)
+        m_folderSizes.keepOnly([this](const fs::path &folder) {
+            const std::optional<int> index = m_entryIndex->find(*m_entries, folder);
+            return index && (*m_entries)[static_cast<std::size_t>(*index)].directory;
+        });
     setLoading(false);
     Q_EMIT listingApplied();
 }
@@ -473,6 +496,27 @@ void PaneModel::watchDirectory()
 }
 
 // ---- cursor and tags
+
+PaneModel::TaggedSize PaneModel::taggedSize() const
+{
+    TaggedSize total;
+    for (const fs::path &url : m_selection) {
+        const std::optional<int> index = m_entryIndex->find(*m_entries, url);
+        if (!index)
+            continue;
+        const FileEntry &entry = (*m_entries)[static_cast<std::size_t>(*index)];
+        if (!entry.directory) {
+            total.bytes += entry.size;
+            continue;
+        }
+        const FolderSizes::Size *counted = m_folderSizes.find(url);
+        if (counted)
+            total.bytes += counted->bytes;
+        if (!counted || counted->partial || counted->counting)
+            total.lowerBound = true;
+    }
+    return total;
+}
 
 void PaneModel::moveCursor(int step, bool extendingSelection)
 {
@@ -525,6 +569,7 @@ void PaneModel::navigate(const fs::path &folder)
     const bool cursorDiffers = assign(m_cursor, std::optional<fs::path>());
     m_revealed.reset();
     m_revealedTags.clear();
+    m_folderSizes.clear();
     if (filterDiffers)
         recomputeVisible();
 

@@ -4,6 +4,7 @@
 #include "model/detail/visiblelist.h"
 #include "model/fileentry.h"
 #include "model/filesort.h"
+#include "model/foldersizes.h"
 #include "platform/core/collation.h"
 #include "services/directorywatcher.h"
 
@@ -27,6 +28,7 @@ struct PaneModelOptions {
     Preferences *preferences = nullptr;        // nullptr: Preferences::standard()
     int metadataIntervalMs = 5000;             // injectable for tests
     std::function<bool()> applicationIsActive; // empty: always active (the window supplies the real test)
+    FolderSizeCount folderSizeCount = {};      // empty: DirectoryTools::folderSizes (tests hold the count)
 };
 
 // One pane's state: the folder shown, its listing, filter, order, cursor, tags,
@@ -61,6 +63,21 @@ public:
     const std::vector<std::filesystem::path> &favourites() const;
     bool loading() const;
     const QString &persistenceKey() const;
+    // What the user may still write on the folder's volume, as of the last listing.
+    const std::optional<std::int64_t> &freeSpace() const;
+
+    // Sizes of listed folders counted on request. Leaving the folder and reload()
+    // forget them; a refresh keeps those of folders still listed, since the
+    // watcher and the periodic refresh see only this folder's own entries.
+    FolderSizes &folderSizes() { return m_folderSizes; }
+    const FolderSizes &folderSizes() const { return m_folderSizes; }
+    // Files by their size, folders by their counted size; a folder not counted
+    // (or counted in part, or still counting) makes the total a lower bound.
+    struct TaggedSize {
+        std::int64_t bytes = 0;
+        bool lowerBound = false;
+    };
+    TaggedSize taggedSize() const;
 
     void setSelection(std::set<std::filesystem::path> selection);
     void setCursor(std::optional<std::filesystem::path> cursor);
@@ -76,6 +93,8 @@ public:
     std::vector<std::filesystem::path> selected() const;
 
     void refresh();
+    // A refresh the user asked for: counted folder sizes are forgotten too.
+    void reload();
     void navigate(const std::filesystem::path &folder);
     // The parent folder, with the cursor on the folder just left.
     void goUp();
@@ -121,13 +140,14 @@ Q_SIGNALS:
     void favouritesChanged();
     void loadingChanged();
     void notWatchedChanged();
+    void freeSpaceChanged();
     void listingApplied(); // every applied listing result, changed or not (tests wait on it)
 
 private:
     void restore(const std::filesystem::path &start);
     void persist();
     QString key(const char *suffix) const;
-    void apply(long long generation, detail::ListingResult result);
+    void apply(long long generation, detail::ListingResult result, std::optional<std::int64_t> freeSpace);
     void recomputeVisible();
     void setLoading(bool loading);
     void metadataTick();
@@ -165,6 +185,7 @@ private:
     int m_tabIndex = 0;
     std::vector<std::filesystem::path> m_favourites;
     bool m_loading = false;
+    std::optional<std::int64_t> m_freeSpace;
     bool m_restoring = true;
     QString m_persistenceKey;
 
@@ -174,5 +195,6 @@ private:
     Collation m_collation;
     QTimer m_metadataTimer;
     DirectoryWatcher m_watcher;
+    FolderSizes m_folderSizes;
 };
 } // namespace quillorn

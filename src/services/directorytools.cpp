@@ -6,6 +6,7 @@
 #include "services/detail/inventory.h"
 #include "services/detail/pairdigest.h"
 #include "services/detail/searchwalk.h"
+#include "services/detail/sizewalk.h"
 
 #include <algorithm>
 #include <cstdlib>
@@ -112,6 +113,14 @@ std::vector<std::string> DirectoryTools::comparison(const Path &left, const Path
         }
     }
     return rows;
+}
+
+std::vector<FolderSize> DirectoryTools::folderSizes(const std::vector<Path> &folders,
+                                                    OperationControl &control,
+                                                    const FolderSizeProgress &progress,
+                                                    std::chrono::milliseconds interval)
+{
+    return detail::SizeWalk::run(folders, control, progress, interval);
 }
 
 DirectoryTools::Digest DirectoryTools::digest(const Path &file, OperationControl &control)

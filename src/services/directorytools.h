@@ -1,10 +1,13 @@
 #pragma once
 
+#include "services/foldersize.h"
 #include "services/searchreport.h"
 
 #include <QString>
 #include <array>
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -43,6 +46,17 @@ public:
     // that cannot be read ends the comparison with the platform's error.
     static std::vector<std::string> comparison(const Path &left, const Path &right,
                                                OperationControl &control);
+
+    // Each folder's size, in the order given, on all cores. Links below a folder
+    // are counted as links and never followed (a folder given through a link is
+    // counted where it leads), mount points below it are left out whole, and a
+    // folder that cannot be read makes its total partial. `progress` hears the
+    // running totals from a worker thread, at most once per `interval`; the
+    // totals it hears are never more than the final ones. Throws CancellationError.
+    static std::vector<FolderSize>
+    folderSizes(const std::vector<Path> &folders, OperationControl &control,
+                const FolderSizeProgress &progress = {},
+                std::chrono::milliseconds interval = std::chrono::milliseconds(250));
 
     // SHA-256 of a file's contents, read in 1 MiB chunks; the control is
     // checked and credited after every chunk. Throws PosixError.

@@ -4,6 +4,7 @@
 #include "app/detail/panerowdelegate.h"
 #include "app/detail/panetabstrip.h"
 #include "model/commanderthemecolours.h"
+#include "operations/operationcontrol.h"
 #include "platform/core/numericdate.h"
 #include "platform/desktop/bytecount.h"
 #include "platform/desktop/fileurl.h"
@@ -17,6 +18,7 @@
 #include <QMimeData>
 #include <QPushButton>
 #include <QScrollBar>
+#include <QStorageInfo>
 #include <QTimer>
 #include <QToolButton>
 
@@ -95,7 +97,7 @@ private Q_SLOTS:
         QTest::keyClicks(filter, "f1 x"); // Space and Backspace edit the field, they do not tag or go up
         QTest::keyClicks(filter, "\b\b");
         QCOMPARE(child<QLabel>("footerItems")->text(), "1 items");
-        QCOMPARE(child<QLabel>("footerTagged")->text(), "4 tagged");
+        QCOMPARE(child<QLabel>("footerTagged")->text(), "4 tagged, ≥ " + formattedByteCount(40) + freeText());
         click(0);
         QVERIFY(m_f.left().selection().empty());
         QVERIFY(!filter->hasFocus() && !list()->hasFocus()); // the listing never keeps the keyboard
@@ -305,7 +307,66 @@ private Q_SLOTS:
         QCOMPARE(detail::folderLabel("/"), "/");
     }
 
+    // Space tags a folder and counts it, Alt+Shift+Return counts every folder
+    // shown, the footer adds up the tags, and Escape stops a count.
+    void folderSizesInTheSizeColumnAndTheFooter()
+    {
+        m_f.tree->file("files/dir/inner/data", std::string(5000, 'x'));
+        m_f.tree->file("files/dir2/data", std::string(700, 'x'));
+        for (int i = 0; i < 300; ++i)
+            m_f.tree->file("files/held/item" + std::to_string(i), "x");
+        open("files"); // dir, dir2, held, f0 ... f5
+        const auto counted = [](const fs::path &folder) {
+            OperationControl control;
+            return DirectoryTools::folderSizes({folder}, control).front().bytes;
+        };
+        const std::int64_t dir = counted(urlAt(0)), dir2 = counted(urlAt(1));
+        QWidget *window = m_f.view->centralWidget();
+        m_f.left().setCursor(urlAt(0));
+        QTest::keyClick(window, Qt::Key_Space);
+        QCOMPARE(m_f.left().selection(), std::set<fs::path>{urlAt(0)});
+        QCOMPARE(m_f.left().cursor(), std::optional(urlAt(1)));
+        QTRY_COMPARE(text(0, 1), formattedByteCount(dir));
+        QCOMPARE(text(1, 1), "<DIR>");
+        auto *footer = child<QLabel>("footerTagged");
+        QCOMPARE(footer->text(), "1 tagged, " + formattedByteCount(dir) + freeText());
+        const std::int64_t free = *m_f.left().freeSpace();
+        QVERIFY(std::abs(free - QStorageInfo(QString::fromStdString(urlAt(0).string())).bytesAvailable()) <
+                free / 50 + 1);
+        m_f.left().setSelection({urlAt(0), urlAt(1), urlAt(8)}); // f5: 50 bytes
+        QCOMPARE(footer->text(), "3 tagged, ≥ " + formattedByteCount(dir + 50) + freeText());
+
+        QTest::keyClick(window, Qt::Key_Return, Qt::AltModifier | Qt::ShiftModifier);
+        QTRY_COMPARE(text(2, 1), formattedByteCount(counted(urlAt(2))));
+        QCOMPARE(text(1, 1), formattedByteCount(dir2));
+        QCOMPARE(footer->text(), "3 tagged, " + formattedByteCount(dir + dir2 + 50) + freeText());
+        QCOMPARE(m_f.left().directory(), *m_f.tree / "files"); // not opened
+
+        // A count held after its first running total, until it is stopped.
+        m_f.sizeCount = [](const auto &folders, OperationControl &control, const auto &progress) {
+            const auto hold = [&](const std::vector<FolderSize> &sizes, const std::vector<bool> &finished) {
+                progress(sizes, finished);
+                control.pause();
+                control.check();
+            };
+            return DirectoryTools::folderSizes(folders, control, hold, std::chrono::milliseconds(0));
+        };
+        m_f.left().reload();
+        WindowFixture::waitListed(m_f.left());
+        QCOMPARE(text(0, 1), "<DIR>");
+        m_f.left().setSelection({});
+        m_f.left().setCursor(urlAt(2));
+        QTest::keyClick(window, Qt::Key_Space);
+        QTRY_VERIFY(text(2, 1).size() > 1 && text(2, 1).endsWith("…")); // a running total
+        QCOMPARE(footer->text(), "1 tagged, ≥ " + text(2, 1).chopped(1) + freeText());
+        QTest::keyClick(window, Qt::Key_Escape);
+        QCOMPARE(text(2, 1), "<DIR>");
+        QVERIFY(!m_f.left().folderSizes().counting());
+        m_f.sizeCount = {};
+    }
+
 private:
+    QString freeText() const { return " · " + formattedByteCount(*m_f.left().freeSpace()) + " free"; }
     void open(const fs::path &folder)
     {
         m_f.left().navigate(*m_f.tree / folder);

@@ -73,6 +73,8 @@ const KeyRow keyRows[] = {
     {"Return without cursor opens the first tagged", Qt::Key_Return, none, -1, "d.txt,alpha", "", "",
      "dir:alpha"},
     {"Return with nothing to open", Qt::Key_Return, none, -1, "", "", "", ""},
+    {"Alt+Shift+Return counts folder sizes, it does not open", Qt::Key_Return, alt | shift, 0, "", "alpha",
+     "", ""},
     {"Tab switches pane", Qt::Key_Tab, none, 1, "", "b.txt", "", "pane:right"},
     {"Shift+Tab switches pane", Qt::Key_Backtab, shift, 1, "", "b.txt", "", "pane:right"},
     {"Space tags and advances", Qt::Key_Space, none, 1, "", "c.txt", "b.txt", ""},

@@ -9,6 +9,7 @@
 #include "platform/core/displaytext.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/fileclipboard.h"
+#include "services/directorytools.h"
 #include "testtree.h"
 #include "tools/toolhost.h"
 
@@ -71,6 +72,11 @@ struct WindowFixture {
         CommanderModelOptions options;
         options.panes.preferences = &preferences;
         options.panes.metadataIntervalMs = 3'600'000;
+        options.panes.folderSizeCount = [this](const auto &folders, OperationControl &control,
+                                               const auto &progress) {
+            return sizeCount ? sizeCount(folders, control, progress)
+                             : DirectoryTools::folderSizes(folders, control, progress);
+        };
         options.queuePollIntervalMs = 10;
         DesktopServices &desktop = options.desktop;
         desktop.alert = [this](const AlertRequest &alert) {
@@ -150,6 +156,9 @@ struct WindowFixture {
     // Answers the prompts when set (a test that types into the real one sets
     // standardDesktopServices(view).prompt); otherwise they are cancelled.
     std::function<std::optional<QString>(const QString &title, const QString &value)> prompt;
+    // Counts folder sizes in place of DirectoryTools::folderSizes when set
+    // before the count starts (a test that holds a count to stop it).
+    FolderSizeCount sizeCount;
 };
 
 } // namespace quillorn::test

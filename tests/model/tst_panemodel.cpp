@@ -2,6 +2,7 @@
 
 #include <QSignalSpy>
 #include <fstream>
+#include <sys/stat.h>
 
 using namespace quillorn;
 using namespace quillorn::test;
@@ -285,6 +286,45 @@ private Q_SLOTS:
         QVERIFY(!again->ascending() && again->showHidden());
         QCOMPARE(again->favourites(), (Folders{alpha, zeta}));
     }
+    // Counted sizes stay through a refresh of the folder (the watcher's and the
+    // timer's) for the folders still listed; reload and leaving forget them.
+    void countedFolderSizesLastUntilReloadOrLeaving()
+    {
+        PaneFixture f;
+        const fs::path sub = f.tree.file("sub/a", std::string(3000, 'x')).parent_path(),
+                       other = f.tree.folder("other"), file = f.tree.file("file", std::string(20, 'x'));
+        auto pane = f.listed();
+        const auto counted = [&](const fs::path &folder) {
+            pane->folderSizes().count({folder});
+            if (!QTest::qWaitFor([&] { return !pane->folderSizes().counting(); }))
+                return std::int64_t(-1);
+            return pane->folderSizes().find(folder)->bytes;
+        };
+        const auto tagged = [&] {
+            const PaneModel::TaggedSize total = pane->taggedSize();
+            return std::pair(total.bytes, total.lowerBound);
+        };
+        pane->setSelection({sub, other, file});
+        QCOMPARE(tagged(), std::pair(std::int64_t(20), true)); // folders not counted: a lower bound
+        const std::int64_t subBytes = counted(sub);
+        struct stat own {};
+        QCOMPARE(::stat(sub.c_str(), &own), 0);
+        QCOMPARE(subBytes, 3000 + own.st_size); // the folder itself counts, as with du
+        const std::int64_t otherBytes = counted(other);
+        QCOMPARE(tagged(), std::pair(20 + subBytes + otherBytes, false));
+
+        fs::remove(other);
+        f.tree.file("new");
+        pane->refresh();
+        QTRY_VERIFY(!pane->folderSizes().find(other));
+        QVERIFY(pane->folderSizes().find(sub));
+        pane->reload();
+        QVERIFY(!pane->folderSizes().find(sub));
+        counted(sub);
+        pane->navigate(sub);
+        QVERIFY(!pane->folderSizes().find(sub));
+    }
+
     // A size change inside a file is not a folder event: only the timer sees it.
     void theMetadataTimerRefreshesOnlyWhileTheApplicationIsActive()
     {

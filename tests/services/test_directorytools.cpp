@@ -2,6 +2,7 @@
 #include "operations/commandererror.h"
 #include "operations/operationcontrol.h"
 #include "platform/posix/treewalk.h"
+#include "scopedmount.h"
 #include "services/directorytools.h"
 #include "testtree.h"
 
@@ -17,6 +18,7 @@
 #include <filesystem>
 #include <fstream>
 #include <future>
+#include <map>
 #include <thread>
 
 using namespace quillorn;
@@ -403,4 +405,119 @@ TEST(SearchOrder, ReportIsThatOfOneWalkAcrossSplitsAndTheLimit)
         EXPECT_EQ(report.truncated, single.hits.size() == SearchReport::limit) << shape.name;
         EXPECT_EQ(report.warnings, single.warnings) << shape.name;
     }
+}
+
+// ---------------------------------------------------------------- folder sizes
+
+namespace {
+
+// du's apparent size of a folder on its own volume.
+std::int64_t du(const fs::path &folder)
+{
+    return std::stoll(test::runCommand("du -sbx " + test::shellQuote(folder) + " 2>/dev/null"));
+}
+
+std::vector<FolderSize> sizes(const std::vector<fs::path> &folders)
+{
+    OperationControl control;
+    return DirectoryTools::folderSizes(folders, control);
+}
+
+// Files of several sizes in 40 folders (enough for both workers to share),
+// hard links inside and from outside, and links to a file and a folder.
+struct SizeTree {
+    TestTree tree;
+    fs::path root = tree.folder("root");
+    SizeTree()
+    {
+        for (int folder = 0; folder < 40; ++folder)
+            for (int file = 0; file < 5; ++file)
+                tree.file("root/s" + std::to_string(folder) + "/deep/f" + std::to_string(file),
+                          std::string(std::size_t(folder * 37 + file), 'x'));
+        const fs::path big = tree.file("root/a/big", std::string(70'000, 'x'));
+        fs::create_hard_link(big, root / "a/big-again");
+        fs::create_hard_link(big, root / "s3/big-elsewhere");
+        fs::create_hard_link(tree.file("outside", std::string(900, 'x')), root / "a/from-outside");
+        tree.symlink("root/file-link", "a/big");
+        tree.symlink("root/folder-link", "a");
+    }
+};
+
+} // namespace
+
+TEST(FolderSizes, MatchDuWithHardLinksOnceAndLinksNotFollowed)
+{
+    SizeTree t;
+    std::vector<std::vector<FolderSize>> heard;
+    std::map<std::size_t, FolderSize> finishedAt; // what the first report that called a folder finished said
+    OperationControl control;
+    const std::vector<fs::path> folders{t.root, t.root / "a", t.root / "s3", t.root / "folder-link"};
+    const std::vector<FolderSize> counted = DirectoryTools::folderSizes(
+        folders, control,
+        [&](const std::vector<FolderSize> &totals, const std::vector<bool> &finished) {
+            heard.push_back(totals);
+            for (std::size_t index = 0; index < finished.size(); ++index)
+                if (finished[index])
+                    finishedAt.emplace(index, totals[index]);
+        },
+        std::chrono::milliseconds(0));
+    ASSERT_EQ(counted.size(), folders.size());
+    for (std::size_t index = 0; index < folders.size(); ++index) {
+        // A folder given through a link is counted where it leads.
+        EXPECT_EQ(counted[index], (FolderSize{du(fs::canonical(folders[index])), false})) << folders[index];
+        for (const std::vector<FolderSize> &totals : heard)
+            EXPECT_LE(totals[index].bytes, counted[index].bytes) << "a running total above the final one";
+        if (finishedAt.count(index) > 0) {
+            EXPECT_EQ(finishedAt[index], counted[index]) << "finished before its total was";
+        }
+    }
+    EXPECT_FALSE(heard.empty());
+}
+
+TEST(FolderSizes, MountInsideIsLeftOutAsWithDuX)
+{
+    if (!test::runningAsRoot())
+        GTEST_SKIP() << "mounting a test volume needs root";
+    SizeTree t;
+    const std::int64_t before = du(t.root);
+    test::ScopedMount volume("tmpfs", t.tree.folder("root/a/volume"), "size=1m,mode=0755");
+    t.tree.file("root/a/volume/inside", std::string(5000, 'x'));
+    const FolderSize counted = sizes({t.root}).front();
+    EXPECT_EQ(counted, (FolderSize{du(t.root), false}));
+    // Neither what the volume holds nor its mount point counts.
+    EXPECT_EQ(counted.bytes, before);
+}
+
+TEST(FolderSizes, UnreadableFolderMakesThePartialTotalOfTheRest)
+{
+    SizeTree t;
+    const fs::path locked = t.tree.file("root/s7/locked/hidden", std::string(12'345, 'x')).parent_path();
+    struct stat own {};
+    ASSERT_EQ(::stat(locked.c_str(), &own), 0);
+    // The locked folder itself counts, as du counts it; what it holds cannot.
+    const std::int64_t readable = du(t.root) - du(locked) + own.st_size;
+    lockForNobody(t.tree.root(), locked);
+    test::AsNobody nobody;
+    if (!nobody.skipReason.empty())
+        GTEST_SKIP() << nobody.skipReason;
+    EXPECT_EQ(sizes({t.root, locked}), (std::vector<FolderSize>{{readable, true}, {own.st_size, true}}));
+}
+
+TEST(FolderSizes, CancellingStopsTheCountWithCancellationError)
+{
+    SizeTree t;
+    OperationControl control;
+    int heard = 0;
+    EXPECT_THROW(DirectoryTools::folderSizes(
+                     {t.root}, control,
+                     [&](const std::vector<FolderSize> &, const std::vector<bool> &) {
+                         ++heard;
+                         control.cancel();
+                     },
+                     std::chrono::milliseconds(0)),
+                 CancellationError);
+    EXPECT_GE(heard, 1);
+    OperationControl cancelled;
+    cancelled.cancel();
+    EXPECT_THROW(DirectoryTools::folderSizes({t.root}, cancelled), CancellationError);
 }

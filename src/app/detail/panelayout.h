@@ -11,7 +11,7 @@ namespace quillorn::detail {
 // that the headers stay over their columns.
 inline constexpr int kPartSpacing = 8; // between the parts of a row
 inline constexpr int kIconWidth = 18;
-inline constexpr int kSizeWidth = 70;
+inline constexpr int kSizeWidth = 84; // "≥ 999.9 MB…" while a folder is counted
 inline constexpr int kModifiedWidth = 100;
 // Each column ends with the spacing that follows its part.
 inline constexpr int kSizeColumnWidth = kSizeWidth + kPartSpacing;

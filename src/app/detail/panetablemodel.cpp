@@ -7,6 +7,11 @@
 
 namespace quillorn::detail {
 
+QString byteCountText(std::int64_t bytes, bool lowerBound)
+{
+    return lowerBound ? QStringLiteral("≥ ") + formattedByteCount(bytes) : formattedByteCount(bytes);
+}
+
 PaneTableModel::PaneTableModel(PaneModel &pane, QObject *parent)
     : QAbstractTableModel(parent), m_pane(pane), m_rows(pane.visibleCount()), m_shownCursor(pane.cursor())
 {
@@ -20,6 +25,7 @@ PaneTableModel::PaneTableModel(PaneModel &pane, QObject *parent)
     auto headers = [this] { Q_EMIT headerDataChanged(Qt::Horizontal, 0, columnCount_ - 1); };
     connect(&m_pane, &PaneModel::sortChanged, this, headers);
     connect(&m_pane, &PaneModel::ascendingChanged, this, headers);
+    connect(&m_pane.folderSizes(), &FolderSizes::sizesChanged, this, &PaneTableModel::repaintSizes);
 }
 
 int PaneTableModel::rowCount(const QModelIndex &parent) const
@@ -53,12 +59,23 @@ QVariant PaneTableModel::displayText(const FileEntry &entry, int column) const
     case nameColumn:
         return displayName(entry.name());
     case sizeColumn:
-        return entry.directory ? QStringLiteral("<DIR>") : formattedByteCount(entry.size);
+        return entry.directory ? folderSizeText(entry) : formattedByteCount(entry.size);
     case modifiedColumn:
         return formatNumericDate(entry.modified, m_locale);
     default:
         return {};
     }
+}
+
+QString PaneTableModel::folderSizeText(const FileEntry &entry) const
+{
+    const FolderSizes::Size *size = m_pane.folderSizes().find(entry.url());
+    if (!size)
+        return QStringLiteral("<DIR>");
+    if (size->counting && size->bytes == 0)
+        return QStringLiteral("…"); // nothing heard from the count yet
+    const QString text = byteCountText(size->bytes, size->partial);
+    return size->counting ? text + QStringLiteral("…") : text;
 }
 
 QVariant PaneTableModel::data(const QModelIndex &index, int role) const
@@ -149,6 +166,13 @@ void PaneTableModel::repaintRow(const std::filesystem::path &url)
 {
     if (const auto row = rowOf(url))
         Q_EMIT dataChanged(index(*row, 0), index(*row, columnCount_ - 1), {cursorRole, Qt::DisplayRole});
+}
+
+// As with tags: the view repaints only the rows it shows.
+void PaneTableModel::repaintSizes()
+{
+    if (m_rows > 0)
+        Q_EMIT dataChanged(index(0, sizeColumn), index(m_rows - 1, sizeColumn), {Qt::DisplayRole});
 }
 
 } // namespace quillorn::detail

@@ -3,6 +3,7 @@
 #include <QAbstractTableModel>
 #include <QLocale>
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 
@@ -13,10 +14,14 @@ class FileEntry;
 
 namespace quillorn::detail {
 
+// A byte count as the rows and the footer show it: "≥ 1.2 GB" for a lower bound.
+QString byteCountText(std::int64_t bytes, bool lowerBound);
+
 // Presents PaneModel::visible() to a table view, one row per entry, keyed by
 // the entry's URL. A new visible list resets the model; tag and cursor changes
 // only announce changed data, so the view keeps its scroll position. The column headers carry the sort
-// key and direction.
+// key and direction. A folder's size cell shows its counted size once asked
+// for ("12.3 MB…" while counting), else "<DIR>".
 class PaneTableModel : public QAbstractTableModel {
     Q_OBJECT
 public:
@@ -45,6 +50,8 @@ private:
     void repaintTagChanges();
     void repaintCursorChange();
     void repaintRow(const std::filesystem::path &url);
+    void repaintSizes();
+    QString folderSizeText(const FileEntry &entry) const;
     QVariant displayText(const FileEntry &entry, int column) const;
 
     PaneModel &m_pane;

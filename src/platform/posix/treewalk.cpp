@@ -7,6 +7,7 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -31,6 +32,10 @@ constexpr std::size_t direntNameOffset = offsetof(KernelDirent, type) + 1;
 
 constexpr std::size_t listingBufferSize = 32 * 1024;
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+// What Options::facts asks of statx: the type bits of the mode and no more than
+// the entry's facts (the device comes with every answer).
+constexpr unsigned factMask = STATX_TYPE | STATX_SIZE | STATX_INO | STATX_NLINK;
+constexpr int factFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 
 struct Frame {
     FileDescriptor fd;
@@ -110,6 +115,19 @@ void TreeWalk::walk(const std::filesystem::path &root, bool skipHidden, Visitor 
     walk(Start{rootFd, {}, 0, root.filename().string()}, skipHidden, visitor);
 }
 
+int TreeWalk::openStart(const std::filesystem::path &folder, std::int64_t &size)
+{
+    const int fd = ::open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    const int error = errno;
+    struct statx own {};
+    const bool examined = fd >= 0 ? ::statx(fd, "", AT_EMPTY_PATH, STATX_SIZE, &own) == 0
+                                  : ::statx(AT_FDCWD, folder.c_str(), AT_NO_AUTOMOUNT, STATX_SIZE, &own) == 0;
+    if (examined)
+        size = std::int64_t(own.stx_size);
+    errno = error;
+    return fd;
+}
+
 int TreeWalk::openFolder(int parentFd, const char *name)
 {
     return ::openat(parentFd, name, folderFlags);
@@ -134,10 +152,25 @@ int TreeWalk::openBelow(int rootFd, std::string_view relativePath)
 
 void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
 {
+    walk(std::move(start), Options{skipHidden, false, false}, visitor);
+}
+
+void TreeWalk::walk(Start start, const Options &options, Visitor &visitor)
+{
     Frames frames;
     frames.push(start.fd, start.relativePath.size());
     std::string path = std::move(start.relativePath);
     const int baseDepth = start.depth;
+    std::uint64_t startDevice = 0;
+    if (options.facts && options.oneVolume) {
+        struct statx own {};
+        if (::statx(start.fd, "", AT_EMPTY_PATH, STATX_TYPE, &own) != 0) {
+            const int error = errno;
+            visitor.failed(Entry{start.name, path, baseDepth, Kind::directory, -1}, error);
+            return;
+        }
+        startDevice = makedev(own.stx_dev_major, own.stx_dev_minor);
+    }
 
     while (!frames.empty()) {
         Frame &frame = frames.top();
@@ -170,7 +203,7 @@ void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
         const auto *record = reinterpret_cast<const KernelDirent *>(bytes);
         frame.position += record->length;
         const char *name = bytes + direntNameOffset;
-        if (isDotOrDotDot(name) || (skipHidden && name[0] == '.'))
+        if (isDotOrDotDot(name) || (options.skipHidden && name[0] == '.'))
             continue;
 
         path.resize(frame.pathLength);
@@ -179,7 +212,21 @@ void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
         path += name;
         Entry entry{std::string_view(path).substr(path.size() - std::char_traits<char>::length(name)), path,
                     baseDepth + frames.depth(), kindOfType(record->type), frame.fd.get()};
-        if (record->type == DT_UNKNOWN) {
+        if (options.facts) {
+            struct statx facts {};
+            if (::statx(frame.fd.get(), name, factFlags, factMask, &facts) != 0) {
+                if (visitor.failed(entry, errno) == Next::stop)
+                    return;
+                continue;
+            }
+            entry.kind = kindOfMode(facts.stx_mode);
+            entry.size = std::int64_t(facts.stx_size);
+            entry.inode = facts.stx_ino;
+            entry.device = makedev(facts.stx_dev_major, facts.stx_dev_minor);
+            entry.links = facts.stx_nlink;
+            entry.otherVolume =
+                options.oneVolume && entry.kind == Kind::directory && entry.device != startDevice;
+        } else if (record->type == DT_UNKNOWN) {
             struct stat status {};
             if (::fstatat(frame.fd.get(), name, &status, AT_SYMLINK_NOFOLLOW) != 0) {
                 if (visitor.failed(entry, errno) == Next::stop)
@@ -191,7 +238,7 @@ void TreeWalk::walk(Start start, bool skipHidden, Visitor &visitor)
         const Next next = visitor.entry(entry);
         if (next == Next::stop)
             return;
-        if (next == Next::prune || entry.kind != Kind::directory)
+        if (next == Next::prune || entry.kind != Kind::directory || entry.otherVolume)
             continue;
         const int child = openFolder(frame.fd.get(), name);
         if (child < 0) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <filesystem>
 #include <string>
 #include <string_view>
@@ -9,8 +10,9 @@ namespace quillorn {
 // A depth-first, pre-order walk of a folder tree by descriptor: each folder is
 // opened relative to its parent (never through a symbolic link) and read with
 // getdents, and an entry's kind comes from the listing's d_type, so no entry is
-// stat'ed unless the file system leaves its type unknown. Symbolic links are
-// reported and never entered. One descriptor per level of depth stays open.
+// stat'ed unless the file system leaves its type unknown or the caller asks for
+// its facts. Symbolic links are reported and never entered. One descriptor per
+// level of depth stays open.
 class TreeWalk {
 public:
     enum class Kind : unsigned char { file, directory, symlink, other };
@@ -22,6 +24,24 @@ public:
         int depth = 0; // 1 for a direct child of the root
         Kind kind = Kind::other;
         int parentFd = -1; // the open folder that holds the entry, valid during the call
+        // With Options::facts, from one statx of the entry itself (a link is not followed).
+        std::int64_t size = 0;
+        std::uint64_t inode = 0;
+        std::uint64_t device = 0;
+        std::uint32_t links = 0;
+        // With Options::oneVolume: a folder on another device than the walk's
+        // start (a mount point), which the walk does not enter.
+        bool otherVolume = false;
+    };
+
+    struct Options {
+        // Leaves out names beginning with "." together with everything under them.
+        bool skipHidden = false;
+        // Fills each entry's size, inode, device and link count: one statx per
+        // entry, asking for no more than those.
+        bool facts = false;
+        // With facts: stays on the start folder's volume, as du -x does.
+        bool oneVolume = false;
     };
 
     // prune: do not enter this folder (the entry itself counts as met).
@@ -56,6 +76,11 @@ public:
     // The same below a folder opened earlier, so that parts of one tree can be
     // walked apart (on several threads) with paths and depths as from its root.
     static void walk(Start start, bool skipHidden, Visitor &visitor);
+    static void walk(Start start, const Options &options, Visitor &visitor);
+    // Opens a folder to walk from by its path, following a final link, and sets
+    // `size` to the folder's own apparent size whenever it can be examined, also
+    // when it cannot be opened. -1 with errno set on failure.
+    static int openStart(const std::filesystem::path &folder, std::int64_t &size);
     // Opens a folder for walking, relative to an open one, never through a link;
     // -1 with errno set on failure.
     static int openFolder(int parentFd, const char *name);

@@ -12,6 +12,7 @@
 
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <sys/sysmacros.h>
 #include <sys/vfs.h>
 
@@ -170,6 +171,14 @@ std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item)
     if (::lstat(item.c_str(), &info) != 0)
         return std::nullopt;
     return static_cast<std::uint64_t>(info.st_dev);
+}
+
+std::optional<std::int64_t> availableBytes(const std::filesystem::path &item)
+{
+    struct statvfs volume {};
+    if (::statvfs(item.c_str(), &volume) != 0)
+        return std::nullopt;
+    return static_cast<std::int64_t>(volume.f_bavail) * static_cast<std::int64_t>(volume.f_frsize);
 }
 
 std::optional<VolumeMark> volumeMark(const std::filesystem::path &folder)

@@ -11,6 +11,10 @@ namespace quillorn {
 // it cannot be examined.
 std::optional<std::uint64_t> volumeIdentifier(const std::filesystem::path &item);
 
+// The bytes of the item's volume that an unprivileged user may still fill
+// (statvfs f_bavail × f_frsize); empty when it cannot be examined.
+std::optional<std::int64_t> availableBytes(const std::filesystem::path &item);
+
 // Which volume a folder is on, in a form that outlives an unmount: the mount
 // point it sits under and the file system's statfs id, which ext4, btrfs, XFS
 // and most others derive from the volume itself rather than from the device
