@@ -58,7 +58,7 @@ QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
            " moved items were left where they were: they or their copies changed. See the log.";
 }
 
-// The items a rename or a new folder leaves, known from the job itself; a
+// The items a rename, a multi-rename or a new folder leaves, known from the job itself; a
 // transfer tells its own as it publishes them.
 std::vector<std::filesystem::path> namedBeforehand(const Job &job)
 {
@@ -66,6 +66,13 @@ std::vector<std::filesystem::path> namedBeforehand(const Job &job)
         return {rename->item.parent_path() / rename->name};
     if (const auto *folder = std::get_if<NewFolderJob>(&job))
         return {folder->folder / folder->name};
+    if (const auto *renames = std::get_if<MultiRenameJob>(&job)) {
+        std::vector<std::filesystem::path> made;
+        for (const auto &[from, to] : renames->names)
+            if (from != to)
+                made.push_back(renames->folder / to);
+        return made;
+    }
     return {};
 }
 

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <utility>
 
 namespace quillorn::detail {
 
@@ -18,6 +19,14 @@ template <class... Ts> struct Overloaded : Ts... {
 std::string field(std::string_view key, const std::string &bytes)
 {
     return std::string(key) + ' ' + percentEncoded(bytes) + '\n';
+}
+
+std::string multiRenameFields(const MultiRenameJob &rename)
+{
+    std::string text = field("kind", "multiRename") + field("folder", rename.folder.native());
+    for (const auto &[from, to] : rename.names)
+        text += field("from", from) + field("to", to);
+    return text;
 }
 
 std::string jobFields(const Job &job)
@@ -53,6 +62,7 @@ std::string jobFields(const Job &job)
                                      field("destination", extraction.destination.native());
                           },
                           [](const OpaqueJob &) { return std::string(); },
+                          [](const MultiRenameJob &rename) { return multiRenameFields(rename); },
                       },
                       job);
 }
@@ -139,6 +149,23 @@ std::optional<Job> jobOf(const Fields &fields)
         if (!archive || !member || !destination)
             return std::nullopt;
         return ArchiveExtraction{*archive, QString::fromStdString(*member), *destination, nullptr};
+    }
+    if (kind == "multiRename") {
+        const auto folder = only(fields, "folder");
+        MultiRenameJob job{folder.value_or(""), {}};
+        // "from" and "to" alternate, one pair per item, in the job's order.
+        std::optional<std::string> from;
+        for (const auto &[name, value] : fields) {
+            if (name == "from" && !from)
+                from = value;
+            else if (name == "to" && from)
+                job.names.emplace_back(*std::exchange(from, std::nullopt), value);
+            else if (name == "from" || name == "to")
+                return std::nullopt;
+        }
+        if (!folder || from || job.names.empty())
+            return std::nullopt;
+        return job;
     }
     if (kind == "trash" && !all(fields, "item").empty())
         return TrashJob{all(fields, "item")};
