@@ -380,26 +380,38 @@ void renameAll(const fs::path &folder, const std::vector<NameChange> &changes, c
     const Folder open = detail::openFolderForNames(folder);
     control.totalItems(static_cast<std::int64_t>(plan.size()));
 
+    // How far each got in a run a crash cut short; the cycles still to run are
+    // announced together, so that a job of many pays for one durable record.
+    const std::vector<Component> components = componentsOf(folder, plan);
+    std::vector<std::size_t> already(components.size(), 0);
+    std::vector<PublishIntent> intents;
+    for (std::size_t c = 0; c < components.size(); ++c) {
+        const Component &component = components[c];
+        if (earlier)
+            already[c] = stepsDone(open, component, *earlier);
+        if (component.cycle && already[c] == 0) {
+            const std::optional<struct stat> first = attributes(open, component.names[0]);
+            intents.push_back({open / component.names[0],
+                               open / component.hidden,
+                               open / component.names[1],
+                               {},
+                               first ? identity(*first) : std::string()});
+        }
+    }
+    control.publishing(intents);
+
     std::vector<Step> done;
     std::optional<std::size_t> failing; // the change whose step runs
     try {
-        for (const Component &component : componentsOf(folder, plan)) {
+        for (std::size_t c = 0; c < components.size(); ++c) {
+            const Component &component = components[c];
             const std::vector<Step> steps = stepsOf(component);
-            const std::size_t already = earlier ? stepsDone(open, component, *earlier) : 0;
             for (std::size_t i = 0; i < steps.size(); ++i) {
                 failing = steps[i].change;
-                if (i >= already) {
+                if (i >= already[c]) {
                     // Between two steps of a cycle an item is under the hidden name.
                     if (!component.cycle || i == 0)
                         control.check();
-                    if (component.cycle && i == 0) {
-                        const std::optional<struct stat> first = attributes(open, steps[i].from);
-                        control.publishing({open / steps[i].from,
-                                            open / steps[i].to,
-                                            open / component.names[1],
-                                            {},
-                                            first ? identity(*first) : std::string()});
-                    }
                     control.detail("Renaming " + quoted(steps[i].from));
                     rename(open, steps[i].from, open, steps[i].to);
                 }

@@ -67,9 +67,10 @@ using NoReplaceRename = std::function<void(const Folder &from, const std::string
 // between renames that leave every item under a name of its own (never in the
 // middle of a cycle) and keeps what is done.
 //
-// Before a cycle starts, an intent (source: its first item, staging: the
-// hidden name, target: the item's new name, copySeal: the item's identity)
-// is told to control.publishing(), which a journal makes durable. Run again
+// Before the first rename, an intent for each cycle (source: its first item,
+// staging: the hidden name, target: that item's new name, copySeal: the
+// item's identity) is told to control.publishing() at once, which a journal
+// makes durable in one write. Run again
 // after a crash (`earlier`: the intents recorded then), the job works out
 // from the names present how far each chain or cycle got and goes on from
 // there; a cycle whose names are all back is told done from not begun by its

@@ -393,8 +393,9 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
         if (journaled) {
             // Recorded before a moved source is removed, so a crash right after
             // a publish still finds it done at the next start.
-            item.control->onPublishing(
-                [journal, id = item.id](const PublishIntent &intent) { journal->publishing(id, intent); });
+            item.control->onPublishing([journal, id = item.id](const std::vector<PublishIntent> &intents) {
+                journal->publishing(id, intents);
+            });
             if (item.rerun)
                 earlier.published = journal->publishedBy(item.id);
         }

@@ -166,10 +166,11 @@ TEST(MultiRename, aRunAfterACrashFinishesFromWhereverItStopped)
             auto count = std::make_shared<int>(0);
             const NoReplaceRename posix = FileOperations::FileManager::posix().rename;
             OperationControl control;
-            control.onPublishing([&](const PublishIntent &intent) {
-                std::ofstream(record, std::ios::app)
-                    << intent.source.native() << '\t' << intent.staging.native() << '\t'
-                    << intent.target.native() << '\t' << intent.copySeal << '\n';
+            control.onPublishing([&](const std::vector<PublishIntent> &intents) {
+                for (const PublishIntent &intent : intents)
+                    std::ofstream(record, std::ios::app)
+                        << intent.source.native() << '\t' << intent.staging.native() << '\t'
+                        << intent.target.native() << '\t' << intent.copySeal << '\n';
             });
             try {
                 renameAll(

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <unordered_set>
 #include <utility>
 
 namespace quillorn::detail {
@@ -192,6 +193,26 @@ void addPublication(std::vector<JobRunner::Publication> &publications, JobRunner
         }
     if (std::find(publications.begin(), publications.end(), publication) == publications.end())
         publications.push_back(std::move(publication));
+}
+
+void addPublications(std::vector<JobRunner::Publication> &publications,
+                     const std::vector<JobRunner::Publication> &added)
+{
+    const auto key = [](const PublishIntent &intent) {
+        return intent.source.native() + '\0' + intent.staging.native() + '\0' + intent.target.native() +
+               '\0' + intent.sourceSeal + '\0' + intent.copySeal;
+    };
+    std::unordered_set<std::string> known;
+    if (added.size() > 1)
+        for (const JobRunner::Publication &publication : publications)
+            if (!publication.intent.target.empty())
+                known.insert(key(publication.intent));
+    for (const JobRunner::Publication &publication : added) {
+        if (added.size() == 1 || publication.intent.target.empty())
+            addPublication(publications, publication);
+        else if (known.insert(key(publication.intent)).second)
+            publications.push_back(publication);
+    }
 }
 
 std::string publicationLine(const QUuid &id, const JobRunner::Publication &publication)
