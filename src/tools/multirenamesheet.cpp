@@ -66,8 +66,12 @@ MultiRenameSheet::MultiRenameSheet(Path folder, std::vector<Path> items, Transfe
     m_pattern = field(QStringLiteral("patternField"), QStringLiteral("[N].[E]"), this);
     m_pattern->setText(RenamePattern::Rules().pattern);
     m_pattern->selectAll();
-    form->addRow(QStringLiteral("Name pattern"), m_pattern);
-    form->addRow(QString(), detail::sheetNote(RenamePattern::hint, this));
+    // The hint sits right under its field, closer than the rows are to each other.
+    auto *patternColumn = new QVBoxLayout;
+    patternColumn->setSpacing(2);
+    patternColumn->addWidget(m_pattern);
+    patternColumn->addWidget(detail::sheetNote(RenamePattern::hint, this));
+    form->addRow(QStringLiteral("Name pattern"), patternColumn);
 
     auto *counter = new QHBoxLayout;
     m_start = spinBox(QStringLiteral("counterStart"), 0, 999'999'999, 1, this);
