@@ -302,6 +302,7 @@ private Q_SLOTS:
         QTRY_COMPARE(TestTree::names(*m_f.tree / "Left"),
                      (std::vector<std::string>{".hidden", "1 b.txt", "2 c.txt", "3 d.txt", "alpha"}));
         QTRY_COMPARE(left.cursor(), std::optional(*m_f.tree / "Left/1 b.txt"));
+        QTRY_VERIFY(left.visibleIndexOf(*left.cursor())); // listed anew, the cursor on its row
         // The keyboard is back where it was: the next key moves in the pane.
         QTRY_COMPARE(QApplication::focusWidget(), keyboard);
         QVERIFY(!m_f.recorder.keys.contains(Qt::Key_Return));
