@@ -238,9 +238,16 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
     add({.id = QStringLiteral("compare"),
          .text = QStringLiteral("Compare"),
          .help = QStringLiteral("Compare the two panes' folders"),
-         .keys = {Qt::CTRL | Qt::Key_M},
+         // Shift makes no difference to "="; where "+" shares its key, Ctrl+Shift+= arrives as Ctrl++.
+         .keys = {Qt::CTRL | Qt::Key_Equal, Qt::CTRL | Qt::Key_Plus},
          .toolBarSymbol = int(ToolbarSymbol::arrowsLeftRight),
          .invoke = [&model](const Invocation &) { model.openCompare(); }});
+    add({.id = QStringLiteral("multiRename"),
+         .text = QStringLiteral("Multi-rename…"),
+         .help = QStringLiteral("Rename the items by a pattern"),
+         .keys = {Qt::CTRL | Qt::Key_M},
+         .enabled = hasItems,
+         .invoke = [&model](const Invocation &) { model.openMultiRename(); }});
     add({.id = QStringLiteral("info"),
          .text = QStringLiteral("Info"),
          .keyText = QStringLiteral("Ctrl+I"),

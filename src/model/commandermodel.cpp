@@ -36,14 +36,17 @@ bool hasZipExtension(const std::filesystem::path &path)
 }
 
 // The one folder a job works within, where the items it makes are the user's
-// next concern: a rename's, a new folder's, and that of a copy or move whose
-// sources all lie in the folder they go to. Other transfers have none.
+// next concern: a rename's, a multi-rename's, a new folder's, and that of a
+// copy or move whose sources all lie in the folder they go to. Other transfers
+// have none.
 std::optional<std::filesystem::path> workingFolder(const Job &job)
 {
     if (const auto *rename = std::get_if<RenameJob>(&job))
         return rename->item.parent_path();
     if (const auto *folder = std::get_if<NewFolderJob>(&job))
         return folder->folder;
+    if (const auto *renames = std::get_if<MultiRenameJob>(&job))
+        return renames->folder;
     if (const auto *transfer = std::get_if<TransferJob>(&job)) {
         const bool within =
             !transfer->sources.empty() &&
@@ -349,6 +352,13 @@ void CommanderModel::openInfo()
     const std::vector<Path> items = active().selected();
     if (!items.empty())
         setTool(ToolSheet::Info{items.front()});
+}
+
+void CommanderModel::openMultiRename()
+{
+    std::vector<Path> items = active().selected();
+    if (!items.empty())
+        setTool(ToolSheet::MultiRename{active().directory(), std::move(items)});
 }
 
 void CommanderModel::connect()

@@ -80,6 +80,8 @@ public:
     void openSearch();
     void openCompare();
     void openInfo();
+    // The multi-rename sheet for the items to act on; nothing without any.
+    void openMultiRename();
     // Opens the connect-to-server sheet.
     void connect();
     using QObject::connect;

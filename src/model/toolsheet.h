@@ -53,9 +53,15 @@ struct ToolSheet {
         static constexpr std::string_view id = "connect";
         friend bool operator==(const Connect &, const Connect &) = default;
     };
+    struct MultiRename {
+        static constexpr std::string_view id = "multiRename";
+        Path folder;
+        std::vector<Path> items; // in the folder, in the pane's order
+        friend bool operator==(const MultiRename &, const MultiRename &) = default;
+    };
 
     // In the order of the cases; the index is the case.
-    using Case = std::variant<Transfer, Search, Compare, Editor, Info, Archive, Connect>;
+    using Case = std::variant<Transfer, Search, Compare, Editor, Info, Archive, Connect, MultiRename>;
 
     template <typename T>
     requires std::is_constructible_v<Case, T &&> ToolSheet(T &&sheet) : value(std::forward<T>(sheet)) {}
@@ -63,7 +69,7 @@ struct ToolSheet {
     Case value;
 
     // The case name, the `id` of the payload: "transfer", "search", "compare",
-    // "editor", "info", "archive" or "connect".
+    // "editor", "info", "archive", "connect" or "multiRename".
     QString id() const;
 
     template <typename T> bool is() const { return std::holds_alternative<T>(value); }

@@ -82,6 +82,9 @@ public:
                             VolumeIsLocalService volumeIsLocal = defaultVolumeIsLocal(),
                             FileManager manager = FileManager::posix());
 
+    // The calls it was made with: a multi-rename renames through the same one.
+    const FileManager &manager() const { return m_manager; }
+
     static TrashService defaultTrash();
     static RemoveService defaultRemove();
     static VolumeIsLocalService defaultVolumeIsLocal();

@@ -64,13 +64,18 @@ void OperationControl::onPublishing(PublishingListener listener)
 
 void OperationControl::publishing(const PublishIntent &intent) const
 {
+    publishing(std::vector<PublishIntent>{intent});
+}
+
+void OperationControl::publishing(const std::vector<PublishIntent> &intents) const
+{
     PublishingListener listener;
     {
         std::lock_guard guard(m_lock);
         listener = m_publishing;
     }
-    if (listener)
-        listener(intent);
+    if (listener && !intents.empty())
+        listener(intents);
 }
 
 bool OperationControl::isPaused() const

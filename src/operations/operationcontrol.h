@@ -6,6 +6,7 @@
 #include <functional>
 #include <mutex>
 #include <string>
+#include <vector>
 
 namespace quillorn {
 
@@ -59,11 +60,13 @@ public:
         std::function<void(const std::filesystem::path &source, const std::filesystem::path &target)>;
     void onPublished(PublishedListener listener);
     void published(const std::filesystem::path &source, const std::filesystem::path &target) const;
-    // Told on the worker's thread right before each publishing rename; the record
-    // must be durable when the listener returns. Set before the work starts.
-    using PublishingListener = std::function<void(const PublishIntent &intent)>;
+    // Told on the worker's thread right before each publishing rename, or once
+    // before the first of several that work announces together; the record must
+    // be durable when the listener returns. Set before the work starts.
+    using PublishingListener = std::function<void(const std::vector<PublishIntent> &intents)>;
     void onPublishing(PublishingListener listener);
     void publishing(const PublishIntent &intent) const;
+    void publishing(const std::vector<PublishIntent> &intents) const;
     void add(std::int64_t bytes);
     void total(std::int64_t bytes);
     void detail(std::string text);

@@ -81,7 +81,15 @@ void JobJournal::save(std::vector<Entry> jobs)
 
 void JobJournal::publishing(const QUuid &id, const PublishIntent &intent) noexcept
 {
-    record(id, {intent, false}, true);
+    record(id, {{intent, false}}, true);
+}
+
+void JobJournal::publishing(const QUuid &id, const std::vector<PublishIntent> &intents) noexcept
+{
+    std::vector<JobRunner::Publication> publications;
+    for (const PublishIntent &intent : intents)
+        publications.push_back({intent, false});
+    record(id, publications, true);
 }
 
 void JobJournal::published(const QUuid &id, const Path &source) noexcept
@@ -97,10 +105,11 @@ void JobJournal::published(const QUuid &id, const Path &source) noexcept
                     if (publication.intent.source == source)
                         sealed = !publication.intent.copySeal.empty();
     }
-    record(id, {{source, {}, {}, {}, {}}, true}, !sealed);
+    record(id, {{{source, {}, {}, {}, {}}, true}}, !sealed);
 }
 
-void JobJournal::record(const QUuid &id, const JobRunner::Publication &publication, bool durable) noexcept
+void JobJournal::record(const QUuid &id, const std::vector<JobRunner::Publication> &publications,
+                        bool durable) noexcept
 {
     try {
         bool unwritten = false;
@@ -112,13 +121,16 @@ void JobJournal::record(const QUuid &id, const JobRunner::Publication &publicati
         if (unwritten)
             writeLatest();
         std::lock_guard writing(m_writeLock);
+        std::string lines;
         {
             std::lock_guard guard(m_lock);
             for (Entry &entry : m_jobs)
                 if (entry.id == id)
-                    detail::addPublication(entry.published, publication);
+                    detail::addPublications(entry.published, publications);
         }
-        append(detail::publicationLine(id, publication), durable);
+        for (const JobRunner::Publication &publication : publications)
+            lines += detail::publicationLine(id, publication);
+        append(lines, durable);
     } catch (const std::exception &error) {
         reportOnce(error);
     }

@@ -56,6 +56,9 @@ public:
     // before returning, so a kill right after the rename still finds it.
     // Never throws: a journal that cannot be written is logged once.
     void publishing(const QUuid &id, const PublishIntent &intent) noexcept;
+    // Several intents at once, on disk together before returning: one write
+    // where a job announces many renames ahead (the cycles of a multi-rename).
+    void publishing(const QUuid &id, const std::vector<PublishIntent> &intents) noexcept;
     // Worker thread: the job published this source. On disk before returning
     // where the intent could not seal the copy; otherwise soon.
     // Never throws: a journal that cannot be written is logged once.
@@ -79,7 +82,8 @@ private:
     void write(const std::string &text);
     void openFiles();
     // Adds a publication to the job and to the log appended between rewrites.
-    void record(const QUuid &id, const JobRunner::Publication &publication, bool durable) noexcept;
+    void record(const QUuid &id, const std::vector<JobRunner::Publication> &publications,
+                bool durable) noexcept;
     void append(const std::string &line, bool durable);
     void reportOnce(const std::exception &error) noexcept;
 

@@ -42,6 +42,13 @@ QString QueueItem::carries() const
                 return QStringLiteral("\u2018") + extraction.fileName() + QStringLiteral("\u2019");
             },
             [](const OpaqueJob &) { return QString(); },
+            [](const MultiRenameJob &rename) {
+                if (rename.names.empty())
+                    return QString();
+                const QString first = quotedName(std::filesystem::path(rename.names.front().first));
+                const std::size_t others = rename.names.size() - 1;
+                return others == 0 ? first : first + QStringLiteral(" and %1 more").arg(others);
+            },
         },
         job);
 }

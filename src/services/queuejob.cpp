@@ -3,6 +3,7 @@
 #include "operations/appdiagnostics.h"
 #include "operations/commandererror.h"
 #include "operations/detail/logtext.h"
+#include "operations/multirename.h"
 #include "operations/operationcontrol.h"
 #include "services/detail/filecommands.h"
 
@@ -41,6 +42,15 @@ bool sealMatches(const std::filesystem::path &item, const std::string &seal, boo
 
 } // namespace
 
+MultiRenameJob MultiRenameJob::reversed() const
+{
+    MultiRenameJob back{folder, {}};
+    back.names.reserve(names.size());
+    for (const auto &[from, to] : names)
+        back.names.emplace_back(to, from);
+    return back;
+}
+
 JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, const Earlier *earlier) const
 {
     control.check();
@@ -62,6 +72,14 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                    [&](const TrashJob &trash) { this->trash(trash, control, earlier); },
                    [&](const ArchiveExtraction &extraction) { extraction(control); },
                    [&](const OpaqueJob &opaque) { opaque.work(control); },
+                   [&](const MultiRenameJob &rename) {
+                       std::vector<PublishIntent> intents;
+                       if (earlier)
+                           for (const Publication &publication : earlier->published)
+                               intents.push_back(publication.intent);
+                       renameAll(rename.folder, rename.names, m_operations.manager().rename, control,
+                                 earlier ? &intents : nullptr);
+                   },
                },
                job);
     return result;

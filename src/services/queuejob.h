@@ -10,6 +10,7 @@
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -28,6 +29,14 @@ struct RenameJob {
     std::filesystem::path item;
     std::string name;
 };
+// Many items of one folder renamed together, all or none (renameAll).
+struct MultiRenameJob {
+    std::filesystem::path folder;
+    std::vector<std::pair<std::string, std::string>> names; // old name, new name: bytes
+
+    // The job that gives every item its old name back.
+    MultiRenameJob reversed() const;
+};
 struct NewFolderJob {
     std::filesystem::path folder;
     std::string name;
@@ -43,7 +52,8 @@ struct OpaqueJob {
 
 // An ArchiveExtraction is journaled without the member's bytes it may carry: run
 // again, it reads the member from the archive.
-using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob>;
+using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob,
+                         MultiRenameJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {

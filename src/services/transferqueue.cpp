@@ -58,7 +58,7 @@ QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
            " moved items were left where they were: they or their copies changed. See the log.";
 }
 
-// The items a rename or a new folder leaves, known from the job itself; a
+// The items a rename, a multi-rename or a new folder leaves, known from the job itself; a
 // transfer tells its own as it publishes them.
 std::vector<std::filesystem::path> namedBeforehand(const Job &job)
 {
@@ -66,6 +66,13 @@ std::vector<std::filesystem::path> namedBeforehand(const Job &job)
         return {rename->item.parent_path() / rename->name};
     if (const auto *folder = std::get_if<NewFolderJob>(&job))
         return {folder->folder / folder->name};
+    if (const auto *renames = std::get_if<MultiRenameJob>(&job)) {
+        std::vector<std::filesystem::path> made;
+        for (const auto &[from, to] : renames->names)
+            if (from != to)
+                made.push_back(renames->folder / to);
+        return made;
+    }
     return {};
 }
 
@@ -386,8 +393,9 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
         if (journaled) {
             // Recorded before a moved source is removed, so a crash right after
             // a publish still finds it done at the next start.
-            item.control->onPublishing(
-                [journal, id = item.id](const PublishIntent &intent) { journal->publishing(id, intent); });
+            item.control->onPublishing([journal, id = item.id](const std::vector<PublishIntent> &intents) {
+                journal->publishing(id, intents);
+            });
             if (item.rerun)
                 earlier.published = journal->publishedBy(item.id);
         }

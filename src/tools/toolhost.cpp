@@ -8,6 +8,7 @@
 #include "tools/connectsheet.h"
 #include "tools/editorsheet.h"
 #include "tools/infosheet.h"
+#include "tools/multirenamesheet.h"
 #include "tools/searchsheet.h"
 #include "tools/sheetcontext.h"
 #include "tools/transfersheet.h"
@@ -76,6 +77,11 @@ QWidget *makeSheet(const ToolSheet::Archive &archive, SheetContext &context)
 QWidget *makeSheet(const ToolSheet::Connect &, SheetContext &context)
 {
     return new ConnectSheet(context.dismiss, &handServerAddressToDesktop);
+}
+
+QWidget *makeSheet(const ToolSheet::MultiRename &rename, SheetContext &context)
+{
+    return new MultiRenameSheet(rename.folder, rename.items, context.model.queue(), context.dismiss);
 }
 
 } // namespace

@@ -95,7 +95,11 @@ const KeyRow keyRows[] = {
     {"minus untags all", Qt::Key_Minus, none, 1, "b.txt,c.txt", "b.txt", "", ""},
     {"asterisk inverts the tags", Qt::Key_Asterisk, shift, 1, "b.txt", "b.txt", "alpha,c.txt,d.txt", ""},
     {"plus asks for a pattern", Qt::Key_Plus, shift, 1, "", "b.txt", "", "prompt:Tag by pattern"},
-    {"Ctrl+M compares the panes", Qt::Key_M, ctrl, 1, "", "b.txt", "", "tool:compare"},
+    {"Ctrl+= compares the panes", Qt::Key_Equal, ctrl, 1, "", "b.txt", "", "tool:compare"},
+    {"Ctrl++ compares where = needs Shift", Qt::Key_Plus, ctrl | shift, 1, "", "b.txt", "", "tool:compare"},
+    {"Ctrl+M multi-renames the tagged", Qt::Key_M, ctrl, 1, "c.txt,d.txt", "b.txt", "c.txt,d.txt",
+     "tool:multiRename:2"},
+    {"Ctrl+M with nothing to rename goes on", Qt::Key_M, ctrl, -1, "", "", "", "goes on"},
     {"Ctrl+N connects to a server", Qt::Key_N, ctrl, 1, "", "b.txt", "", "tool:connect"},
     {"Ctrl+Tab with one tab stays", Qt::Key_Tab, ctrl, 1, "", "b.txt", "", ""},
     {"Ctrl+J without a queue on screen goes on", Qt::Key_J, ctrl, 1, "", "b.txt", "", "goes on"},
@@ -149,6 +153,8 @@ private Q_SLOTS:
                 text += ":" + name(search->root);
             if (const auto *info = tool->as<ToolSheet::Info>())
                 text += ":" + name(info->item);
+            if (const auto *rename = tool->as<ToolSheet::MultiRename>())
+                text += ":" + QString::number(rename->items.size());
             effects << text;
         }
         if (!m_f.view->model().activeLeft())

@@ -4,6 +4,7 @@
 #include "operations/operationcontrol.h"
 #include "tools/comparesheet.h"
 #include "tools/infosheet.h"
+#include "tools/multirenamesheet.h"
 #include "tools/searchsheet.h"
 
 #include <QCheckBox>
@@ -260,6 +261,63 @@ private Q_SLOTS:
         sheet->setPermissions("600");
         sheet->applyPermissions();
         QCOMPARE(sheet->status(), displayText(*m_f.tree / "Left/theirs") + ": Operation not permitted");
+    }
+
+    void multiRenameShowsConflictsThenRenamesOnDiskAndGivesThePaneTheKeyboard()
+    {
+        PaneModel &left = m_f.left();
+        left.setSelection({*m_f.tree / "Left/b.txt", *m_f.tree / "Left/c.txt", *m_f.tree / "Left/d.txt"});
+        QWidget *keyboard = QApplication::focusWidget();
+        auto *sheet = m_f.openOn<MultiRenameSheet>("alpha", Qt::Key_M, Qt::ControlModifier);
+        QVERIFY(sheet);
+        auto *pattern = sheet->findChild<QLineEdit *>("patternField");
+        auto *rename = sheet->findChild<QPushButton *>("renameButton");
+        auto *preview = sheet->findChild<QTableView *>("previewList");
+        const auto row = [preview](int at) {
+            QStringList cells;
+            for (int column = 0; column < 3; ++column)
+                cells << preview->model()->index(at, column).data().toString();
+            return cells.join(" | ");
+        };
+        QTRY_COMPARE(QApplication::focusWidget(), pattern);
+        QTRY_COMPARE(sheet->status(), "No name changes.");
+        QVERIFY(!rename->isEnabled());
+
+        // Typing replaces the pattern offered; one name for all three marks every row.
+        QTest::keyClicks(pattern, "same");
+        QCOMPARE(row(0), "b.txt | same | \u26a0 Same new name as another item");
+        QCOMPARE(row(2), "d.txt | same | \u26a0 Same new name as another item");
+        QCOMPARE(sheet->status(), "3 conflicts: More than one item would be named \u2018same\u2019.");
+        QVERIFY(!rename->isEnabled());
+        QTest::keyClick(pattern, Qt::Key_Return);
+        QCOMPARE(m_f.sheet<MultiRenameSheet>(), sheet);
+
+        pattern->selectAll();
+        QTest::keyClicks(pattern, "[C] [N].[E]");
+        QCOMPARE(row(0), "b.txt | 1 b.txt | ");
+        QCOMPARE(row(2), "d.txt | 3 d.txt | ");
+        QCOMPARE(sheet->status(), "3 of 3 names change.");
+        QTest::keyClick(pattern, Qt::Key_Return);
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+        QTRY_COMPARE(TestTree::names(*m_f.tree / "Left"),
+                     (std::vector<std::string>{".hidden", "1 b.txt", "2 c.txt", "3 d.txt", "alpha"}));
+        QTRY_COMPARE(left.cursor(), std::optional(*m_f.tree / "Left/1 b.txt"));
+        QTRY_VERIFY(left.visibleIndexOf(*left.cursor())); // listed anew, the cursor on its row
+        // The keyboard is back where it was: the next key moves in the pane.
+        QTRY_COMPARE(QApplication::focusWidget(), keyboard);
+        QVERIFY(!m_f.recorder.keys.contains(Qt::Key_Return));
+        QTest::keyClick(keyboard, Qt::Key_Down);
+        QCOMPARE(left.cursor(), std::optional(*m_f.tree / "Left/2 c.txt"));
+
+        // Escape closes without renaming.
+        sheet = m_f.openOn<MultiRenameSheet>("alpha", Qt::Key_M, Qt::ControlModifier);
+        QVERIFY(sheet);
+        QTRY_COMPARE(QApplication::focusWidget(), sheet->findChild<QLineEdit *>("patternField"));
+        QTest::keyClicks(QApplication::focusWidget(), "beta");
+        QTRY_VERIFY(sheet->canRename());
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Escape);
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+        QVERIFY(std::filesystem::exists(*m_f.tree / "Left/alpha"));
     }
 
 private:

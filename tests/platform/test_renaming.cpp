@@ -4,6 +4,7 @@
 // survives, and moves to free names still work.
 #include "platform/posix/posixerror.h"
 #include "platform/posix/renaming.h"
+#include "platform/posix/volume.h"
 
 #include "heldcall.h"
 #include "scopedmount.h"
@@ -193,6 +194,23 @@ TEST(WithoutNoReplaceOrLinks, onFatMovesStillWorkAndTakenNamesAreRefused)
     ASSERT_NE(::link(probe.c_str(), (where / "linked").c_str()), 0) << "this FAT has hard links";
     fs::remove(probe);
     expectMovesToFreeNamesOnlyAndNothingLeftBehind(tree, where, true);
+}
+
+TEST(VolumeNaming, fatRefusesWindowsCharactersAndIgnoresLetterCase)
+{
+    if (!runningAsRoot())
+        GTEST_SKIP() << "mounting a FUSE volume needs root";
+    TestTree tree;
+    const fs::path where = tree.folder("fat");
+    std::optional<ScopedMount> volume;
+    try {
+        volume.emplace(ScopedMount::fat(tree / "fat.img", where));
+    } catch (const std::exception &error) {
+        GTEST_SKIP() << error.what();
+    }
+    EXPECT_EQ(volumeNaming(where), (VolumeNaming{true, true}));
+    EXPECT_EQ(volumeNaming(tree.folder("fat/sub")), (VolumeNaming{true, true}));
+    EXPECT_EQ(volumeNaming(tree.root()), VolumeNaming{});
 }
 
 } // namespace

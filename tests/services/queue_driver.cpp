@@ -2,6 +2,7 @@
 // tests can kill it in the middle of a job and start it again:
 //   queue_driver move DESTINATION SOURCE...  queues a move and waits for it;
 //   queue_driver copy DESTINATION SOURCE...  the same with a copy;
+//   queue_driver multirename FOLDER OLD NEW… renames items of FOLDER together;
 //   queue_driver resume                      offers what a killed run left, as
 //                                            start-up does, and resumes it all.
 // Both print one line per change of a job: "STATE title=TITLE state=TEXT".
@@ -104,8 +105,11 @@ int main(int argc, char **argv)
     QCoreApplication application(argc, argv);
     const QStringList arguments = application.arguments();
     const bool transfer = arguments.size() > 1 && (arguments[1] == "move" || arguments[1] == "copy");
-    if (arguments.size() < 2 || (transfer && arguments.size() < 4)) {
-        std::fprintf(stderr, "usage: queue_driver move|copy DESTINATION SOURCE... | resume\n");
+    const bool renames = arguments.size() > 1 && arguments[1] == "multirename";
+    if (arguments.size() < 2 || (transfer && arguments.size() < 4) ||
+        (renames && arguments.size() % 2 != 1)) {
+        std::fprintf(stderr, "usage: queue_driver move|copy DESTINATION SOURCE... | multirename FOLDER OLD "
+                             "NEW... | resume\n");
         return 2;
     }
     TransferQueue queue(nullptr, 20);
@@ -143,6 +147,11 @@ int main(int argc, char **argv)
         if (const char *at = std::getenv("PAUSE_AT_BYTES"))
             pauseOnce(queue, id, std::atoll(at),
                       std::getenv("PAUSE_SECONDS") ? std::atof(std::getenv("PAUSE_SECONDS")) : 2, argv[2]);
+    } else if (renames) {
+        MultiRenameJob job{argv[2], {}};
+        for (int index = 3; index + 1 < argc; index += 2)
+            job.names.emplace_back(argv[index], argv[index + 1]);
+        queue.enqueue("Multi-rename", job);
     } else {
         queue.recoverInterrupted([] { StagingJournal::shared().recover(); });
         // Nothing to resume ends the run after a moment.

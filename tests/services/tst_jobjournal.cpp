@@ -138,6 +138,8 @@ private Q_SLOTS:
             entry("File operation", RenameJob{odd, "new\nname"}),
             entry("File operation", NewFolderJob{"/f", "New Folder"}),
             entry("File operation", TrashJob{{odd, "/t"}}),
+            entry("Multi-rename 2 item(s)",
+                  MultiRenameJob{"/f %", {{odd.filename().native(), "new\nname"}, {"b", "a"}}}),
             entry("Extract c.txt", ArchiveExtraction{odd, "a/b c/\u00e9.txt", "/dst",
                                                      std::make_shared<const QByteArray>("bytes")}),
         };
@@ -156,7 +158,9 @@ private Q_SLOTS:
         QVERIFY(text.find("bytes") == std::string::npos); // never file contents
         const auto &copy = std::get<TransferJob>((*parsed)[0].job);
         QVERIFY(copy.sources.front() == odd && copy.policy == ConflictPolicy::keepBoth && !copy.move);
-        QCOMPARE(std::get<ArchiveExtraction>((*parsed)[6].job).member, QStringLiteral("a/b c/\u00e9.txt"));
+        QCOMPARE(std::get<ArchiveExtraction>((*parsed)[7].job).member, QStringLiteral("a/b c/\u00e9.txt"));
+        const auto &renames = std::get<MultiRenameJob>((*parsed)[6].job);
+        QVERIFY(renames.folder == "/f %" && renames.names == std::get<MultiRenameJob>(entries[6].job).names);
     }
 
     void damagedTextIsRefused_data()
@@ -172,6 +176,10 @@ private Q_SLOTS:
         QTest::newRow("no sources") << QByteArray(whole).replace("source /a\n", "");
         QTest::newRow("text after the end") << whole + "job x\n";
         QTest::newRow("binary") << QByteArray("\x00\x01\x02", 3);
+        QTest::newRow("a rename without its new name")
+            << QByteArray::fromStdString(
+                   detail::journalText({entry("M", MultiRenameJob{"/f", {{"a", "b"}}})}))
+                   .replace("to b\n", "");
     }
     void damagedTextIsRefused()
     {
@@ -466,6 +474,32 @@ private Q_SLOTS:
         QVERIFY2(resumed.output.trimmed().endsWith("STATE title=Move state=Complete"),
                  qPrintable(resumed.output));
         QCOMPARE(TestTree::read(dst / "proj/report.txt"), std::string("figures"));
+    }
+
+    void aMultiRenameKilledAnywhereEndsRenamedOnceOnResume_data()
+    {
+        // a→b, b→c, c→a runs a→hidden, c→a, b→c, hidden→b: killed in the middle
+        // of the cycle, and right after its last step, when every name is back.
+        QTest::addColumn<QString>("killAfter");
+        QTest::newRow("in the middle") << "a";
+        QTest::newRow("after the last rename") << "b";
+    }
+    void aMultiRenameKilledAnywhereEndsRenamedOnceOnResume()
+    {
+        QFETCH(QString, killAfter);
+        TestTree tree;
+        for (const char *name : {"a", "b", "c"})
+            tree.file(fs::path("items") / name, name);
+        const QString folder = QString::fromStdString((tree / "items").string());
+        QVERIFY(runDriver(tree, {"multirename", folder, "a", "b", "b", "c", "c", "a"},
+                          {{"KILL_AFTER_RENAME_TO", killAfter}})
+                    .killed);
+        const DriverRun resumed = runDriver(tree, {"resume"});
+        QVERIFY2(resumed.output.trimmed().endsWith("state=Complete"), qPrintable(resumed.output));
+        QCOMPARE(TestTree::names(tree / "items"), (std::vector<std::string>{"a", "b", "c"}));
+        QCOMPARE(TestTree::read(tree / "items/b") + TestTree::read(tree / "items/c") +
+                     TestTree::read(tree / "items/a"),
+                 std::string("abc"));
     }
 
 private:

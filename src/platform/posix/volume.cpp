@@ -219,6 +219,41 @@ bool volumeIsLocal(const std::filesystem::path &item)
     return isLocal(item, 0);
 }
 
+VolumeNaming volumeNaming(const std::filesystem::path &folder)
+{
+    struct statfs info {};
+    if (::statfs(folder.c_str(), &info) != 0)
+        return {};
+    constexpr unsigned long msdos = 0x4d44, exfat = 0x2011BAB0, ntfs = 0x5346544e, ntfs3 = 0x7366746e,
+                            cifs = 0xFF534D42, smb2 = 0xFE534D42, smb = 0x517B;
+    switch (static_cast<unsigned long>(static_cast<std::uint32_t>(info.f_type))) {
+    case msdos:
+    case exfat:
+    case cifs:
+    case smb2:
+    case smb:
+        return {true, true};
+    case ntfs:
+    case ntfs3:
+        return {true, false};
+    case kFuseMagic:
+        break;
+    default:
+        return {};
+    }
+    const std::optional<detail::MountEntry> mount = mountHolding(folder);
+    if (!mount)
+        return {};
+    const std::string &type = mount->fsType;
+    const auto names = [&type](std::string_view part) { return type.find(part) != std::string::npos; };
+    // ntfs-3g keeps letter case apart; the FAT family and SMB clients do not.
+    if (names("fat") || names("smb") || names("cifs"))
+        return {true, true};
+    if (type == "fuseblk" || names("ntfs"))
+        return {true, false};
+    return {};
+}
+
 std::vector<std::filesystem::path> mountedVolumes()
 {
     std::set<std::filesystem::path> points;

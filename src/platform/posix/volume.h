@@ -42,6 +42,21 @@ bool volumeIsMounted(const VolumeMark &mark);
 // Throws std::system_error (generic category, errno) when statfs fails.
 bool volumeIsLocal(const std::filesystem::path &item);
 
+// How a volume's file system treats names, beyond the "/" and NUL every one refuses.
+struct VolumeNaming {
+    // FAT, exFAT, NTFS and SMB shares refuse \ : * ? " < > | and control
+    // characters, and drop or refuse a name's trailing dot or space.
+    bool windowsCharacters = false;
+    // FAT, exFAT and SMB shares: "Photo.JPG" and "photo.jpg" are one name.
+    bool ignoresCase = false;
+    bool operator==(const VolumeNaming &) const = default;
+};
+
+// The rules of the volume the folder is on, told by its file-system type (for
+// FUSE, by the mount table: fuseblk is ntfs-3g or exfat-fuse). Plain POSIX
+// rules when the folder cannot be examined.
+VolumeNaming volumeNaming(const std::filesystem::path &folder);
+
 // Mount points a user would want to jump to: the root, home, and mounted disks or
 // shares; kernel and container plumbing (proc, sysfs, cgroups, overlays of
 // snaps...) is left out. Sorted, without duplicates.

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 #include <sstream>
+#include <unordered_set>
+#include <utility>
 
 namespace quillorn::detail {
 
@@ -18,6 +20,14 @@ template <class... Ts> struct Overloaded : Ts... {
 std::string field(std::string_view key, const std::string &bytes)
 {
     return std::string(key) + ' ' + percentEncoded(bytes) + '\n';
+}
+
+std::string multiRenameFields(const MultiRenameJob &rename)
+{
+    std::string text = field("kind", "multiRename") + field("folder", rename.folder.native());
+    for (const auto &[from, to] : rename.names)
+        text += field("from", from) + field("to", to);
+    return text;
 }
 
 std::string jobFields(const Job &job)
@@ -53,6 +63,7 @@ std::string jobFields(const Job &job)
                                      field("destination", extraction.destination.native());
                           },
                           [](const OpaqueJob &) { return std::string(); },
+                          [](const MultiRenameJob &rename) { return multiRenameFields(rename); },
                       },
                       job);
 }
@@ -140,6 +151,23 @@ std::optional<Job> jobOf(const Fields &fields)
             return std::nullopt;
         return ArchiveExtraction{*archive, QString::fromStdString(*member), *destination, nullptr};
     }
+    if (kind == "multiRename") {
+        const auto folder = only(fields, "folder");
+        MultiRenameJob job{folder.value_or(""), {}};
+        // "from" and "to" alternate, one pair per item, in the job's order.
+        std::optional<std::string> from;
+        for (const auto &[name, value] : fields) {
+            if (name == "from" && !from)
+                from = value;
+            else if (name == "to" && from)
+                job.names.emplace_back(*std::exchange(from, std::nullopt), value);
+            else if (name == "from" || name == "to")
+                return std::nullopt;
+        }
+        if (!folder || from || job.names.empty())
+            return std::nullopt;
+        return job;
+    }
     if (kind == "trash" && !all(fields, "item").empty())
         return TrashJob{all(fields, "item")};
     return std::nullopt;
@@ -165,6 +193,26 @@ void addPublication(std::vector<JobRunner::Publication> &publications, JobRunner
         }
     if (std::find(publications.begin(), publications.end(), publication) == publications.end())
         publications.push_back(std::move(publication));
+}
+
+void addPublications(std::vector<JobRunner::Publication> &publications,
+                     const std::vector<JobRunner::Publication> &added)
+{
+    const auto key = [](const PublishIntent &intent) {
+        return intent.source.native() + '\0' + intent.staging.native() + '\0' + intent.target.native() +
+               '\0' + intent.sourceSeal + '\0' + intent.copySeal;
+    };
+    std::unordered_set<std::string> known;
+    if (added.size() > 1)
+        for (const JobRunner::Publication &publication : publications)
+            if (!publication.intent.target.empty())
+                known.insert(key(publication.intent));
+    for (const JobRunner::Publication &publication : added) {
+        if (added.size() == 1 || publication.intent.target.empty())
+            addPublication(publications, publication);
+        else if (known.insert(key(publication.intent)).second)
+            publications.push_back(publication);
+    }
 }
 
 std::string publicationLine(const QUuid &id, const JobRunner::Publication &publication)

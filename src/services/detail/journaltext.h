@@ -25,6 +25,10 @@ struct JournalEntry {
 // same one is there already, or a confirmation, which confirms the latest
 // unconfirmed intent for its source or else stands alone.
 void addPublication(std::vector<JobRunner::Publication> &publications, JobRunner::Publication publication);
+// The same for many records, in order; known intents are found by a hash, so
+// that a job announcing thousands at once does not compare each with all.
+void addPublications(std::vector<JobRunner::Publication> &publications,
+                     const std::vector<JobRunner::Publication> &added);
 
 // One line of the publications log that a journal appends to between two
 // rewrites: "publishing ID SOURCE TARGET STAGING SOURCESEAL COPYSEAL" for an
