@@ -71,9 +71,8 @@ FileManager1::FileManager1(QObject *parent) : QObject(parent), m_object(new Obje
 
 FileManager1::~FileManager1()
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (bus.isConnected())
-        bus.unregisterObject(QString::fromLatin1(objectPath));
+    if (m_registered)
+        QDBusConnection::sessionBus().unregisterObject(QString::fromLatin1(objectPath));
 }
 
 bool FileManager1::claim(bool isDefault)
@@ -83,6 +82,7 @@ bool FileManager1::claim(bool isDefault)
         return false;
     if (!bus.registerVirtualObject(QString::fromLatin1(objectPath), m_object))
         return false;
+    m_registered = true;
     // Another file manager that the user did not prefer keeps the name; and
     // unless Quillorn is the default it gives the name up to one that asks.
     const auto reply =

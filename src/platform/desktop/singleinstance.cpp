@@ -67,9 +67,8 @@ SingleInstance::SingleInstance(QObject *parent) : QObject(parent), m_object(new 
 
 SingleInstance::~SingleInstance()
 {
-    QDBusConnection bus = QDBusConnection::sessionBus();
-    if (bus.isConnected())
-        bus.unregisterObject(QString::fromLatin1(objectPath));
+    if (m_registered)
+        QDBusConnection::sessionBus().unregisterObject(QString::fromLatin1(objectPath));
 }
 
 bool SingleInstance::handOver(const std::vector<std::filesystem::path> &items, const QString &activationToken)
@@ -98,6 +97,7 @@ bool SingleInstance::claim()
     registerTypes();
     if (!bus.registerVirtualObject(QString::fromLatin1(objectPath), m_object))
         return false;
+    m_registered = true;
     return bus.registerService(QString::fromLatin1(serviceName));
 }
 

@@ -34,6 +34,7 @@ Q_SIGNALS:
 private:
     class Object;
     Object *m_object = nullptr;
+    bool m_registered = false; // the bus is only reached once asked to
 };
 
 } // namespace quillorn
