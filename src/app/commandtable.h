@@ -22,6 +22,9 @@ struct Command {
     QString text = {}; // what buttons, menus and the help show: "Tag by pattern…"
     // What the help says where `text` is too short out of its button; empty: text.
     QString help = {};
+    // What menus and the help name the command by at this moment, where that
+    // follows the state ("Undo rename ‘a’ → ‘b’"); empty, or empty text: as above.
+    std::function<QString()> currentText = {};
     // Extra key rows. The fixed keys of the panes (F1…F10, the Ctrl letters,
     // Return, Tab, Space, Backspace, the arrows) are not repeated here.
     QList<QKeyCombination> keys = {};
@@ -45,6 +48,8 @@ struct Command {
     std::function<void(const Invocation &)> invoke = {};
 
     bool isEnabled() const { return !enabled || enabled(); }
+    // currentText when it names the command now, else text.
+    QString shownText() const;
     // The key as the help and menus name it; empty without one.
     QString shownKey() const;
 };

@@ -28,6 +28,29 @@ QString firstAndMore(const std::vector<std::filesystem::path> &items)
     return quotedName(items.front()) + QStringLiteral(" and %1 more").arg(items.size() - 1);
 }
 
+// The items an undo puts back, by the names they have now.
+QString undoCarries(const UndoJob &undo)
+{
+    std::vector<std::filesystem::path> items;
+    std::visit(Overloaded{
+                   [&](const UndoJob::Rename &rename) {
+                       for (const auto &name : rename.names)
+                           items.push_back(rename.folder / name.after);
+                   },
+                   [&](const UndoJob::NewFolder &folder) { items.push_back(folder.folder); },
+                   [&](const UndoJob::Trash &trash) {
+                       for (const auto &item : trash.items)
+                           items.push_back(item.original);
+                   },
+                   [&](const UndoJob::Transfer &transfer) {
+                       for (const auto &item : transfer.items)
+                           items.push_back(item.target);
+                   },
+               },
+               undo.change);
+    return firstAndMore(items);
+}
+
 } // namespace
 
 QString QueueItem::carries() const
@@ -42,6 +65,7 @@ QString QueueItem::carries() const
                 return QStringLiteral("\u2018") + extraction.fileName() + QStringLiteral("\u2019");
             },
             [](const OpaqueJob &) { return QString(); },
+            [](const UndoJob &undo) { return undoCarries(undo); },
         },
         job);
 }

@@ -4,12 +4,14 @@
 #include "operations/fileoperations.h"
 #include "operations/operationcontrol.h"
 #include "services/archiveextraction.h"
+#include "services/undojob.h"
 
 #include <cstdint>
 #include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 #include <vector>
 
@@ -43,7 +45,8 @@ struct OpaqueJob {
 
 // An ArchiveExtraction is journaled without the member's bytes it may carry: run
 // again, it reads the member from the archive.
-using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob>;
+using Job =
+    std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob, UndoJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {
@@ -80,6 +83,9 @@ public:
         std::vector<Path> skipped;
         bool move = false;
         Path destination;
+        // Where each item of a trash job went, in its order; an item removed for
+        // good (a share without a Trash) is not among them.
+        std::vector<UndoJob::Trash::Item> trashed;
     };
 
     // Runs the job; throws what its work throws. Run again after a crash
@@ -96,12 +102,26 @@ public:
     // cannot be known before it runs (work given as a function).
     static std::optional<std::int64_t> measure(const Job &job, OperationControl &control);
 
+    // What puts back the work of a job that completed on its first run, from
+    // what the run returned and what its control told as published (source,
+    // target), sealing what the job left as it is now. Nothing for a job that
+    // cannot be undone: an undo, an extraction, work given as a function, a
+    // transfer that published nothing or that replaced items (those stay in the
+    // Trash, where a move back would not find them).
+    static std::optional<UndoJob> undoOf(const Job &job, const Result &result,
+                                         const std::vector<std::pair<Path, Path>> &published,
+                                         OperationControl &control);
+
     // Whether the job can be written to the journal.
     static bool storable(const Job &job) { return !std::holds_alternative<OpaqueJob>(job); }
 
 private:
     Result transfer(const TransferJob &job, OperationControl &control, const Earlier *earlier) const;
-    void trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const;
+    std::vector<UndoJob::Trash::Item> trash(const TrashJob &job, OperationControl &control,
+                                            const Earlier *earlier) const;
+    // Run again after a crash (`resumed`), what is already back counts as done.
+    void undo(const UndoJob &job, OperationControl &control, bool resumed) const;
+    void moveBack(const UndoJob::Transfer::Item &item, OperationControl &control) const;
 
     FileOperations m_operations;
 };

@@ -115,6 +115,7 @@ void TransferQueue::recoverInterrupted(std::function<void()> before)
                              std::nullopt,
                              true,
                              {},
+                             {},
                              {}});
         journal.reset(); // the queue's to destroy, as above
         receiver->post([queue, items = std::move(items)] { queue->adopt(items); });
@@ -143,6 +144,7 @@ QUuid TransferQueue::enqueue(const QString &title, Job job)
                    std::move(job),
                    std::nullopt,
                    false,
+                   {},
                    {},
                    {}};
     const QUuid id = item.id;
@@ -380,6 +382,7 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
     JobRunner::Result result;
     // Told on this thread, while the job runs.
     std::vector<std::filesystem::path> made = namedBeforehand(item.job);
+    std::vector<std::pair<std::filesystem::path, std::filesystem::path>> published;
     try {
         JobRunner::Earlier earlier;
         const bool journaled = journal && JobRunner::storable(item.job);
@@ -392,25 +395,36 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
                 earlier.published = journal->publishedBy(item.id);
         }
         item.control->onPublished(
-            [&made, journal, journaled, id = item.id](const auto &source, const auto &target) {
+            [&made, &published, journal, journaled, id = item.id](const auto &source, const auto &target) {
                 if (journaled)
                     journal->published(id, source);
                 made.push_back(target);
+                published.emplace_back(source, target);
             });
         result = runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
     } catch (const CancellationError &) {
         log("CANCELLED", item.title);
-        return {item.id, JobState::cancelledWhileRunning, {}, {}, {}};
+        return {item.id, JobState::cancelledWhileRunning, {}, {}, {}, {}};
     } catch (...) {
         const std::exception_ptr error = std::current_exception();
         log("FAILED", item.title, " error=" + AppDiagnostics::describe(error));
-        return {item.id, JobState::failed, userFacingDescription(error), {}, {}};
+        return {item.id, JobState::failed, userFacingDescription(error), {}, {}, {}};
     }
     log("COMPLETE", item.title);
     QString remark = skippedRemark(result);
     if (const QString kept = keptRemark(result.kept); !kept.isEmpty())
         remark = remark.isEmpty() ? kept : remark + " " + kept;
-    return {item.id, JobState::complete, {}, remark, std::move(made)};
+    // Only a whole first run can be undone: one resumed after a crash did part
+    // of its work in a run whose items nobody sealed.
+    std::optional<UndoJob> undo;
+    if (!item.rerun) {
+        try {
+            undo = JobRunner::undoOf(item.job, result, published, *item.control);
+        } catch (...) {
+            // The work is done all the same; it only cannot be undone.
+        }
+    }
+    return {item.id, JobState::complete, {}, remark, std::move(made), std::move(undo)};
 }
 
 double TransferQueue::activeSeconds() const
@@ -444,6 +458,7 @@ void TransferQueue::finish(const Outcome &outcome)
         item->failure = outcome.failure;
         item->remark = outcome.remark;
         item->made = outcome.made;
+        item->undo = outcome.undo;
         ended = *item;
     }
     changed();
