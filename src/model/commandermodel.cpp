@@ -36,10 +36,19 @@ bool hasZipExtension(const std::filesystem::path &path)
 }
 
 // The one folder a job works within, where the items it makes are the user's
-// next concern: a rename's, a new folder's, and that of a copy or move whose
-// sources all lie in the folder they go to. Other transfers have none.
+// next concern: a rename's, a new folder's, that of a copy or move whose
+// sources all lie in the folder they go to, and that of an undo whose items go
+// back into one folder. Other transfers have none.
 std::optional<std::filesystem::path> workingFolder(const Job &job)
 {
+    if (const auto *undo = std::get_if<UndoJob>(&job)) {
+        const std::vector<std::filesystem::path> back = itemsPutBack(*undo);
+        if (back.empty() || std::any_of(back.begin(), back.end(), [&](const auto &item) {
+                return item.parent_path() != back.front().parent_path();
+            }))
+            return std::nullopt;
+        return back.front().parent_path();
+    }
     if (const auto *rename = std::get_if<RenameJob>(&job))
         return rename->item.parent_path();
     if (const auto *folder = std::get_if<NewFolderJob>(&job))

@@ -11,7 +11,6 @@
 #include <functional>
 #include <optional>
 #include <string>
-#include <utility>
 #include <variant>
 #include <vector>
 
@@ -103,13 +102,14 @@ public:
     static std::optional<std::int64_t> measure(const Job &job, OperationControl &control);
 
     // What puts back the work of a job that completed on its first run, from
-    // what the run returned and what its control told as published (source,
-    // target), sealing what the job left as it is now. Nothing for a job that
-    // cannot be undone: an undo, an extraction, work given as a function, a
-    // transfer that published nothing or that replaced items (those stay in the
-    // Trash, where a move back would not find them).
+    // what the run returned and the intents of the items its control told as
+    // published. What the job left is sealed as it is now, or, for a copy,
+    // taken by the seal the engine gave it before its publishing rename.
+    // Nothing for a job that cannot be undone: an undo, an extraction, work
+    // given as a function, a transfer that published nothing or that replaced
+    // items (those stay in the Trash, where a move back would not find them).
     static std::optional<UndoJob> undoOf(const Job &job, const Result &result,
-                                         const std::vector<std::pair<Path, Path>> &published,
+                                         const std::vector<PublishIntent> &published,
                                          OperationControl &control);
 
     // Whether the job can be written to the journal.

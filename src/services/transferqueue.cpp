@@ -58,14 +58,16 @@ QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
            " moved items were left where they were: they or their copies changed. See the log.";
 }
 
-// The items a rename or a new folder leaves, known from the job itself; a
-// transfer tells its own as it publishes them.
+// The items a rename, a new folder or an undo leaves, known from the job
+// itself; a transfer tells its own as it publishes them.
 std::vector<std::filesystem::path> namedBeforehand(const Job &job)
 {
     if (const auto *rename = std::get_if<RenameJob>(&job))
         return {rename->item.parent_path() / rename->name};
     if (const auto *folder = std::get_if<NewFolderJob>(&job))
         return {folder->folder / folder->name};
+    if (const auto *undo = std::get_if<UndoJob>(&job))
+        return itemsPutBack(*undo);
     return {};
 }
 
@@ -382,25 +384,30 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
     JobRunner::Result result;
     // Told on this thread, while the job runs.
     std::vector<std::filesystem::path> made = namedBeforehand(item.job);
-    std::vector<std::pair<std::filesystem::path, std::filesystem::path>> published;
+    std::vector<PublishIntent> intents, published;
     try {
         JobRunner::Earlier earlier;
         const bool journaled = journal && JobRunner::storable(item.job);
-        if (journaled) {
-            // Recorded before a moved source is removed, so a crash right after
-            // a publish still finds it done at the next start.
-            item.control->onPublishing(
-                [journal, id = item.id](const PublishIntent &intent) { journal->publishing(id, intent); });
-            if (item.rerun)
-                earlier.published = journal->publishedBy(item.id);
-        }
-        item.control->onPublished(
-            [&made, &published, journal, journaled, id = item.id](const auto &source, const auto &target) {
-                if (journaled)
-                    journal->published(id, source);
-                made.push_back(target);
-                published.emplace_back(source, target);
-            });
+        // Recorded before a moved source is removed, so a crash right after a
+        // publish still finds it done at the next start.
+        item.control->onPublishing([&intents, journal, journaled, id = item.id](const PublishIntent &intent) {
+            if (journaled)
+                journal->publishing(id, intent);
+            intents.push_back(intent);
+        });
+        if (journaled && item.rerun)
+            earlier.published = journal->publishedBy(item.id);
+        item.control->onPublished([&](const auto &source, const auto &target) {
+            if (journaled)
+                journal->published(item.id, source);
+            made.push_back(target);
+            const auto intent =
+                std::find_if(intents.rbegin(), intents.rend(), [&](const PublishIntent &told) {
+                    return told.source == source && told.target == target;
+                });
+            published.push_back(intent != intents.rend() ? *intent
+                                                         : PublishIntent{source, {}, target, {}, {}});
+        });
         result = runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
     } catch (const CancellationError &) {
         log("CANCELLED", item.title);
@@ -410,10 +417,6 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
         log("FAILED", item.title, " error=" + AppDiagnostics::describe(error));
         return {item.id, JobState::failed, userFacingDescription(error), {}, {}, {}};
     }
-    log("COMPLETE", item.title);
-    QString remark = skippedRemark(result);
-    if (const QString kept = keptRemark(result.kept); !kept.isEmpty())
-        remark = remark.isEmpty() ? kept : remark + " " + kept;
     // Only a whole first run can be undone: one resumed after a crash did part
     // of its work in a run whose items nobody sealed.
     std::optional<UndoJob> undo;
@@ -424,6 +427,10 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
             // The work is done all the same; it only cannot be undone.
         }
     }
+    log("COMPLETE", item.title);
+    QString remark = skippedRemark(result);
+    if (const QString kept = keptRemark(result.kept); !kept.isEmpty())
+        remark = remark.isEmpty() ? kept : remark + " " + kept;
     return {item.id, JobState::complete, {}, remark, std::move(made), std::move(undo)};
 }
 

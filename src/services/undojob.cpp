@@ -154,6 +154,21 @@ void restoreTrashed(const UndoJob::Trash &job, OperationControl &control, bool r
 
 } // namespace
 
+std::vector<fs::path> itemsPutBack(const UndoJob &undo)
+{
+    std::vector<fs::path> items;
+    if (const auto *rename = std::get_if<UndoJob::Rename>(&undo.change))
+        for (const auto &name : rename->names)
+            items.push_back(rename->folder / name.before);
+    if (const auto *trash = std::get_if<UndoJob::Trash>(&undo.change))
+        for (const auto &item : trash->items)
+            items.push_back(item.original);
+    if (const auto *transfer = std::get_if<UndoJob::Transfer>(&undo.change); transfer && transfer->move)
+        for (const auto &item : transfer->items)
+            items.push_back(item.source);
+    return items;
+}
+
 UndoJob undoOfRenames(const fs::path &folder, const std::vector<std::pair<std::string, std::string>> &names,
                       OperationControl &control)
 {
@@ -164,7 +179,7 @@ UndoJob undoOfRenames(const fs::path &folder, const std::vector<std::pair<std::s
 }
 
 std::optional<UndoJob> JobRunner::undoOf(const Job &job, const Result &result,
-                                         const std::vector<std::pair<Path, Path>> &published,
+                                         const std::vector<PublishIntent> &published,
                                          OperationControl &control)
 {
     if (const auto *rename = std::get_if<RenameJob>(&job))
@@ -178,10 +193,13 @@ std::optional<UndoJob> JobRunner::undoOf(const Job &job, const Result &result,
     if (!transfer || transfer->policy == ConflictPolicy::replace || published.empty())
         return std::nullopt;
     UndoJob::Transfer undo{transfer->move, {}};
-    for (const auto &[source, target] : published) {
-        // A move that fell back to a copy tells its item twice: the last counts.
-        std::erase_if(undo.items, [&](const auto &item) { return item.source == source; });
-        undo.items.push_back(sealed(source, target, control));
+    for (const PublishIntent &intent : published) {
+        // A copy was sealed whole before the rename that published it, which
+        // keeps its seal; an item moved by a rename was sealed as it stood.
+        if (!intent.staging.empty() && !intent.copySeal.empty())
+            undo.items.push_back({intent.source, intent.target, intent.copySeal, true});
+        else
+            undo.items.push_back(sealed(intent.source, intent.target, control));
     }
     return UndoJob{std::move(undo)};
 }

@@ -59,6 +59,11 @@ struct UndoJob {
     std::variant<Rename, NewFolder, Trash, Transfer> change;
 };
 
+// The items an undo gives their places back: renamed items under their old
+// names, trashed items where they were, moved items where they came from; none
+// for a new folder or a copy, which it takes away.
+std::vector<std::filesystem::path> itemsPutBack(const UndoJob &undo);
+
 // The undo of names just given in one folder, each (before, after) in the order
 // given: every renamed item is sealed as it is now. Throws what sealing throws.
 UndoJob undoOfRenames(const std::filesystem::path &folder,

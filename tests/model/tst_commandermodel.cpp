@@ -343,6 +343,8 @@ private Q_SLOTS:
             QCOMPARE(m_model->status(), status);
         }
         QVERIFY(!m_model->canUndo()); // and the undos are not undone themselves
+        QCOMPARE(cursorAfterTheLastJob(m_home / "a.txt"),
+                 std::optional(m_home / "a.txt")); // what it put back
         // The copies went to the Trash, where the restored item no longer is.
         QCOMPARE(test::TestTree::names(trash / "files"), (std::vector<std::string>{"b.txt", "c.txt"}));
         QCOMPARE(test::TestTree::names(trash / "info"),
