@@ -41,8 +41,10 @@ ApplicationMenu::ApplicationMenu(QMainWindow &window, Updater &updater, const Co
             action->setShortcut(QKeySequence(command.keys.front()));
         if (command.id == QLatin1String("quit"))
             action->setMenuRole(QAction::QuitRole);
-        connect(menu, &QMenu::aboutToShow, action,
-                [action, &command] { action->setEnabled(command.isEnabled()); });
+        connect(menu, &QMenu::aboutToShow, action, [action, &command] {
+            action->setEnabled(command.isEnabled());
+            action->setText(command.shownText());
+        });
         connect(action, &QAction::triggered, this, [&command] {
             if (command.isEnabled() && command.invoke)
                 command.invoke({});

@@ -92,7 +92,7 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent)
     layout->addWidget(m_splitter, 1);
     setCentralWidget(content);
     m_commands = windowCommands(*m_model, hooks(desktop));
-    m_model->setHelpDetails(QStringLiteral("More keys:\n") + m_commands.keyList());
+    m_model->setHelpDetails([this] { return QStringLiteral("More keys:\n") + m_commands.keyList(); });
     buildSurroundings(layout, desktop.openFile);
 
     connect(m_model.get(), &CommanderModel::activeLeftChanged, this, &CommanderView::showActivePane);

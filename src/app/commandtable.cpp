@@ -31,6 +31,18 @@ QString Command::shownKey() const
     return QKeySequence(keys.front()).toString(QKeySequence::NativeText);
 }
 
+QString Command::shownText() const
+{
+    const QString now = currentText ? currentText() : QString();
+    return now.isEmpty() ? text : now;
+}
+
+QString Command::menuLabel() const
+{
+    const QString now = currentText ? currentText() : QString();
+    return !now.isEmpty() ? now : menuText.isEmpty() ? text : menuText;
+}
+
 CommandTable::CommandTable(std::vector<Command> commands) : m_commands(std::move(commands))
 {
 }
@@ -87,8 +99,12 @@ QString CommandTable::keyList() const
         if (command.functionKey > 0)
             continue;
         const QString key = command.shownKey();
+        const QString now = command.currentText ? command.currentText() : QString();
         if (!key.isEmpty())
-            lines << key + QStringLiteral(": ") + (command.help.isEmpty() ? command.text : command.help);
+            lines << key + QStringLiteral(": ") +
+                         (!now.isEmpty()           ? now
+                          : command.help.isEmpty() ? command.text
+                                                   : command.help);
     }
     return lines.join(QLatin1Char('\n'));
 }

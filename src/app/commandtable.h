@@ -24,6 +24,9 @@ struct Command {
     QString help = {};
     // What menus show where `text` is the function-key bar's short label; empty: text.
     QString menuText = {};
+    // What menus and the help name the command by at this moment, where that
+    // follows the state ("Undo rename ‘a’ → ‘b’"); empty, or empty text: as above.
+    std::function<QString()> currentText = {};
     // Extra key rows. The fixed keys of the panes (F1…F10, the Ctrl letters,
     // Return, Tab, Space, Backspace, the arrows) are not repeated here.
     QList<QKeyCombination> keys = {};
@@ -52,7 +55,10 @@ struct Command {
     std::function<std::vector<Command>()> choices = {};
 
     bool isEnabled() const { return !enabled || enabled(); }
-    const QString &menuLabel() const { return menuText.isEmpty() ? text : menuText; }
+    // currentText when it names the command now, else text.
+    QString shownText() const;
+    // currentText when it names the command now, else menuText, else text.
+    QString menuLabel() const;
     // The key as the help and menus name it; empty without one.
     QString shownKey() const;
 };

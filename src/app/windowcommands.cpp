@@ -303,6 +303,14 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
          .invoke = [activePane](const Invocation &) { activePane().closeTab(); }});
     addItemCommands(model, hooks, table);
 
+    add({.id = QStringLiteral("undo"),
+         .text = QStringLiteral("Undo"),
+         .help = QStringLiteral("Undo the last rename, new folder, trash, copy or move"),
+         .currentText = [&model] { return model.canUndo() ? "Undo " + model.nextUndo() : QString(); },
+         .keys = {Qt::CTRL | Qt::Key_Z},
+         .enabled = [&model] { return model.canUndo(); },
+         .invoke = [&model](const Invocation &) { model.undo(); }});
+
     // Moving through the listing and the tabs.
     const auto page = [rows = hooks.rowsPerPage] { return std::max(1, rows ? rows() - 1 : 20); };
     const auto mover = [activePane](std::function<long long()> step) {

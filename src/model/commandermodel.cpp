@@ -36,11 +36,19 @@ bool hasZipExtension(const std::filesystem::path &path)
 }
 
 // The one folder a job works within, where the items it makes are the user's
-// next concern: a rename's, a multi-rename's, a new folder's, and that of a
-// copy or move whose sources all lie in the folder they go to. Other transfers
-// have none.
+// next concern: a rename's, a multi-rename's, a new folder's, that of a copy
+// or move whose sources all lie in the folder they go to, and that of an undo
+// whose items go back into one folder. Other transfers have none.
 std::optional<std::filesystem::path> workingFolder(const Job &job)
 {
+    if (const auto *undo = std::get_if<UndoJob>(&job)) {
+        const std::vector<std::filesystem::path> back = itemsPutBack(*undo);
+        if (back.empty() || std::any_of(back.begin(), back.end(), [&](const auto &item) {
+                return item.parent_path() != back.front().parent_path();
+            }))
+            return std::nullopt;
+        return back.front().parent_path();
+    }
     if (const auto *rename = std::get_if<RenameJob>(&job))
         return rename->item.parent_path();
     if (const auto *folder = std::get_if<NewFolderJob>(&job))
@@ -81,6 +89,42 @@ std::optional<std::filesystem::path> nearestRemaining(const PaneModel &pane,
     return std::nullopt;
 }
 
+QString quoted(const std::filesystem::path &path)
+{
+    return QStringLiteral("\u2018") + displayName(path) + QStringLiteral("\u2019");
+}
+
+// "‘a.txt’" for one item, "3 items" for more.
+QString itemsText(const std::vector<std::filesystem::path> &items)
+{
+    return items.size() == 1 ? quoted(items.front()) : QStringLiteral("%1 items").arg(items.size());
+}
+
+// What an undo puts back, named after the job it undoes.
+QString undoDescription(const UndoJob &undo)
+{
+    using Path = std::filesystem::path;
+    if (const auto *rename = std::get_if<UndoJob::Rename>(&undo.change)) {
+        if (rename->names.size() != 1)
+            return QStringLiteral("rename of %1 items").arg(rename->names.size());
+        return "rename " + quoted(Path(rename->names.front().before)) + " \u2192 " +
+               quoted(Path(rename->names.front().after));
+    }
+    if (const auto *folder = std::get_if<UndoJob::NewFolder>(&undo.change))
+        return "new folder " + quoted(folder->folder);
+    std::vector<Path> items;
+    if (const auto *trash = std::get_if<UndoJob::Trash>(&undo.change)) {
+        for (const auto &item : trash->items)
+            items.push_back(item.original);
+        return "trash of " + itemsText(items);
+    }
+    const auto &transfer = std::get<UndoJob::Transfer>(undo.change);
+    for (const auto &item : transfer.items)
+        items.push_back(item.target);
+    return (transfer.move ? "move of " : "copy of ") + itemsText(items) + " to " +
+           quoted(items.front().parent_path());
+}
+
 } // namespace
 
 CommanderModel::CommanderModel(CommanderModelOptions options, QObject *parent)
@@ -98,6 +142,7 @@ CommanderModel::CommanderModel(CommanderModelOptions options, QObject *parent)
         if (!self)
             return;
         self->placeCursorsOnMadeItems(finished);
+        self->recordFinished(finished);
         self->m_left->refresh();
         self->m_right->refresh();
     });
@@ -198,7 +243,8 @@ void CommanderModel::perform(int number)
 void CommanderModel::showHelp()
 {
     if (m_desktop.alert)
-        m_desktop.alert({QStringLiteral("Keyboard help"), helpText(), {}, m_helpDetails});
+        m_desktop.alert(
+            {QStringLiteral("Keyboard help"), helpText(), {}, m_helpDetails ? m_helpDetails() : QString()});
 }
 
 void CommanderModel::rename(const std::vector<Path> &items)
@@ -256,6 +302,42 @@ void CommanderModel::placeCursorsOnMadeItems(const QueueItem &finished)
     for (PaneModel *pane : {m_left.get(), m_right.get()})
         if (pane->directory() == *folder)
             pane->setCursor(*made);
+}
+
+QString CommanderModel::nextUndo() const
+{
+    return m_history.empty() ? QString() : m_history.back().what;
+}
+
+void CommanderModel::undo()
+{
+    if (m_history.empty())
+        return;
+    Undoable latest = std::move(m_history.back());
+    m_history.pop_back();
+    const QUuid id = m_queue->enqueue(QStringLiteral("Undo"), std::move(latest.job));
+    m_undoing[id] = latest.what;
+}
+
+void CommanderModel::recordFinished(const QueueItem &finished)
+{
+    QString status;
+    if (const auto undone = m_undoing.find(finished.id); undone != m_undoing.end()) {
+        if (finished.state == JobState::complete)
+            status = "Undone: " + undone->second;
+        else if (finished.state == JobState::failed)
+            status = "Not undone: " + finished.failure;
+        else
+            status = "Not undone: the undo of " + undone->second + " was cancelled.";
+        m_undoing.erase(undone);
+    } else if (finished.state == JobState::complete && finished.undo) {
+        m_history.push_back({*finished.undo, undoDescription(*finished.undo)});
+    } else {
+        return;
+    }
+    if (canUndo())
+        status += (status.isEmpty() ? "" : " \u2022 ") + QStringLiteral("Ctrl+Z: undo ") + nextUndo();
+    setStatus(status);
 }
 
 void CommanderModel::quit()

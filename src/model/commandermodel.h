@@ -11,6 +11,7 @@
 #include <QString>
 #include <filesystem>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -86,10 +87,23 @@ public:
     void connect();
     using QObject::connect;
 
+    // The undo history of this session, last first: every rename, new folder,
+    // trash, copy and move that completed (an undo itself is not one of them).
+    bool canUndo() const { return !m_history.empty(); }
+    // What the next undo puts back, as the help and the status line name it:
+    // "rename ‘a.txt’ → ‘b.txt’"; empty when there is nothing to undo.
+    QString nextUndo() const;
+    // Queues the undo of the latest recorded job and forgets it, whatever the
+    // undo's outcome: an undo that refused (what it would put back changed
+    // since) says why in its queue row and the status line, and the next one
+    // goes on to the job before.
+    void undo();
+
     // The informative text of F1's alert.
     static QString helpText();
-    // What F1's alert shows on request below it: the window's other keys.
-    void setHelpDetails(QString details) { m_helpDetails = std::move(details); }
+    // What F1's alert shows on request below it: the window's other keys, as
+    // they are named when it opens.
+    void setHelpDetails(std::function<QString()> details) { m_helpDetails = std::move(details); }
 
 Q_SIGNALS:
     void toolChanged();
@@ -106,6 +120,8 @@ private:
     // Before the refresh after a job: a pane showing the folder the job worked
     // within puts its cursor on the item the job made there.
     void placeCursorsOnMadeItems(const QueueItem &finished);
+    // Keeps a completed job's undo, or tells how an undo ended, in the status line.
+    void recordFinished(const QueueItem &finished);
     std::optional<QString> prompt(const QString &title, const QString &value);
     int alert(const QString &message, const QString &informativeText, const QStringList &buttons = {});
 
@@ -117,7 +133,13 @@ private:
     std::optional<ToolSheet> m_tool;
     bool m_activeLeft = true;
     QString m_status = QStringLiteral("Ready");
-    QString m_helpDetails;
+    std::function<QString()> m_helpDetails;
+    struct Undoable {
+        UndoJob job;
+        QString what; // as nextUndo() names it
+    };
+    std::vector<Undoable> m_history;    // the latest last
+    std::map<QUuid, QString> m_undoing; // queued undos, by what they put back
 };
 
 } // namespace quillorn

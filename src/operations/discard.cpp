@@ -23,8 +23,8 @@ FileOperations::TrashService FileOperations::defaultTrash()
 {
     return [](const Path &item) {
         // The line names a folder: escaped as every path in the log is.
-        trashItem(item,
-                  [](const std::string &line) { AppDiagnostics::shared().record(detail::logText(line)); });
+        return trashItem(
+            item, [](const std::string &line) { AppDiagnostics::shared().record(detail::logText(line)); });
     };
 }
 
@@ -38,7 +38,8 @@ FileOperations::VolumeIsLocalService FileOperations::defaultVolumeIsLocal()
     return [](const Path &item) { return volumeIsLocal(item); };
 }
 
-void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnavailable) const
+std::optional<FileOperations::Path> FileOperations::discard(const Path &url,
+                                                            bool permanentlyIfRemoteTrashUnavailable) const
 {
     AppDiagnostics &log = AppDiagnostics::shared();
     const std::string path = url.string();
@@ -53,23 +54,22 @@ void FileOperations::discard(const Path &url, bool permanentlyIfRemoteTrashUnava
 
     std::string trashReason;
     try {
-        m_trash(url);
-        return;
+        return m_trash(url);
     } catch (const std::exception &error) {
         log.record("TRASH FAILED path=" + detail::logPath(url) + " error=" + AppDiagnostics::describe(error));
         trashReason = AppDiagnostics::form(error).description;
     }
     if (!exists(url))
-        return;
+        return std::nullopt;
     if (permanentlyIfRemoteTrashUnavailable && !m_volumeIsLocal(url)) {
         try {
             m_remove(url);
-            return;
+            return std::nullopt;
         } catch (const std::exception &error) {
             log.record("REMOVE FAILED path=" + detail::logPath(url) +
                        " error=" + AppDiagnostics::describe(error));
             if (!exists(url))
-                return;
+                return std::nullopt;
             throw CommanderError("Could not permanently remove " + quoted(name) +
                                  " from the network share. The item still exists at " + path + ". " +
                                  AppDiagnostics::form(error).description);

@@ -36,8 +36,9 @@ namespace quillorn {
 class FileOperations {
 public:
     using Path = std::filesystem::path;
-    // Moves an item to the user's Trash; throws when the volume has none or the move fails.
-    using TrashService = std::function<void(const Path &item)>;
+    // Moves an item to the user's Trash and returns where it is there; throws
+    // when the volume has none or the move fails.
+    using TrashService = std::function<Path(const Path &item)>;
     // Removes an item and all it contains for good; throws on failure.
     using RemoveService = std::function<void(const Path &item)>;
     // Whether the item's volume is local; true when unknown; throws when it cannot be read.
@@ -107,8 +108,10 @@ public:
                                ConflictPolicy policy, bool permanentlyRemoveRemoteItems) const;
 
     // Sends the item to the Trash; only on a volume that is not local, and only
-    // with permission, removes it for good when the Trash fails.
-    void discard(const Path &url, bool permanentlyIfRemoteTrashUnavailable) const;
+    // with permission, removes it for good when the Trash fails. Returns where
+    // the item is in the Trash; nothing when it was removed for good, or was
+    // gone all the same after the Trash failed.
+    std::optional<Path> discard(const Path &url, bool permanentlyIfRemoteTrashUnavailable) const;
 
     // Bytes an item holds (a folder: the sum of its contents; a link: its own size).
     static std::int64_t byteCount(const Path &url, OperationControl &control);

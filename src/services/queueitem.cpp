@@ -28,6 +28,29 @@ QString firstAndMore(const std::vector<std::filesystem::path> &items)
     return quotedName(items.front()) + QStringLiteral(" and %1 more").arg(items.size() - 1);
 }
 
+// The items an undo puts back, by the names they have now.
+QString undoCarries(const UndoJob &undo)
+{
+    std::vector<std::filesystem::path> items;
+    std::visit(Overloaded{
+                   [&](const UndoJob::Rename &rename) {
+                       for (const auto &name : rename.names)
+                           items.push_back(rename.folder / name.after);
+                   },
+                   [&](const UndoJob::NewFolder &folder) { items.push_back(folder.folder); },
+                   [&](const UndoJob::Trash &trash) {
+                       for (const auto &item : trash.items)
+                           items.push_back(item.original);
+                   },
+                   [&](const UndoJob::Transfer &transfer) {
+                       for (const auto &item : transfer.items)
+                           items.push_back(item.target);
+                   },
+               },
+               undo.change);
+    return firstAndMore(items);
+}
+
 } // namespace
 
 QString QueueItem::carries() const
@@ -49,6 +72,7 @@ QString QueueItem::carries() const
                 const std::size_t others = rename.names.size() - 1;
                 return others == 0 ? first : first + QStringLiteral(" and %1 more").arg(others);
             },
+            [](const UndoJob &undo) { return undoCarries(undo); },
         },
         job);
 }

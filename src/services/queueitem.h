@@ -50,6 +50,8 @@ struct QueueItem {
     // published, the renamed item, the new folder. The panes put their cursor
     // there.
     std::vector<std::filesystem::path> made;
+    // What puts back the work of a complete job, where it can be undone.
+    std::optional<UndoJob> undo;
 
     // The row's state text: "Waiting", "Running", "Paused", "Interrupted",
     // "Complete", "Cancelled", "Cancelled — previously completed items remain",

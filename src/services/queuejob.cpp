@@ -69,7 +69,7 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                            return;
                        detail::createFolder(folder.name, folder.folder);
                    },
-                   [&](const TrashJob &trash) { this->trash(trash, control, earlier); },
+                   [&](const TrashJob &trash) { result.trashed = this->trash(trash, control, earlier); },
                    [&](const ArchiveExtraction &extraction) { extraction(control); },
                    [&](const OpaqueJob &opaque) { opaque.work(control); },
                    [&](const MultiRenameJob &rename) {
@@ -80,6 +80,7 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                        renameAll(rename.folder, rename.names, m_operations.manager().rename, control,
                                  earlier ? &intents : nullptr);
                    },
+                   [&](const UndoJob &undo) { this->undo(undo, control, earlier); },
                },
                job);
     return result;
@@ -89,7 +90,7 @@ JobRunner::Result JobRunner::transfer(const TransferJob &job, OperationControl &
                                       const Earlier *earlier) const
 {
     std::vector<Path> sources = job.sources;
-    Result result{{}, {}, job.move, job.destination};
+    Result result{{}, {}, job.move, job.destination, {}};
     std::vector<KeptSource> &kept = result.kept;
     if (earlier && !earlier->published.empty()) {
         std::vector<Path> done;
@@ -143,15 +144,19 @@ JobRunner::Result JobRunner::transfer(const TransferJob &job, OperationControl &
     return result;
 }
 
-void JobRunner::trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const
+std::vector<UndoJob::Trash::Item> JobRunner::trash(const TrashJob &job, OperationControl &control,
+                                                   const Earlier *earlier) const
 {
+    std::vector<UndoJob::Trash::Item> trashed;
     for (const Path &item : job.items) {
         // An item that is gone was trashed by the run a crash cut short.
         if (earlier && !FileOperations::exists(item))
             continue;
         control.check();
-        m_operations.discard(item, true);
+        if (const std::optional<Path> there = m_operations.discard(item, true))
+            trashed.push_back({item, *there});
     }
+    return trashed;
 }
 
 std::optional<std::int64_t> JobRunner::measure(const Job &job, OperationControl &control)

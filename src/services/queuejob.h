@@ -4,6 +4,7 @@
 #include "operations/fileoperations.h"
 #include "operations/operationcontrol.h"
 #include "services/archiveextraction.h"
+#include "services/undojob.h"
 
 #include <cstdint>
 #include <filesystem>
@@ -53,7 +54,7 @@ struct OpaqueJob {
 // An ArchiveExtraction is journaled without the member's bytes it may carry: run
 // again, it reads the member from the archive.
 using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob,
-                         MultiRenameJob>;
+                         MultiRenameJob, UndoJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {
@@ -90,6 +91,9 @@ public:
         std::vector<Path> skipped;
         bool move = false;
         Path destination;
+        // Where each item of a trash job went, in its order; an item removed for
+        // good (a share without a Trash) is not among them.
+        std::vector<UndoJob::Trash::Item> trashed;
     };
 
     // Runs the job; throws what its work throws. Run again after a crash
@@ -106,12 +110,27 @@ public:
     // cannot be known before it runs (work given as a function).
     static std::optional<std::int64_t> measure(const Job &job, OperationControl &control);
 
+    // What puts back the work of a job that completed on its first run, from
+    // what the run returned and the intents of the items its control told as
+    // published. What the job left is sealed as it is now, or, for a copy,
+    // taken by the seal the engine gave it before its publishing rename.
+    // Nothing for a job that cannot be undone: an undo, an extraction, work
+    // given as a function, a transfer that published nothing or that replaced
+    // items (those stay in the Trash, where a move back would not find them).
+    static std::optional<UndoJob> undoOf(const Job &job, const Result &result,
+                                         const std::vector<PublishIntent> &published,
+                                         OperationControl &control);
+
     // Whether the job can be written to the journal.
     static bool storable(const Job &job) { return !std::holds_alternative<OpaqueJob>(job); }
 
 private:
     Result transfer(const TransferJob &job, OperationControl &control, const Earlier *earlier) const;
-    void trash(const TrashJob &job, OperationControl &control, const Earlier *earlier) const;
+    std::vector<UndoJob::Trash::Item> trash(const TrashJob &job, OperationControl &control,
+                                            const Earlier *earlier) const;
+    // Run again after a crash (`resumed`), what is already back counts as done.
+    void undo(const UndoJob &job, OperationControl &control, const Earlier *earlier) const;
+    void moveBack(const UndoJob::Transfer::Item &item, OperationControl &control) const;
 
     FileOperations m_operations;
 };

@@ -58,8 +58,8 @@ QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
            " moved items were left where they were: they or their copies changed. See the log.";
 }
 
-// The items a rename, a multi-rename or a new folder leaves, known from the job itself; a
-// transfer tells its own as it publishes them.
+// The items a rename, a multi-rename, a new folder or an undo leaves, known
+// from the job itself; a transfer tells its own as it publishes them.
 std::vector<std::filesystem::path> namedBeforehand(const Job &job)
 {
     if (const auto *rename = std::get_if<RenameJob>(&job))
@@ -73,6 +73,8 @@ std::vector<std::filesystem::path> namedBeforehand(const Job &job)
                 made.push_back(renames->folder / to);
         return made;
     }
+    if (const auto *undo = std::get_if<UndoJob>(&job))
+        return itemsPutBack(*undo);
     return {};
 }
 
@@ -122,6 +124,7 @@ void TransferQueue::recoverInterrupted(std::function<void()> before)
                              std::nullopt,
                              true,
                              {},
+                             {},
                              {}});
         journal.reset(); // the queue's to destroy, as above
         receiver->post([queue, items = std::move(items)] { queue->adopt(items); });
@@ -150,6 +153,7 @@ QUuid TransferQueue::enqueue(const QString &title, Job job)
                    std::move(job),
                    std::nullopt,
                    false,
+                   {},
                    {},
                    {}};
     const QUuid id = item.id;
@@ -387,38 +391,55 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
     JobRunner::Result result;
     // Told on this thread, while the job runs.
     std::vector<std::filesystem::path> made = namedBeforehand(item.job);
+    std::vector<PublishIntent> intents, published;
     try {
         JobRunner::Earlier earlier;
         const bool journaled = journal && JobRunner::storable(item.job);
-        if (journaled) {
-            // Recorded before a moved source is removed, so a crash right after
-            // a publish still finds it done at the next start.
-            item.control->onPublishing([journal, id = item.id](const std::vector<PublishIntent> &intents) {
-                journal->publishing(id, intents);
-            });
-            if (item.rerun)
-                earlier.published = journal->publishedBy(item.id);
-        }
-        item.control->onPublished(
-            [&made, journal, journaled, id = item.id](const auto &source, const auto &target) {
+        // Recorded before a moved source is removed, so a crash right after a
+        // publish still finds it done at the next start.
+        item.control->onPublishing(
+            [&intents, journal, journaled, id = item.id](const std::vector<PublishIntent> &told) {
                 if (journaled)
-                    journal->published(id, source);
-                made.push_back(target);
+                    journal->publishing(id, told);
+                intents.insert(intents.end(), told.begin(), told.end());
             });
+        if (journaled && item.rerun)
+            earlier.published = journal->publishedBy(item.id);
+        item.control->onPublished([&](const auto &source, const auto &target) {
+            if (journaled)
+                journal->published(item.id, source);
+            made.push_back(target);
+            const auto intent =
+                std::find_if(intents.rbegin(), intents.rend(), [&](const PublishIntent &told) {
+                    return told.source == source && told.target == target;
+                });
+            published.push_back(intent != intents.rend() ? *intent
+                                                         : PublishIntent{source, {}, target, {}, {}});
+        });
         result = runner.run(item.job, *item.control, item.rerun ? &earlier : nullptr);
     } catch (const CancellationError &) {
         log("CANCELLED", item.title);
-        return {item.id, JobState::cancelledWhileRunning, {}, {}, {}};
+        return {item.id, JobState::cancelledWhileRunning, {}, {}, {}, {}};
     } catch (...) {
         const std::exception_ptr error = std::current_exception();
         log("FAILED", item.title, " error=" + AppDiagnostics::describe(error));
-        return {item.id, JobState::failed, userFacingDescription(error), {}, {}};
+        return {item.id, JobState::failed, userFacingDescription(error), {}, {}, {}};
+    }
+    // Only a whole first run can be undone: one resumed after a crash did part
+    // of its work in a run whose items nobody sealed.
+    std::optional<UndoJob> undo;
+    if (!item.rerun) {
+        try {
+            undo = JobRunner::undoOf(item.job, result, published, *item.control);
+        } catch (...) {
+            // The work is done all the same; it only cannot be undone.
+        }
     }
     log("COMPLETE", item.title);
     QString remark = skippedRemark(result);
     if (const QString kept = keptRemark(result.kept); !kept.isEmpty())
         remark = remark.isEmpty() ? kept : remark + " " + kept;
-    return {item.id, JobState::complete, {}, remark, std::move(made)};
+    return {item.id, JobState::complete, {}, remark, std::move(made), std::move(undo)};
 }
 
 double TransferQueue::activeSeconds() const
@@ -452,6 +473,7 @@ void TransferQueue::finish(const Outcome &outcome)
         item->failure = outcome.failure;
         item->remark = outcome.remark;
         item->made = outcome.made;
+        item->undo = outcome.undo;
         ended = *item;
     }
     changed();

@@ -126,6 +126,7 @@ private:
         QString failure;
         QString remark;
         std::vector<std::filesystem::path> made;
+        std::optional<UndoJob> undo;
     };
 
     void startNext();

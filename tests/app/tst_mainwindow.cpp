@@ -366,6 +366,31 @@ private Q_SLOTS:
         QVERIFY(help.contains("Ctrl+,: Settings…"));
     }
 
+    void ctrlZTakesTheNewFolderOfF7AwayAgainWithTheKeyboardLeftInThePane()
+    {
+        m_f.prompt = [](const QString &, const QString &) { return std::optional<QString>("Made"); };
+        QWidget *list = m_f.view->leftPane()->listView();
+        list->setFocus(Qt::MouseFocusReason);
+        const fs::path made = *m_f.tree / "Left/Made";
+        QTest::keyClick(list, Qt::Key_F7);
+        QTRY_VERIFY(fs::is_directory(made));
+        const StatusLine *status = m_f.view->statusLine();
+        QTRY_COMPARE(status->statusText(), "Ctrl+Z: undo new folder ‘Made’");
+        m_f.view->model().perform(1);
+        QVERIFY2(m_f.helpDetails.contains("\nCtrl+Z: Undo new folder ‘Made’\n"), qPrintable(m_f.helpDetails));
+
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Z, Qt::ControlModifier);
+        QTRY_VERIFY(!fs::exists(made));
+        QTRY_COMPARE(status->statusText(), "Undone: new folder ‘Made’");
+        QTRY_VERIFY(!m_f.left().visibleIndexOf(made));
+        QCOMPARE(QApplication::focusWidget(), list);
+        QTest::keyClick(list, Qt::Key_Z, Qt::ControlModifier); // nothing left: the key goes on
+        QCOMPARE(m_f.view->model().queue().items().size(), std::size_t(2));
+        m_f.left().setCursor(*m_f.tree / "Left/alpha");
+        QTest::keyClick(QApplication::focusWidget(), Qt::Key_Down);
+        QCOMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "Left/b.txt"));
+    }
+
     void barsAreMadeFromTheCommandTable()
     {
         QStringList toolBar, functionKeys;

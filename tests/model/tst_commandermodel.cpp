@@ -1,10 +1,13 @@
 #include "model/commandermodel.h"
 #include "panefixture.h"
 #include "platform/core/preferences.h"
+#include "scopedmount.h"
 #include "testtree.h"
 
 #include <QTemporaryDir>
 #include <QTest>
+#include <fstream>
+#include <unistd.h>
 
 using namespace quillorn;
 namespace fs = std::filesystem;
@@ -84,6 +87,29 @@ class CommanderModelTest : public QObject {
     QString stateOfLast() const
     {
         return m_model->queue().items().empty() ? QString() : m_model->queue().items().back().stateText();
+    }
+
+    // The last job's state once the queue has nothing left to do.
+    QString lastJobEnded() const
+    {
+        if (!QTest::qWaitFor([&] { return !m_model->queue().hasWork(); }, 10000))
+            return "still running: " + stateOfLast();
+        return stateOfLast();
+    }
+
+    // The Trash of the test's own tree, so that it holds only what the test put there.
+    fs::path ownTrash() const
+    {
+        qputenv("XDG_DATA_HOME", QByteArray::fromStdString((*m_tree / "data").string()));
+        return *m_tree / "data/Trash";
+    }
+
+    void rename(const fs::path &item, const QString &name)
+    {
+        QTRY_VERIFY(m_model->left().visibleIndexOf(item));
+        select({}, item);
+        m_answers = {name};
+        m_model->perform(F2Rename);
     }
 
 private Q_SLOTS:
@@ -268,6 +294,159 @@ private Q_SLOTS:
         QCOMPARE(m_calls, QStringList{"open:notes.zip.txt"});
         m_model->open(entry("Downloads", true));
         QCOMPARE(m_model->left().directory(), m_home / "Downloads");
+    }
+
+    // Home lists Downloads/, a.txt, b.txt, c.txt; the right pane shows Downloads.
+    void undoPutsBackEachKindOfJobLastFirst()
+    {
+        const fs::path downloads = m_home / "Downloads", trash = ownTrash();
+        const fs::path odd = m_tree->file("home/caf\xe9.txt", "latin-1"); // back under its very bytes
+        m_model->undo();
+        QVERIFY(m_model->queue().items().empty()); // nothing to undo yet
+
+        rename(m_home / "a.txt", "x.txt");
+        QCOMPARE(lastJobEnded(), "Complete");
+        QCOMPARE(m_model->status(), "Ctrl+Z: undo rename ‘a.txt’ → ‘x.txt’");
+        m_answers = {QString("New Folder")};
+        m_model->perform(F7NewFolder);
+        QCOMPARE(lastJobEnded(), "Complete");
+        QTRY_VERIFY(m_model->left().visibleIndexOf(odd));
+        select({}, odd);
+        m_model->perform(F8Trash);
+        QCOMPARE(lastJobEnded(), "Complete");
+        m_model->queue().enqueue("Copy", TransferJob{{m_home / "b.txt", m_home / "c.txt"}, downloads});
+        QCOMPARE(lastJobEnded(), "Complete");
+        m_tree->file("home/Downloads/x.txt", "taken"); // the move takes a free name beside it
+        m_model->queue().enqueue("Move",
+                                 TransferJob{{m_home / "x.txt"}, downloads, true, ConflictPolicy::keepBoth});
+        QCOMPARE(lastJobEnded(), "Complete");
+        QCOMPARE(m_model->status(), "Ctrl+Z: undo move of ‘x (2).txt’ to ‘Downloads’");
+
+        const std::pair<std::function<bool()>, QString> undos[] = {
+            {[&] {
+                 return test::TestTree::read(m_home / "x.txt") == "a" && !fs::exists(downloads / "x (2).txt");
+             },
+             "Undone: move of ‘x (2).txt’ to ‘Downloads’ • Ctrl+Z: undo copy of 2 items to ‘Downloads’"},
+            {[&] { return test::TestTree::names(downloads) == std::vector<std::string>{"x.txt"}; },
+             "Undone: copy of 2 items to ‘Downloads’ • Ctrl+Z: undo trash of ‘caf\ufffd.txt’"},
+            {[&] { return test::TestTree::read(odd) == "latin-1"; },
+             "Undone: trash of ‘caf\ufffd.txt’ • Ctrl+Z: undo new folder ‘New Folder’"},
+            {[&] { return !fs::exists(m_home / "New Folder"); },
+             "Undone: new folder ‘New Folder’ • Ctrl+Z: undo rename ‘a.txt’ → ‘x.txt’"},
+            {[&] { return test::TestTree::read(m_home / "a.txt") == "a" && !fs::exists(m_home / "x.txt"); },
+             "Undone: rename ‘a.txt’ → ‘x.txt’"},
+        };
+        for (const auto &[done, status] : undos) {
+            m_model->undo();
+            QCOMPARE(lastJobEnded(), "Complete");
+            QVERIFY2(done(), qPrintable(status));
+            QCOMPARE(m_model->status(), status);
+        }
+        QVERIFY(!m_model->canUndo()); // and the undos are not undone themselves
+        QCOMPARE(cursorAfterTheLastJob(m_home / "a.txt"),
+                 std::optional(m_home / "a.txt")); // what it put back
+        // The copies went to the Trash, where the restored item no longer is.
+        QCOMPARE(test::TestTree::names(trash / "files"), (std::vector<std::string>{"b.txt", "c.txt"}));
+        QCOMPARE(test::TestTree::names(trash / "info"),
+                 (std::vector<std::string>{"b.txt.trashinfo", "c.txt.trashinfo"}));
+    }
+
+    // A multi-rename that swapped two names (a cycle) and shifted a third along
+    // a chain is put back whole, through a hidden name for the cycle.
+    void undoOfAMultiRenamePutsCyclesAndChainsBack()
+    {
+        m_model->queue().enqueue(
+            "Multi-rename 3 item(s)",
+            MultiRenameJob{m_home, {{"a.txt", "b.txt"}, {"b.txt", "a.txt"}, {"c.txt", "d.txt"}}});
+        QCOMPARE(lastJobEnded(), "Complete");
+        QCOMPARE(test::TestTree::read(m_home / "a.txt"), "b");
+        QCOMPARE(m_model->status(), "Ctrl+Z: undo rename of 3 items");
+        m_model->undo();
+        QCOMPARE(lastJobEnded(), "Complete");
+        QCOMPARE(m_model->status(), "Undone: rename of 3 items");
+        QCOMPARE(test::TestTree::read(m_home / "a.txt"), "a");
+        QCOMPARE(test::TestTree::read(m_home / "b.txt"), "b");
+        QCOMPARE(test::TestTree::read(m_home / "c.txt"), "c");
+        QCOMPARE(test::TestTree::names(m_home),
+                 (std::vector<std::string>{"Downloads", "a.txt", "b.txt", "c.txt"}));
+    }
+
+    // Each job completes, then something it left changes: its undo refuses,
+    // touching nothing, and Ctrl+Z goes on to the job before.
+    void undoRefusesWhatChangedSince()
+    {
+        const fs::path downloads = m_home / "Downloads", trash = ownTrash();
+        const auto write = [](const fs::path &file, const char *text) { std::ofstream(file) << text; };
+        m_answers = {QString("First")};
+        m_model->perform(F7NewFolder);
+        QCOMPARE(lastJobEnded(), "Complete");
+        const auto transfer = [&](const char *name, bool move) {
+            m_model->queue().enqueue("Transfer", TransferJob{{m_home / name}, downloads, move});
+        };
+        const struct {
+            std::function<void()> job, change;
+            QString failure;
+            std::function<bool()> kept;
+        } cases[] = {
+            {[&] { rename(m_home / "a.txt", "x.txt"); }, [&] { write(m_home / "x.txt", "edited"); },
+             "‘x.txt’ changed after it was renamed, so its name was not put back.",
+             [&] { return fs::exists(m_home / "x.txt") && !fs::exists(m_home / "a.txt"); }},
+            {[&] { rename(m_home / "b.txt", "y.txt"); }, [&] { write(m_home / "b.txt", "new b"); },
+             "An item named ‘b.txt’ already exists.",
+             [&] { return test::TestTree::read(m_home / "y.txt") == "b"; }},
+            {[&] {
+                 m_answers = {QString("Kept")};
+                 m_model->perform(F7NewFolder);
+             },
+             [&] { m_tree->file("home/Kept/inside"); }, "‘Kept’ is no longer empty, so it was not removed.",
+             [&] { return fs::exists(m_home / "Kept/inside"); }},
+            {[&] {
+                 select({}, m_home / "c.txt");
+                 m_model->perform(F8Trash);
+             },
+             [&] { write(m_home / "c.txt", "new c"); }, "An item named ‘c.txt’ already exists.",
+             [&] { return test::TestTree::read(trash / "files/c.txt") == "c"; }},
+            {[&] { transfer("y.txt", false); }, [&] { write(downloads / "y.txt", "edited"); },
+             "‘y.txt’ changed after it was copied, so it was not moved to the Trash.",
+             [&] { return test::TestTree::read(downloads / "y.txt") == "edited"; }},
+            {[&] { transfer("x.txt", true); }, [&] { write(downloads / "x.txt", "edited again"); },
+             "‘x.txt’ changed after it was moved, so it was not moved back.",
+             [&] { return fs::exists(downloads / "x.txt") && !fs::exists(m_home / "x.txt"); }},
+        };
+        for (const auto &each : cases) {
+            each.job();
+            QCOMPARE(lastJobEnded(), "Complete");
+            each.change();
+            m_model->undo();
+            QCOMPARE(lastJobEnded(), "Failed: " + each.failure);
+            QVERIFY2(each.kept(), qPrintable(each.failure));
+            QCOMPARE(m_model->status(), "Not undone: " + each.failure + " • Ctrl+Z: undo new folder ‘First’");
+        }
+        m_model->undo();
+        QCOMPARE(lastJobEnded(), "Complete");
+        QVERIFY(!fs::exists(m_home / "First"));
+    }
+
+    // The move copied across volumes under a free name; its undo copies it back
+    // under its own and sends the item it leaves to that volume's Trash.
+    void undoOfAMoveAcrossVolumesPutsTheNameBackToo()
+    {
+        if (!test::runningAsRoot())
+            QSKIP("mounting a test volume needs root");
+        ownTrash();
+        const test::ScopedMount volume("tmpfs", m_tree->folder("volume"), "size=4m");
+        m_tree->file("volume/a.txt", "another a");
+        m_model->queue().enqueue(
+            "Move", TransferJob{{m_home / "a.txt"}, volume.path(), true, ConflictPolicy::keepBoth});
+        QCOMPARE(lastJobEnded(), "Complete");
+        QCOMPARE(test::TestTree::read(volume.path() / "a (2).txt"), "a");
+        m_model->undo();
+        QCOMPARE(lastJobEnded(), "Complete");
+        QCOMPARE(test::TestTree::read(m_home / "a.txt"), "a");
+        QVERIFY(!fs::exists(m_home / "a (2).txt"));
+        const std::string own = ".Trash-" + std::to_string(::geteuid());
+        QCOMPARE(test::TestTree::read(volume.path() / own / "files/a (2).txt"), "a");
+        QCOMPARE(test::TestTree::names(volume.path()), (std::vector<std::string>{own, "a.txt"}));
     }
 };
 

@@ -17,13 +17,14 @@ struct Services {
 
     FileOperations operations()
     {
-        return FileOperations([this](const fs::path &item) { onTrash(item), throw NoTrashError(); },
-                              [this](const fs::path &item) {
-                                  if (!removeWorks)
-                                      throwPosixError(item, EACCES);
-                                  fs::remove_all(item);
-                              },
-                              [this](const fs::path &item) { return onLocality(item), local; });
+        return FileOperations(
+            [this](const fs::path &item) -> fs::path { onTrash(item), throw NoTrashError(); },
+            [this](const fs::path &item) {
+                if (!removeWorks)
+                    throwPosixError(item, EACCES);
+                fs::remove_all(item);
+            },
+            [this](const fs::path &item) { return onLocality(item), local; });
     }
 };
 
@@ -155,7 +156,7 @@ TEST(DiscardMounts, removalForGoodNeverEntersAVolumeMountedInside)
             mount.emplace("tmpfs", inner, "size=1m");
             tree.file("gone/sub/tmpfs/kept.txt", "K");
         }
-        const FileOperations operations([](const fs::path &) { throw NoTrashError(); },
+        const FileOperations operations([](const fs::path &) -> fs::path { throw NoTrashError(); },
                                         FileOperations::defaultRemove(),
                                         [](const fs::path &) { return false; });
         const auto logged = logMark();

@@ -200,6 +200,42 @@ TEST_F(Posix, FailedTrashIsAnErrorNamingTheItemAndLeavesNoInfo)
     EXPECT_TRUE(fs::is_empty(home() / "files"));
 }
 
+TEST_F(Posix, TrashedItemGoesBackByItsInfoButNeverOverWhatTookItsPlace)
+{
+    const std::string name = "caf\xE9 100%\n.txt"; // not UTF-8, and escaped in the info
+    const fs::path item = m_items.file(name, "contents");
+    const fs::path trashed = trashItem(item);
+    EXPECT_EQ(trashedItemOrigin(trashed), original(name));
+    m_items.file(name, "newer");
+    try {
+        restoreTrashedItem(trashed);
+        FAIL() << "restored over an item";
+    } catch (const PosixError &error) {
+        EXPECT_EQ(error.code().value(), EEXIST);
+        EXPECT_EQ(error.path(), original(name));
+    }
+    EXPECT_EQ(TestTree::read(item), "newer");
+    fs::remove(item);
+    EXPECT_EQ(restoreTrashedItem(trashed), original(name));
+    EXPECT_EQ(TestTree::read(item), "contents");
+    EXPECT_TRUE(fs::is_empty(home() / "info"));
+    EXPECT_TRUE(fs::is_empty(home() / "files"));
+
+    // The folder it came from is not made again.
+    const fs::path lost = trashItem(m_items.file("gone/lost.txt"));
+    fs::remove(m_items / "gone");
+    EXPECT_THROW(restoreTrashedItem(lost), PosixError);
+    EXPECT_TRUE(fs::exists(lost));
+    // Another program's info: other lines first, escapes in lower case; a relative
+    // path that climbs out of the trash's top is refused.
+    m_data.file("Trash/files/other", "x");
+    m_data.file("Trash/info/other.trashinfo",
+                "[Trash Info]\nDeletionDate=2020-01-01T00:00:00\nPath=" + original("h%c3%a9") + "\n");
+    EXPECT_EQ(trashedItemOrigin(home() / "files/other"), original("h\xC3\xA9"));
+    m_data.file("Trash/info/other.trashinfo", "[Trash Info]\nPath=../../etc/passwd\n");
+    EXPECT_THROW(trashedItemOrigin(home() / "files/other"), TrashInfoError);
+}
+
 TEST_F(Posix, DesktopRestoresTrashedItemWhereItWas)
 {
     if (::access("/usr/bin/gio", X_OK) != 0 || ::access("/usr/bin/dbus-run-session", X_OK) != 0 ||
@@ -237,6 +273,24 @@ TEST_F(Mounted, OnlyARealStickyDotTrashIsUsedElseAPrivateTrashIsCreatedAtTheTop)
         EXPECT_THAT(info(trashed), StartsWith("[Trash Info]\nPath=sub/item\n"));
         EXPECT_TRUE(fs::is_empty(volume() / "elsewhere"));
         EXPECT_EQ(fs::exists(own()), kind != "sticky");
+    }
+}
+
+TEST_F(Mounted, AnItemOfAVolumesTrashGoesBackRelativeToWhereTheVolumeIsNow)
+{
+    for (const bool shared : {false, true}) {
+        SCOPED_TRACE(shared ? "$topdir/.Trash/$uid" : "$topdir/.Trash-$uid");
+        remount();
+        if (shared)
+            fs::permissions(m_items.folder("volume/.Trash"), fs::perms(01777));
+        const fs::path trashed = trashItem(m_items.file("volume/sub/item", "data"));
+        // Seen elsewhere too: only the path below the top is recorded.
+        const fs::path elsewhere = m_items.folder("elsewhere");
+        ScopedMount moved = ScopedMount::bind(volume(), elsewhere);
+        const fs::path there = elsewhere / fs::relative(trashed, volume());
+        EXPECT_EQ(restoreTrashedItem(there), elsewhere / "sub/item");
+        EXPECT_EQ(TestTree::read(elsewhere / "sub/item"), "data");
+        EXPECT_TRUE(fs::is_empty(there.parent_path().parent_path() / "info"));
     }
 }
 

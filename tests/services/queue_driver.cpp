@@ -53,7 +53,7 @@ FileOperations slowed(int delayMs)
     if (std::getenv("KILL_AT_TRASH"))
         trash = [trash](const std::filesystem::path &item) {
             ::kill(::getpid(), SIGKILL);
-            trash(item);
+            return trash(item);
         };
     return FileOperations(trash, FileOperations::defaultRemove(), FileOperations::defaultVolumeIsLocal(),
                           manager);

@@ -142,6 +142,11 @@ private Q_SLOTS:
                   MultiRenameJob{"/f %", {{odd.filename().native(), "new\nname"}, {"b", "a"}}}),
             entry("Extract c.txt", ArchiveExtraction{odd, "a/b c/\u00e9.txt", "/dst",
                                                      std::make_shared<const QByteArray>("bytes")}),
+            entry("Undo", UndoJob{UndoJob::Rename{"/f", {{"a", "\xff\n", "5ea1"}, {"c", "d", ""}}}}),
+            entry("Undo", UndoJob{UndoJob::NewFolder{odd}}),
+            entry("Undo", UndoJob{UndoJob::Trash{{{odd, "/home/Trash/files/a\n\xff.2"}}}}),
+            entry("Undo", UndoJob{UndoJob::Transfer{
+                              true, {{odd, "/d/x (2)", "c0de", false}, {"/y", "/d/y", "", true}}}}),
         };
         const std::string text = detail::journalText(entries);
         const auto parsed = detail::parseJournal(text);
@@ -161,6 +166,9 @@ private Q_SLOTS:
         QCOMPARE(std::get<ArchiveExtraction>((*parsed)[7].job).member, QStringLiteral("a/b c/\u00e9.txt"));
         const auto &renames = std::get<MultiRenameJob>((*parsed)[6].job);
         QVERIFY(renames.folder == "/f %" && renames.names == std::get<MultiRenameJob>(entries[6].job).names);
+        const auto &moved = std::get<UndoJob::Transfer>(std::get<UndoJob>((*parsed)[11].job).change);
+        QVERIFY(moved.move && moved.items.size() == 2 && !moved.items[0].wholeTree &&
+                moved.items[1].wholeTree);
     }
 
     void damagedTextIsRefused_data()
@@ -174,6 +182,9 @@ private Q_SLOTS:
         QTest::newRow("unknown policy") << QByteArray(whole).replace("policy Stop", "policy stop");
         QTest::newRow("bad escape") << QByteArray(whole).replace("source /a", "source /%G1");
         QTest::newRow("no sources") << QByteArray(whole).replace("source /a\n", "");
+        const QByteArray undo = QByteArray::fromStdString(
+            detail::journalText({entry("Undo", UndoJob{UndoJob::Rename{"/f", {{"a", "b", "5ea1"}}}})}));
+        QTest::newRow("an undone name without its seal") << QByteArray(undo).replace("seal 5ea1\n", "");
         QTest::newRow("text after the end") << whole + "job x\n";
         QTest::newRow("binary") << QByteArray("\x00\x01\x02", 3);
         QTest::newRow("a rename without its new name")

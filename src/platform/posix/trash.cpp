@@ -195,7 +195,90 @@ std::filesystem::path moveIntoTrash(TrashFolder &trash, int parent, const std::s
     }
 }
 
+// A trash entry's files/ and info/ names: files/NAME is told by info/NAME.trashinfo.
+struct TrashEntry {
+    std::filesystem::path trash;
+    std::string name;
+
+    std::filesystem::path info() const { return trash / "info" / (name + ".trashinfo"); }
+};
+
+TrashEntry entryOf(const std::filesystem::path &trashed)
+{
+    const std::string name = trashed.filename().native();
+    if (name.empty() || name == "." || name == ".." || trashed.parent_path().filename() != "files")
+        throwPosixError(trashed, EINVAL);
+    return {trashed.parent_path().parent_path(), name};
+}
+
+std::string readInfo(const std::filesystem::path &info)
+{
+    // A .trashinfo is a few lines; anything far larger is not one.
+    constexpr std::size_t limit = 64 * 1024;
+    FileDescriptor file(::open(info.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC));
+    if (!file)
+        throwPosixError(info);
+    std::string text;
+    char buffer[4096];
+    for (;;) {
+        const ssize_t count = ::read(file.get(), buffer, sizeof buffer);
+        if (count < 0 && errno == EINTR)
+            continue;
+        if (count < 0)
+            throwPosixError(info);
+        if (count == 0)
+            return text;
+        text.append(buffer, static_cast<std::size_t>(count));
+        if (text.size() > limit)
+            throw TrashInfoError();
+    }
+}
+
 } // namespace
+
+std::filesystem::path trashedItemOrigin(const std::filesystem::path &trashed)
+{
+    const TrashEntry entry = entryOf(trashed);
+    const std::optional<std::string> recorded = detail::trashInfoPath(readInfo(entry.info()));
+    if (!recorded || recorded->empty())
+        throw TrashInfoError();
+    std::filesystem::path origin(*recorded);
+    if (origin.is_relative()) {
+        // Relative to the folder the trash lives in: $topdir for $topdir/.Trash-$uid
+        // and $XDG_DATA_HOME/Trash, but $topdir too for $topdir/.Trash/$uid.
+        for (const std::filesystem::path &part : origin)
+            if (part == "..")
+                throw TrashInfoError();
+        const std::filesystem::path holder = entry.trash.parent_path();
+        origin = (holder.filename() == ".Trash" ? holder.parent_path() : holder) / origin;
+    }
+    origin = origin.lexically_normal();
+    if (!origin.has_filename())
+        throw TrashInfoError();
+    return origin;
+}
+
+std::filesystem::path restoreTrashedItem(const std::filesystem::path &trashed)
+{
+    const TrashEntry entry = entryOf(trashed);
+    const std::filesystem::path origin = trashedItemOrigin(trashed);
+    struct stat folder {};
+    if (::stat(origin.parent_path().c_str(), &folder) != 0)
+        throwPosixError(origin.parent_path());
+    if (!S_ISDIR(folder.st_mode))
+        throwPosixError(origin.parent_path(), ENOTDIR);
+    try {
+        renameWithoutReplacing(trashed, origin);
+    } catch (const PosixError &error) {
+        // Named after the place the user knows, not the trash entry.
+        if (error.code().value() == EEXIST)
+            throwPosixError(origin, EEXIST);
+        throw;
+    }
+    // The item is back: an info left over would only show as a broken entry.
+    ::unlink(entry.info().c_str());
+    return origin;
+}
 
 std::filesystem::path trashItem(const std::filesystem::path &item, const TrashReport &report)
 {

@@ -14,6 +14,13 @@ public:
     NoTrashError() : std::runtime_error("no Trash on this volume") {}
 };
 
+// Raised when a trashed item's .trashinfo names no place it could go back to:
+// no Path= line, a broken escape, or a relative path that climbs out of its volume.
+class TrashInfoError : public std::runtime_error {
+public:
+    TrashInfoError() : std::runtime_error("the Trash does not record where the item came from") {}
+};
+
 // Receives one line for the log when a volume's shared .Trash folder is passed
 // over: "TRASH SKIPPED path=<the .Trash> reason=<symbolic link | not sticky |
 // not a folder>". Such a folder is an administrator's mistake or an attack, and
@@ -26,5 +33,17 @@ using TrashReport = std::function<void(const std::string &line)>;
 // Throws NoTrashError, or std::system_error (generic category, errno) when the
 // move itself fails; a failed move leaves no .trashinfo behind.
 std::filesystem::path trashItem(const std::filesystem::path &item, const TrashReport &report = {});
+
+// Where an item in a trash's files/ folder came from, as its .trashinfo records
+// it: the Path= line, percent-decoded to the name's very bytes, taken from the
+// trash's top folder when it is relative. Throws TrashInfoError, or PosixError
+// when the .trashinfo cannot be read.
+std::filesystem::path trashedItemOrigin(const std::filesystem::path &trashed);
+
+// Puts an item of a trash's files/ folder back where trashedItemOrigin says it
+// came from, never replacing an item that now has its name (PosixError EEXIST
+// naming that place) and never into a folder that is gone (ENOENT); then its
+// .trashinfo goes. Returns where the item is now.
+std::filesystem::path restoreTrashedItem(const std::filesystem::path &trashed);
 
 } // namespace quillorn

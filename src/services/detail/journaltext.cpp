@@ -30,6 +30,39 @@ std::string multiRenameFields(const MultiRenameJob &rename)
     return text;
 }
 
+// The items of an undo one after another, each as its fields in a fixed order.
+std::string undoFields(const UndoJob &undo)
+{
+    return std::visit(
+        Overloaded{
+            [](const UndoJob::Rename &rename) {
+                std::string text = field("kind", "undoRename") + field("folder", rename.folder.native());
+                for (const auto &name : rename.names)
+                    text +=
+                        field("before", name.before) + field("after", name.after) + field("seal", name.seal);
+                return text;
+            },
+            [](const UndoJob::NewFolder &folder) {
+                return field("kind", "undoNewFolder") + field("folder", folder.folder.native());
+            },
+            [](const UndoJob::Trash &trash) {
+                std::string text = field("kind", "undoTrash");
+                for (const auto &item : trash.items)
+                    text +=
+                        field("original", item.original.native()) + field("trashed", item.trashed.native());
+                return text;
+            },
+            [](const UndoJob::Transfer &transfer) {
+                std::string text = field("kind", "undoTransfer") + field("move", transfer.move ? "1" : "0");
+                for (const auto &item : transfer.items)
+                    text += field("source", item.source.native()) + field("target", item.target.native()) +
+                            field("seal", item.seal) + field("tree", item.wholeTree ? "1" : "0");
+                return text;
+            },
+        },
+        undo.change);
+}
+
 std::string jobFields(const Job &job)
 {
     return std::visit(Overloaded{
@@ -64,6 +97,7 @@ std::string jobFields(const Job &job)
                           },
                           [](const OpaqueJob &) { return std::string(); },
                           [](const MultiRenameJob &rename) { return multiRenameFields(rename); },
+                          [](const UndoJob &undo) { return undoFields(undo); },
                       },
                       job);
 }
@@ -123,9 +157,68 @@ std::optional<std::vector<JobRunner::Publication>> publicationsOf(const Fields &
     return publications;
 }
 
+// The values of the keys, item by item; nothing unless every item has them all.
+std::optional<std::vector<std::vector<std::string>>> itemsOf(const Fields &fields,
+                                                             const std::vector<std::string_view> &keys)
+{
+    std::vector<std::vector<std::string>> items;
+    for (const std::string_view key : keys) {
+        const std::vector<std::filesystem::path> values = all(fields, key);
+        if (key != keys.front() && values.size() != items.size())
+            return std::nullopt;
+        items.resize(values.size());
+        for (std::size_t index = 0; index < values.size(); ++index)
+            items[index].push_back(values[index].native());
+    }
+    if (items.empty())
+        return std::nullopt;
+    return items;
+}
+
+std::optional<UndoJob> undoOf(const std::string &kind, const Fields &fields)
+{
+    const std::optional<std::string> folder = only(fields, "folder");
+    if (kind == "undoNewFolder" && folder)
+        return UndoJob{UndoJob::NewFolder{*folder}};
+    if (kind == "undoRename" && folder) {
+        const auto items = itemsOf(fields, {"before", "after", "seal"});
+        if (!items)
+            return std::nullopt;
+        UndoJob::Rename rename{*folder, {}};
+        for (const auto &item : *items)
+            rename.names.push_back({item[0], item[1], item[2]});
+        return UndoJob{std::move(rename)};
+    }
+    if (kind == "undoTrash") {
+        const auto items = itemsOf(fields, {"original", "trashed"});
+        if (!items)
+            return std::nullopt;
+        UndoJob::Trash trash;
+        for (const auto &item : *items)
+            trash.items.push_back({item[0], item[1]});
+        return UndoJob{std::move(trash)};
+    }
+    const std::optional<std::string> move = only(fields, "move");
+    if (kind == "undoTransfer" && (move == "0" || move == "1")) {
+        const auto items = itemsOf(fields, {"source", "target", "seal", "tree"});
+        if (!items)
+            return std::nullopt;
+        UndoJob::Transfer transfer{move == "1", {}};
+        for (const auto &item : *items)
+            transfer.items.push_back({item[0], item[1], item[2], item[3] == "1"});
+        return UndoJob{std::move(transfer)};
+    }
+    return std::nullopt;
+}
+
 std::optional<Job> jobOf(const Fields &fields)
 {
     const std::optional<std::string> kind = only(fields, "kind");
+    if (kind && kind->starts_with("undo")) {
+        if (std::optional<UndoJob> undo = undoOf(*kind, fields))
+            return Job(std::move(*undo));
+        return std::nullopt;
+    }
     if (kind == "transfer") {
         const auto move = only(fields, "move"), policy = only(fields, "policy"),
                    destination = only(fields, "destination");

@@ -27,6 +27,49 @@ std::string percentEncode(std::string_view path)
     return out;
 }
 
+std::optional<std::string> trashInfoPath(std::string_view contents)
+{
+    const auto digit = [](char c) -> int {
+        if (c >= '0' && c <= '9')
+            return c - '0';
+        if (c >= 'A' && c <= 'F')
+            return c - 'A' + 10;
+        if (c >= 'a' && c <= 'f')
+            return c - 'a' + 10;
+        return -1;
+    };
+    bool inGroup = false;
+    while (!contents.empty()) {
+        const std::size_t end = contents.find('\n');
+        std::string_view line = contents.substr(0, end);
+        contents.remove_prefix(end == std::string_view::npos ? contents.size() : end + 1);
+        if (!line.empty() && line.back() == '\r')
+            line.remove_suffix(1);
+        if (line.starts_with('[')) {
+            inGroup = line == "[Trash Info]";
+            continue;
+        }
+        if (!inGroup || !line.starts_with("Path="))
+            continue;
+        line.remove_prefix(5);
+        std::string bytes;
+        for (std::size_t i = 0; i < line.size(); ++i) {
+            if (line[i] != '%') {
+                bytes.push_back(line[i]);
+                continue;
+            }
+            const int high = i + 2 < line.size() ? digit(line[i + 1]) : -1;
+            const int low = i + 2 < line.size() ? digit(line[i + 2]) : -1;
+            if (high < 0 || low < 0)
+                return std::nullopt;
+            bytes.push_back(static_cast<char>(high * 16 + low));
+            i += 2;
+        }
+        return bytes;
+    }
+    return std::nullopt;
+}
+
 std::string trashInfoContents(std::string_view path, std::string_view deletionDate)
 {
     std::string text = "[Trash Info]\nPath=";

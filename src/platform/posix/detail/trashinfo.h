@@ -1,6 +1,7 @@
 #pragma once
 
 #include <ctime>
+#include <optional>
 #include <string>
 #include <string_view>
 
@@ -10,6 +11,10 @@ namespace quillorn::detail {
 // written as %XX, so line feeds and bytes that are not UTF-8 survive the
 // line-oriented, UTF-8 .trashinfo format.
 std::string percentEncode(std::string_view path);
+
+// The Path= value of a .trashinfo's [Trash Info] group, its %XX escapes turned
+// back into bytes; nothing when there is none or an escape is broken.
+std::optional<std::string> trashInfoPath(std::string_view contents);
 
 // The whole .trashinfo file for an item whose recorded path is path (absolute,
 // or relative to the trash's top folder).
