@@ -305,7 +305,7 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
 
     add({.id = QStringLiteral("undo"),
          .text = QStringLiteral("Undo"),
-         .help = QStringLiteral("Undo the last rename, new folder, trash, copy or move"),
+         .help = QStringLiteral("Undo the last rename, multi-rename, new folder, trash, copy or move"),
          .currentText = [&model] { return model.canUndo() ? "Undo " + model.nextUndo() : QString(); },
          .keys = {Qt::CTRL | Qt::Key_Z},
          .enabled = [&model] { return model.canUndo(); },
