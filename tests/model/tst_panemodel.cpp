@@ -250,6 +250,10 @@ private Q_SLOTS:
         reread.setPathList("single", {odd});
         reread.sync();
         QCOMPARE(f.reread().pathList("single"), Folders{odd});
+        // An emptied list leaves nothing a person reading the file would wonder about.
+        reread.setPathList("single", {});
+        reread.sync();
+        QVERIFY(!f.reread().contains("single") && f.reread().pathList("single").empty());
     }
 
     void tabsAndSettingsArePersistedAndRestored()

@@ -160,6 +160,11 @@ std::optional<std::filesystem::path> Preferences::path(const QString &key) const
 
 void Preferences::setPathList(const QString &key, const std::vector<std::filesystem::path> &value)
 {
+    // QSettings writes an empty list as "@Invalid()"; no key reads back the same.
+    if (value.empty()) {
+        m_settings->remove(key);
+        return;
+    }
     QVariantList items;
     bool allText = true;
     for (const std::filesystem::path &path : value) {
