@@ -17,14 +17,16 @@ JOBS        ?= $(shell nproc)
 # gvfs-daemons, dbus-daemon for dbus-run-session); GIO's headers (libglib2.0-dev)
 # for the applications of a MIME type and "Open with"; unzip for archives; rsync
 # and time for the copy benchmark; python3 and desktop-file-utils for the install
-# check and the index of the test applications' MIME types.
+# check and the index of the test applications' MIME types; the accessibility bus
+# (at-spi2-core) and python3-pyatspi for the screen-reader test.
 PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
 	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev \
 	libgtest-dev libgmock-dev libbenchmark-dev \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
 	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
-	unzip rsync time python3 desktop-file-utils
+	unzip rsync time python3 desktop-file-utils \
+	at-spi2-core python3-pyatspi
 
 # Only `make bench` installs these: reference programs the benchmarks measure against.
 BENCH_PACKAGES := krusader openssl

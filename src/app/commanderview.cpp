@@ -266,6 +266,7 @@ FilePane *CommanderView::makePane(PaneModel &pane, bool left)
     // However short the window, the lists keep a few rows; the queue panel
     // below scrolls instead.
     detail::PaneTableView *list = view->listView();
+    list->setAccessibleName(left ? tr("Left pane") : tr("Right pane"));
     list->setMinimumHeight(2 * list->frameWidth() + list->horizontalHeader()->sizeHint().height() +
                            detail::kMinimumListedRows * list->verticalHeader()->defaultSectionSize());
     m_splitter->addWidget(view);
