@@ -1,6 +1,6 @@
 # Quillorn — build, run, test and benchmark on a Debian machine.
-#   make run    installs what is missing, builds and launches Quillorn
-#   make test   installs what is missing, builds with sanitizers and runs every test
+#   make run    installs the missing packages running needs, builds and launches Quillorn
+#   make test   also those the tests need, then builds with sanitizers and runs every test
 
 BUILD       ?= build/release
 TEST_BUILD  ?= build/test
