@@ -1,6 +1,7 @@
 #include "model/commandermodel.h"
 
 #include "platform/core/displaytext.h"
+#include "platform/posix/userfolders.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -163,7 +164,7 @@ void CommanderModel::createPanes(const PaneModelOptions &options)
     }
     const std::filesystem::path home = homeFolder();
     m_left = std::make_unique<PaneModel>(home, QStringLiteral("left"), options);
-    m_right = std::make_unique<PaneModel>(home / "Downloads", QStringLiteral("right"), options);
+    m_right = std::make_unique<PaneModel>(downloadsFolder(home), QStringLiteral("right"), options);
 }
 
 void CommanderModel::setTool(std::optional<ToolSheet> tool)

@@ -25,6 +25,7 @@ class CommanderModelTest : public QObject {
     std::unique_ptr<Preferences> m_preferences;
     std::unique_ptr<CommanderModel> m_model;
     fs::path m_home;
+    int m_fresh = 0;
     QStringList m_calls;
     AlertRequest m_alert;
     int m_alertAnswer = 0;
@@ -124,6 +125,7 @@ private Q_SLOTS:
         qputenv("HOME", QByteArray::fromStdString(m_home.string()));
         qunsetenv("QUILLORN_RELEASE_PREVIEW_LEFT");
         qunsetenv("QUILLORN_RELEASE_PREVIEW_RIGHT");
+        qunsetenv("XDG_CONFIG_HOME"); // the desktop's folders are then read below the test's home
         m_preferences =
             std::make_unique<Preferences>(QString::fromStdString((*m_tree / "prefs.ini").string()));
         m_calls.clear();
@@ -143,6 +145,33 @@ private Q_SLOTS:
         QVERIFY(remake());
         QCOMPARE(m_model->left().directory(), fs::current_path() / "no/such/preview");
         QVERIFY(m_model->left().error());
+    }
+
+    // The desktop's Downloads folder as it names it in the user's language, else
+    // ~/Downloads, else home: a missing folder is never the first thing shown.
+    void theRightPaneStartsOnTheDesktopsDownloadsFolderElseHome()
+    {
+        const fs::path config = m_tree->folder("config");
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.string()));
+        const auto startsOn = [&](const fs::path &expected) {
+            m_model.reset();
+            m_preferences = std::make_unique<Preferences>(
+                QString::fromStdString((*m_tree / ("fresh-" + std::to_string(m_fresh++) + ".ini")).string()));
+            QVERIFY(remake());
+            QCOMPARE(m_model->right().directory(), expected);
+            QVERIFY(!m_model->right().error());
+        };
+        const fs::path localised = m_home / "Загрузки";
+        std::ofstream(config / "user-dirs.dirs") << "XDG_DESKTOP_DIR=\"$HOME/Рабочий стол\"\n"
+                                                 << "XDG_DOWNLOAD_DIR=\"$HOME/Загрузки\"\n";
+        startsOn(m_home / "Downloads"); // recorded but not made yet
+        fs::create_directory(localised);
+        startsOn(localised);
+        fs::remove(localised);
+        fs::remove(m_home / "Downloads");
+        startsOn(m_home);
+        fs::remove(config / "user-dirs.dirs");
+        startsOn(m_home);
     }
 
     void renameActsOnTheTaggedItemNotTheCursorAndACancelDoesNothing()
