@@ -14,7 +14,8 @@ JOBS        ?= $(shell nproc)
 # and dosfstools for a FAT volume, mount for losetup, util-linux for setpriv and
 # prlimit, e2fsprogs for chattr and mkfs.ext4, strace); metadata tools (acl, attr);
 # the desktop's trash client (gio from libglib2.0-bin, its GIO module gvfs,
-# gvfs-daemons, dbus-daemon for dbus-run-session); GIO's headers (libglib2.0-dev)
+# gvfs-daemons, dbus-daemon for dbus-run-session and the tests' private buses;
+# python3-dbus and python3-gi for the stand-in UDisks2); GIO's headers (libglib2.0-dev)
 # for the applications of a MIME type and "Open with"; unzip for archives; rsync
 # and time for the copy benchmark; python3 and desktop-file-utils for the install
 # check and the index of the test applications' MIME types.
@@ -23,7 +24,7 @@ PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
 	libgtest-dev libgmock-dev libbenchmark-dev \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
-	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
+	libglib2.0-bin gvfs gvfs-daemons dbus-daemon python3-dbus python3-gi \
 	unzip rsync time python3 desktop-file-utils
 
 # Only `make bench` installs these: reference programs the benchmarks measure against.
