@@ -13,6 +13,7 @@
 #include <QStandardPaths>
 
 #include <optional>
+#include <unistd.h>
 
 using namespace quillorn;
 using namespace quillorn::test;
@@ -140,22 +141,24 @@ private Q_SLOTS:
 
     void desktopSharesAreListedByTheirShareNames()
     {
-        // gvfsd-fuse and kio-fuse mounts cannot be made here: their mount-table
-        // lines are written out, over real folders.
-        const fs::path gvfs = m_f.tree->folder("gvfs"), kio = m_f.tree->folder("kio-fuse-Xy12");
-        const fs::path share = m_f.tree->folder("gvfs/smb-share:server=nas,share=public%20files");
-        m_f.tree->folder("kio-fuse-Xy12/sftp/bob@host.example:2222");
-        const std::string table = "40 1 0:61 / " + gvfs.string() + " rw - fuse.gvfsd-fuse gvfsd-fuse rw\n" +
-                                  "41 1 0:62 / " + kio.string() + " rw - fuse.kio-fuse kio-fuse rw\n";
-        m_f.view->leftPane()->headerBar()->setVolumeSource([table] { return mountedVolumes(table); });
-        QCOMPARE(texts(), (QStringList{"Home", "Root", "public files on nas", "host.example (sftp)"}));
+        if (!canMount())
+            QSKIP("needs root and bindfs (Debian package bindfs)");
+        // bindfs shows the folders under the types GNOME's and KDE's daemons mount with.
+        m_f.tree->folder("gvfs-served/smb-share:server=nas,share=public%20files");
+        m_f.tree->folder("kio-served/sftp/bob@host.example:2222");
+        ScopedMount gvfs = fuseTyped("gvfsd-fuse", "gvfs-served", "gvfs");
+        ScopedMount kio = fuseTyped("kio-fuse", "kio-served", "kio-fuse-Xy12");
+        const QStringList items = texts();
+        QVERIFY2(items.contains("public files on nas") && items.contains("host.example (sftp)"),
+                 qPrintable(items.join(", ")));
+        QVERIFY(!items.contains("gvfs") && !items.contains("kio-fuse-Xy12")); // the daemons' own mounts
         choose("public files on nas");
-        QTRY_COMPARE(m_f.left().directory(), share);
+        QTRY_COMPARE(m_f.left().directory(), gvfs.path() / "smb-share:server=nas,share=public%20files");
     }
 
     void realMountComesAndGoesWhileTheMenuIsOpenAndThePaneOnItSurvives()
     {
-        if (::access("/usr/bin/bindfs", X_OK) != 0 || !runningAsRoot())
+        if (!canMount())
             QSKIP("needs root and bindfs (Debian package bindfs)");
         m_f.tree->folder("backing/sub");
         const fs::path where = m_f.tree->folder("Stick Two");
@@ -177,6 +180,15 @@ private Q_SLOTS:
     }
 
 private:
+    static bool canMount() { return ::access("/usr/bin/bindfs", X_OK) == 0 && runningAsRoot(); }
+
+    ScopedMount fuseTyped(const std::string &daemon, const fs::path &served, const fs::path &where) const
+    {
+        return ScopedMount::byCommand("bindfs -o subtype=" + daemon + " " + shellQuote(*m_f.tree / served) +
+                                          " " + shellQuote(m_f.tree->folder(where)),
+                                      *m_f.tree / where);
+    }
+
     QMenu *menu() const { return m_f.view->leftPane()->headerBar()->locationsMenu(); }
     QString status() const { return m_f.view->model().status(); }
 
