@@ -31,14 +31,16 @@ RUN_PACKAGES := cmake g++ make pkg-config ninja-build \
 # for dbus-run-session); python3 for the ZIP fixtures and the install check; and
 # what checks the installed files: desktop-file-utils, appstream (appstreamcli),
 # man-db, binutils (readelf), gtk-update-icon-cache; the accessibility bus
-# (at-spi2-core) and python3-pyatspi for the screen-reader test. The clang-format release
+# (at-spi2-core) and python3-pyatspi for the screen-reader test; python3-dbus
+# and python3-gi for the stand-in UDisks2 on the tests' private buses. The
+# clang-format release
 # the format check needs is installed where this Debian has it.
 TEST_PACKAGES := libgtest-dev libgmock-dev \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
 	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
 	python3 desktop-file-utils appstream man-db binutils gtk-update-icon-cache \
-	at-spi2-core python3-pyatspi
+	at-spi2-core python3-pyatspi python3-dbus python3-gi
 
 # Only `make bench` installs these: the benchmark library, reference programs the
 # benchmarks measure against, rsync and time for the copy benchmark.
