@@ -33,8 +33,8 @@ RUN_PACKAGES := cmake g++ make pkg-config ninja-build \
 # man-db, binutils (readelf), gtk-update-icon-cache; the accessibility bus
 # (at-spi2-core) and python3-pyatspi for the screen-reader test; python3-dbus
 # and python3-gi for the stand-in UDisks2 on the tests' private buses. The
-# clang-format release
-# the format check needs is installed where this Debian has it.
+# clang-format release the format check needs is installed where this Debian
+# has it.
 TEST_PACKAGES := libgtest-dev libgmock-dev \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
