@@ -3,6 +3,7 @@
 #include "app/applicationchooser.h"
 #include "app/commanderappdelegate.h"
 #include "app/commandertoolbar.h"
+#include "app/detail/paneheaderbar.h"
 #include "app/detail/panelayout.h"
 #include "app/detail/panetableview.h"
 #include "app/filepane.h"
@@ -279,6 +280,10 @@ FilePane *CommanderView::makePane(PaneModel &pane, bool left)
         m_model->transfer(files, pane.directory(), false);
     };
     view->contextMenu = [this, left](QPoint at, bool onItems) { showContextMenu(left, at, onItems); };
+    view->headerBar()->setTrashOpener([this, left](std::vector<std::filesystem::path> volumes) {
+        m_model->setActiveLeft(left);
+        m_model->openTrash(std::move(volumes));
+    });
     return view;
 }
 

@@ -147,6 +147,11 @@ void PaneHeaderBar::buildLocationsMenu()
     const std::filesystem::path home = pathFromText(QDir::homePath());
     m_locationsMenu->addAction(tr("Home"), &m_pane, [this, home] { m_pane.navigate(home); });
     m_locationsMenu->addAction(tr("Root"), &m_pane, [this] { m_pane.navigate("/"); });
+    if (m_openTrash)
+        m_locationsMenu
+            ->addAction(tr("Trash"), this,
+                        [this] { m_openTrash(m_volumes ? m_volumes() : VolumeSource::result_type{}); })
+            ->setObjectName(QStringLiteral("trashEntry"));
     const std::vector<std::filesystem::path> volumes =
         m_volumes ? m_volumes() : std::vector<std::filesystem::path>{};
     for (const auto &volume : volumes) {

@@ -32,6 +32,12 @@ public:
     void setActive(bool active);
     // Where the locations menu learns the mounted volumes (tests pass their own).
     void setVolumeSource(VolumeSource source);
+    // What the menu's "Trash" entry does, given the volumes whose trash folders
+    // it shows besides the home trash; without one the entry is left out.
+    void setTrashOpener(std::function<void(std::vector<std::filesystem::path> volumes)> opener)
+    {
+        m_openTrash = std::move(opener);
+    }
 
     QMenu *favouritesMenu() const { return m_favouritesMenu; }
     QMenu *locationsMenu() const { return m_locationsMenu; }
@@ -49,6 +55,7 @@ private:
     CommanderThemeColours m_colours;
     bool m_active = false;
     VolumeSource m_volumes;
+    std::function<void(std::vector<std::filesystem::path>)> m_openTrash;
     QLabel *m_folderIcon = nullptr;
     QLabel *m_folderName = nullptr;
     QToolButton *m_favourites = nullptr;

@@ -7,6 +7,7 @@
 
 #include "platform/core/displaytext.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QMessageBox>
 #include <QPointer>
@@ -26,6 +27,15 @@ void reportUnopened(QWidget *parent, const std::filesystem::path &file)
         return;
     }
     shown = showAlert(parent, {QStringLiteral("Cannot open the file"), line, {}});
+}
+
+// An alert asked for while one of the window's sheets is up goes over the
+// sheet, which gets the keyboard back when it closes: over the window, it
+// would hand the keyboard to a window the sheet blocks.
+QWidget *alertParent(QWidget *window)
+{
+    QWidget *modal = QApplication::activeModalWidget();
+    return window && modal && window->isAncestorOf(modal) ? modal : window;
 }
 
 } // namespace
@@ -53,7 +63,9 @@ DesktopServices standardDesktopServices(QWidget *window)
     desktop.preview = [parent](const std::filesystem::path &item, QuickLook::Failed failed) {
         QuickLook::preview(item, std::move(failed), parent.data());
     };
-    desktop.alert = [parent](const AlertRequest &alert) { return runAlert(parent.data(), alert); };
+    desktop.alert = [parent](const AlertRequest &alert) {
+        return runAlert(alertParent(parent.data()), alert);
+    };
     desktop.prompt = [parent](const QString &title, const QString &value) {
         return askForText(parent.data(), title, value);
     };
