@@ -62,6 +62,8 @@ TrashSheet::TrashSheet(CommanderModel &model, std::vector<Path> volumes, std::fu
     : QWidget(parent), m_model(model), m_dismiss(std::move(dismiss))
 {
     setObjectName(QStringLiteral("trashSheet"));
+    // Four columns of names, folders and dates do not fit the smallest sheet.
+    setMinimumSize(820, 400);
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(10);

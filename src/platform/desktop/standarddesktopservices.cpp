@@ -30,12 +30,17 @@ void reportUnopened(QWidget *parent, const std::filesystem::path &file)
 }
 
 // An alert asked for while one of the window's sheets is up goes over the
-// sheet, which gets the keyboard back when it closes: over the window, it
-// would hand the keyboard to a window the sheet blocks.
+// sheet, which gets the keyboard back when it closes. Over the window, the
+// toolkit (Qt 6.4 on X11) hands the keyboard the sheet loses to the alert on
+// to the window instead, which the sheet blocks: no key reaches anything.
 QWidget *alertParent(QWidget *window)
 {
     QWidget *modal = QApplication::activeModalWidget();
-    return window && modal && window->isAncestorOf(modal) ? modal : window;
+    // Not isAncestorOf(), which stops at the sheet: a window of its own.
+    for (QWidget *owner = modal ? modal->parentWidget() : nullptr; owner; owner = owner->parentWidget())
+        if (owner == window)
+            return modal;
+    return window;
 }
 
 } // namespace
