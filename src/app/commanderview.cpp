@@ -285,6 +285,10 @@ FilePane *CommanderView::makePane(PaneModel &pane, bool left)
     view->contextMenu = [this, left](QPoint at, bool onItems) { showContextMenu(left, at, onItems); };
     view->headerBar()->setDrives(m_drives);
     view->headerBar()->setReporter([this](const QString &message) { m_model->setStatus(message); });
+    view->headerBar()->setTrashOpener([this, left](std::vector<std::filesystem::path> volumes) {
+        m_model->setActiveLeft(left);
+        m_model->openTrash(std::move(volumes));
+    });
     return view;
 }
 

@@ -1,6 +1,7 @@
 #include "model/commandermodel.h"
 #include "panefixture.h"
 #include "platform/core/preferences.h"
+#include "platform/posix/trash.h"
 #include "scopedmount.h"
 #include "testtree.h"
 
@@ -323,6 +324,36 @@ private Q_SLOTS:
         QCOMPARE(m_calls, QStringList{"open:notes.zip.txt"});
         m_model->open(entry("Downloads", true));
         QCOMPARE(m_model->left().directory(), m_home / "Downloads");
+    }
+
+    void theTrashSheetsCommandsAskWhereTheyMustAndQueueOneJobEach()
+    {
+        const fs::path trash = ownTrash();
+        const fs::path a = trashItem(m_home / "a.txt"), b = trashItem(m_home / "b.txt");
+        m_tree->file("home/a.txt", "newer");
+        QVERIFY(m_model->restoreFromTrash({b}, {})); // no name taken: nothing to ask
+        QCOMPARE(lastJobEnded(), QString("Complete"));
+        QVERIFY(m_calls.isEmpty());
+        QCOMPARE(test::TestTree::read(m_home / "b.txt"), std::string("b"));
+
+        m_alertAnswer = 1; // Cancel
+        QVERIFY(!m_model->restoreFromTrash({a}, {m_home / "a.txt"}));
+        QVERIFY(!m_model->deleteFromTrash({a}));
+        QVERIFY(!m_model->emptyTrash({a}));
+        QCOMPARE(m_calls, (QStringList{"alert:An item named ‘a.txt’ already exists.",
+                                       "alert:Delete ‘a.txt’ for good?", "alert:Empty the Trash?"}));
+        QCOMPARE(m_model->queue().items().size(), std::size_t(1));
+
+        m_alertAnswer = 0; // Keep both
+        QVERIFY(m_model->restoreFromTrash({a}, {m_home / "a.txt"}));
+        QCOMPARE(lastJobEnded(), QString("Complete"));
+        QCOMPARE(test::TestTree::read(m_home / "a (2).txt"), std::string("a"));
+        QCOMPARE(test::TestTree::read(m_home / "a.txt"), std::string("newer"));
+        QVERIFY(m_model->emptyTrash({trashItem(m_home / "c.txt")}));
+        QCOMPARE(lastJobEnded(), QString("Complete"));
+        QVERIFY(test::TestTree::names(trash / "files").empty() &&
+                test::TestTree::names(trash / "info").empty());
+        QCOMPARE(m_model->queue().items().back().title, QString("Empty Trash"));
     }
 
     // Home lists Downloads/, a.txt, b.txt, c.txt; the right pane shows Downloads.

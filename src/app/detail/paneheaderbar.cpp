@@ -166,6 +166,20 @@ void PaneHeaderBar::buildLocationsMenu()
     const std::filesystem::path home = pathFromText(QDir::homePath());
     m_locationsMenu->addAction(tr("Home"), &m_pane, [this, home] { m_pane.navigate(home); });
     m_locationsMenu->addAction(tr("Root"), &m_pane, [this] { m_pane.navigate("/"); });
+    if (m_openTrash)
+        m_locationsMenu
+            ->addAction(tr("Trash"), this,
+                        [this] {
+                            // The trash folders of real volumes; a share's would be
+                            // asked of its server.
+                            std::vector<std::filesystem::path> volumes;
+                            for (const MountedVolume &volume :
+                                 m_volumes ? m_volumes() : VolumeSource::result_type{})
+                                if (volume.label.empty())
+                                    volumes.push_back(volume.path);
+                            m_openTrash(std::move(volumes));
+                        })
+            ->setObjectName(QStringLiteral("trashEntry"));
     std::vector<MountedVolume> volumes = m_volumes ? m_volumes() : std::vector<MountedVolume>{};
     const std::vector<RemovableFilesystem> drives =
         m_drives ? m_drives->filesystems() : std::vector<RemovableFilesystem>{};

@@ -44,6 +44,12 @@ public:
     void setDrives(RemovableDrives *drives);
     // Where the outcome of a mount, unmount or eject is told (the status line).
     void setReporter(std::function<void(const QString &)> report) { m_report = std::move(report); }
+    // What the menu's "Trash" entry does, given the volumes whose trash folders
+    // it shows besides the home trash; without one the entry is left out.
+    void setTrashOpener(std::function<void(std::vector<std::filesystem::path> volumes)> opener)
+    {
+        m_openTrash = std::move(opener);
+    }
 
     QMenu *favouritesMenu() const { return m_favouritesMenu; }
     QMenu *locationsMenu() const { return m_locationsMenu; }
@@ -67,6 +73,7 @@ private:
     RemovableDrives *m_drives = nullptr;
     MountWatch *m_mounts = nullptr;
     std::function<void(const QString &)> m_report;
+    std::function<void(std::vector<std::filesystem::path>)> m_openTrash;
     QLabel *m_folderIcon = nullptr;
     QLabel *m_folderName = nullptr;
     QToolButton *m_favourites = nullptr;
