@@ -15,7 +15,8 @@ JOBS        ?= $(shell nproc)
 # prlimit, e2fsprogs for chattr and mkfs.ext4, strace); metadata tools (acl, attr);
 # the desktop's trash client (gio from libglib2.0-bin, its GIO module gvfs,
 # gvfs-daemons, dbus-daemon for dbus-run-session); GIO's headers (libglib2.0-dev)
-# for the applications of a MIME type and "Open with"; unzip for archives; rsync
+# for the applications of a MIME type and "Open with"; shared-mime-info, the
+# MIME database the editor picks a file's syntax colouring by; unzip for archives; rsync
 # and time for the copy benchmark; python3 and desktop-file-utils for the install
 # check and the index of the test applications' MIME types.
 PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
@@ -24,7 +25,7 @@ PACKAGES := cmake g++ make pkg-config ninja-build clang-format \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
 	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
-	unzip rsync time python3 desktop-file-utils
+	shared-mime-info unzip rsync time python3 desktop-file-utils
 
 # Only `make bench` installs these: reference programs the benchmarks measure against.
 BENCH_PACKAGES := krusader openssl

@@ -1,0 +1,120 @@
+#include "tools/detail/syntaxhighlighting.h"
+
+#include <QElapsedTimer>
+#include <QTimerEvent>
+
+#include <algorithm>
+
+namespace quillorn::detail {
+
+namespace {
+
+// A key scans its own line and on until the state settles, for this long at
+// most; the rest waits for the editor to be idle, in slices as long.
+constexpr int keyBudgetMs = 2;
+constexpr int sliceMs = 4;
+
+} // namespace
+
+SyntaxHighlighting::SyntaxHighlighting(Syntax syntax, const TextBuffer &text, QObject *parent)
+    : QObject(parent), m_syntax(syntax), m_text(text)
+{
+    connect(&text, &TextBuffer::changed, this, &SyntaxHighlighting::textChanged);
+    connect(&text, &TextBuffer::reset, this, &SyntaxHighlighting::textReset);
+    textReset();
+}
+
+std::optional<std::vector<SyntaxToken>> SyntaxHighlighting::tokens(qsizetype line) const
+{
+    if (m_syntax == Syntax::none || line > m_valid || m_text.line(line).size() > longestLine)
+        return std::nullopt;
+    std::vector<SyntaxToken> found;
+    scanLine(m_syntax, m_text.line(line), startState(line), &found);
+    return found;
+}
+
+int SyntaxHighlighting::scan(qsizetype line) const
+{
+    const QString &text = m_text.line(line);
+    return text.size() > longestLine ? startState(line) : scanLine(m_syntax, text, startState(line), nullptr);
+}
+
+void SyntaxHighlighting::textReset()
+{
+    m_endStates.assign(std::size_t(m_text.lineCount()), 0);
+    m_valid = 0;
+    m_resumeFrom = m_resumeUntil = 0;
+    if (m_syntax != Syntax::none)
+        m_idle.start(0, this);
+}
+
+void SyntaxHighlighting::textChanged(const TextChange &change)
+{
+    if (m_syntax == Syntax::none)
+        return;
+    const qsizetype first = change.start.line;
+    const qsizetype removed = change.removedBreaks() + 1;
+    const qsizetype added = change.insertedBreaks() + 1;
+    const auto at = m_endStates.begin() + first;
+    if (added > removed)
+        m_endStates.insert(at, std::size_t(added - removed), 0);
+    else if (removed > added)
+        m_endStates.erase(at, at + (removed - added));
+    // Lines after the change keep what the scan knew of them, as long as the
+    // state that reaches them comes out as before.
+    // The last line of the change holds the end state of the last line it
+    // replaced: if its new end state is the same, nothing below changes.
+    const qsizetype shift = added - removed;
+    if (m_valid >= first + removed) {
+        m_resumeFrom = first + added - 1;
+        m_resumeUntil = m_valid + shift;
+    } else if (m_resumeFrom >= first + removed) {
+        m_resumeFrom += shift;
+        m_resumeUntil += shift;
+    } else if (m_resumeUntil > first) {
+        m_resumeFrom = m_resumeUntil = 0;
+    }
+    m_valid = std::min(m_valid, first);
+    advance(keyBudgetMs);
+}
+
+void SyntaxHighlighting::advance(int budgetMs)
+{
+    QElapsedTimer clock;
+    clock.start();
+    const qsizetype from = m_valid;
+    const qsizetype lines = qsizetype(m_endStates.size());
+    while (m_valid < lines) {
+        const int end = scan(m_valid);
+        if (m_valid >= m_resumeFrom && m_valid < m_resumeUntil && end == m_endStates[std::size_t(m_valid)]) {
+            // Settled: from here on the lines start as they did before.
+            Q_EMIT linesChanged(from, m_valid);
+            m_valid = m_resumeUntil;
+            m_resumeFrom = m_resumeUntil = 0;
+            if (m_valid < lines)
+                m_idle.start(0, this);
+            else
+                m_idle.stop();
+            return;
+        }
+        m_endStates[std::size_t(m_valid++)] = end;
+        if (clock.elapsed() >= budgetMs)
+            break;
+    }
+    if (m_valid > from)
+        Q_EMIT linesChanged(from, m_valid);
+    if (m_valid < lines)
+        m_idle.start(0, this);
+    else
+        m_idle.stop();
+}
+
+void SyntaxHighlighting::timerEvent(QTimerEvent *event)
+{
+    if (event->timerId() == m_idle.timerId())
+        advance(sliceMs);
+    else
+        QObject::timerEvent(event);
+}
+
+} // namespace quillorn::detail
