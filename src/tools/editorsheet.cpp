@@ -62,35 +62,6 @@ bool sameLines(const std::vector<QString> &now, const std::vector<QString> &load
     return true;
 }
 
-// The colours of the syntax: the theme's accent for keywords and its quiet
-// text colour for comments; the others turn the accent's hue, each lightened
-// as far as it needs to read on the text's background.
-std::array<QColor, detail::syntaxKindCount> syntaxColours(const CommanderThemeColours &palette)
-{
-    const auto readable = [&palette](QColor colour) {
-        ThemeColour shade{std::uint8_t(colour.red()), std::uint8_t(colour.green()),
-                          std::uint8_t(colour.blue())};
-        for (int percent = 0; percent < 100 && contrastRatio(shade, palette.pane) < 5.0; percent += 5)
-            shade = blend(ThemeColour{255, 255, 255}, shade, 0.05);
-        return QColor(shade);
-    };
-    const QColor accent = palette.accent;
-    const auto turned = [&](int degrees) {
-        const int hue = (std::max(accent.hsvHue(), 0) + degrees) % 360;
-        return readable(
-            QColor::fromHsv(hue, std::max(accent.hsvSaturation(), 110), std::max(accent.value(), 200)));
-    };
-    std::array<QColor, detail::syntaxKindCount> colours;
-    colours[std::size_t(detail::SyntaxKind::keyword)] = readable(accent);
-    colours[std::size_t(detail::SyntaxKind::comment)] = QColor(textColours(palette).secondary);
-    colours[std::size_t(detail::SyntaxKind::string)] = turned(150);
-    colours[std::size_t(detail::SyntaxKind::number)] = turned(210);
-    colours[std::size_t(detail::SyntaxKind::meta)] = turned(270);
-    colours[std::size_t(detail::SyntaxKind::name)] = turned(60);
-    colours[std::size_t(detail::SyntaxKind::emphasis)] = turned(110);
-    return colours;
-}
-
 } // namespace
 
 EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
@@ -193,18 +164,20 @@ EditorSheet::Loaded EditorSheet::load(const Path &url)
 {
     TextDocument document = TextDocument::load(url);
     const detail::EditorText lines = detail::EditorText::forText(document.text);
-    std::vector<QString> shown = detail::TextBuffer::splitLines(lines.shown(document.text));
+    QString shown = lines.shown(document.text);
+    std::vector<QString> shownLines = detail::TextBuffer::viewLines(shown);
     const QString name = displayName(url);
     const QMimeType type = QMimeDatabase().mimeTypeForFileNameAndData(name, document.original.left(4096));
     const detail::Syntax syntax = detail::syntaxFor(QStringList{type.name()} + type.allAncestors(), name);
-    return {std::move(document), lines, std::move(shown), syntax, TextDocument::expectedSave(url)};
+    return {std::move(document),   lines,  std::move(shown),
+            std::move(shownLines), syntax, TextDocument::expectedSave(url)};
 }
 
 void EditorSheet::loaded(Loaded result)
 {
     m_lines = result.lines;
     m_editor->setPasteFilter([lines = result.lines](const QString &text) { return lines.pasted(text); });
-    m_editor->buffer().setLines(std::move(result.shown));
+    m_editor->buffer().setLines(std::move(result.shownLines), std::move(result.shown));
     m_loadedLines = m_editor->buffer().lines();
     m_bytes = result.document.original.size();
     m_document = std::move(result.document);
@@ -266,7 +239,7 @@ void EditorSheet::goToLine()
 void EditorSheet::applyTheme()
 {
     const CommanderThemeColours palette = colours(CommanderThemeKey::value(this));
-    m_editor->setSyntaxColours(syntaxColours(palette), QColor(textColours(palette).secondary));
+    m_editor->setSyntaxColours(detail::syntaxColours(palette), QColor(textColours(palette).secondary));
 }
 
 void EditorSheet::save()

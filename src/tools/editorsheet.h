@@ -88,7 +88,8 @@ private:
     struct Loaded {
         TextDocument document;
         detail::EditorText lines;
-        std::vector<QString> shown;
+        QString shown;
+        std::vector<QString> shownLines; // views of `shown`
         detail::Syntax syntax = detail::Syntax::none;
         TextDocument::SaveMethod expected = TextDocument::SaveMethod::replaced;
     };

@@ -17,7 +17,7 @@ class EditorTextTest : public QObject {
         const EditorText lines = EditorText::forText(text);
         const QString shown = lines.shown(text);
         TextBuffer buffer;
-        buffer.setLines(TextBuffer::splitLines(shown));
+        buffer.setLines(TextBuffer::viewLines(shown), shown); // as the sheet loads a file
         if (bytes)
             *bytes = lines.utf8Bytes(buffer.text());
         return lines.taken(buffer.text());

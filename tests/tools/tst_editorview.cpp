@@ -1,5 +1,6 @@
 #include "tools/detail/editorview.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
 #include <QInputMethodEvent>
@@ -116,6 +117,27 @@ private Q_SLOTS:
         QCOMPARE(view.selectedText(), QStringLiteral("word"));
         QTest::mouseClick(view.viewport(), Qt::LeftButton, Qt::ShiftModifier, QPoint(1, rowHeight / 2));
         QCOMPARE(view.selection(), (TextRange{{0, 0}, {1, 7}})); // from the word's start
+    }
+
+    void screenReadersReadAndEditTheText()
+    {
+        EditorView &view = show(QStringLiteral("first line\nsecond \u00e9 line"));
+        QAccessibleInterface *shown = QAccessible::queryAccessibleInterface(&view);
+        QVERIFY(shown && shown->role() == QAccessible::EditableText && shown->state().multiLine);
+        QAccessibleTextInterface *text = shown->textInterface();
+        QCOMPARE(text->characterCount(), 24);
+        int start = 0;
+        int end = 0;
+        QCOMPARE(text->textAtOffset(3, QAccessible::LineBoundary, &start, &end),
+                 QStringLiteral("first line\n"));
+        QCOMPARE(text->textAfterOffset(3, QAccessible::LineBoundary, &start, &end),
+                 QStringLiteral("second \u00e9 line"));
+        QCOMPARE(text->textAtOffset(18, QAccessible::WordBoundary, &start, &end), QStringLiteral("\u00e9"));
+        QCOMPARE(start, 18);
+        QTest::keyClick(&view, Qt::Key_Down);
+        QCOMPARE(text->cursorPosition(), 11);
+        shown->editableTextInterface()->insertText(0, QStringLiteral("A "));
+        QCOMPARE(view.buffer().line(0), QStringLiteral("A first line"));
     }
 };
 

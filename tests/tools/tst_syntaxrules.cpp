@@ -1,3 +1,4 @@
+#include "model/commanderthemecolours.h"
 #include "tools/detail/syntaxhighlighting.h"
 
 #include <QMimeDatabase>
@@ -93,6 +94,23 @@ private Q_SLOTS:
         QCOMPARE(of("app.desktop", ""), Syntax::ini);
         QCOMPARE(of("server.conf", ""), Syntax::ini);
         QCOMPARE(of("notes.txt", ""), Syntax::none);
+    }
+
+    // In every theme the colours differ from each other and read on the text's background.
+    void everyThemesColoursReadOnTheText()
+    {
+        for (const quillorn::CommanderTheme theme : quillorn::allCommanderThemes) {
+            const quillorn::CommanderThemeColours palette = quillorn::colours(theme);
+            QSet<QRgb> distinct;
+            for (const QColor &colour : syntaxColours(palette)) {
+                const quillorn::ThemeColour shade{std::uint8_t(colour.red()), std::uint8_t(colour.green()),
+                                                  std::uint8_t(colour.blue())};
+                QVERIFY2(quillorn::contrastRatio(shade, palette.pane) >= 4.5,
+                         qPrintable(quillorn::rawValue(theme) + " " + colour.name()));
+                distinct.insert(colour.rgb());
+            }
+            QCOMPARE(distinct.size(), syntaxKindCount);
+        }
     }
 
     // A key rescans its own line only, unless it changes what the lines below

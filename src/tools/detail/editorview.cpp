@@ -1,8 +1,11 @@
 #include "tools/detail/editorview.h"
 
+#include "tools/detail/editoraccessible.h"
+#include "tools/detail/editorinput.h"
 #include "tools/detail/syntaxhighlighting.h"
 #include "tools/detail/textmoves.h"
 
+#include <QAccessible>
 #include <QApplication>
 #include <QClipboard>
 #include <QDateTime>
@@ -20,31 +23,6 @@ namespace quillorn::detail {
 
 namespace {
 
-// The label drawn for a character that a layout would not draw as it is: a
-// break of its own, nothing at all, or a square. Fonts seldom hold the
-// control pictures, so the label is drawn by the view.
-QString markFor(char16_t unit)
-{
-    if (unit == u'\r')
-        return QStringLiteral("CR");
-    if (unit < 0x20 && unit != u'\t')
-        return QLatin1Char('^') + QChar(unit + 0x40); // ^A, ^[: caret notation
-    switch (unit) {
-    case 0x7f:
-        return QStringLiteral("^?");
-    case 0x2028:
-        return QStringLiteral("LS");
-    case 0x2029:
-        return QStringLiteral("PS");
-    case 0xfdd0:
-        return QStringLiteral("FDD0");
-    case 0xfdd1:
-        return QStringLiteral("FDD1");
-    default:
-        return QString();
-    }
-}
-
 // Where a change leaves a position that was in the text before it.
 TextPosition shifted(TextPosition position, const TextChange &change)
 {
@@ -57,11 +35,6 @@ TextPosition shifted(TextPosition position, const TextChange &change)
     if (position.line == removedEnd.line)
         return {insertedEnd.line, insertedEnd.column + position.column - removedEnd.column};
     return {position.line + insertedEnd.line - removedEnd.line, position.column};
-}
-
-quint64 rowKey(qsizetype line, qsizetype index)
-{
-    return (quint64(line) << 24) | quint64(index);
 }
 
 } // namespace
@@ -87,10 +60,37 @@ EditorView::EditorView(QWidget *parent) : QAbstractScrollArea(parent)
     setHorizontalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     setVerticalScrollBarPolicy(Qt::ScrollBarAsNeeded);
     m_margin = new Margin(this);
-    m_markFormat.setForeground(palette().color(QPalette::PlaceholderText));
+    m_markColour = palette().color(QPalette::PlaceholderText);
+    m_layouts.setFont(font());
     connect(&m_buffer, &TextBuffer::changed, this, &EditorView::textChanged);
     connect(&m_buffer, &TextBuffer::reset, this, &EditorView::textReset);
+    connect(this, &EditorView::cursorMoved, this, [this] { tellAccessibility(nullptr); });
+    static const bool factory = [] {
+        QAccessible::installFactory(&EditorAccessible::create);
+        return true;
+    }();
+    Q_UNUSED(factory);
     textReset();
+}
+
+void EditorView::tellAccessibility(const TextChange *change)
+{
+    if (!QAccessible::isActive())
+        return;
+    if (change) {
+        QAccessibleTextUpdateEvent update(this, int(m_buffer.offset(change->start)), change->removed,
+                                          change->inserted);
+        QAccessible::updateAccessibility(&update);
+        return;
+    }
+    if (hasSelection()) {
+        const TextRange range = selection();
+        QAccessibleTextSelectionEvent selected(this, int(m_buffer.offset(range.start)),
+                                               int(m_buffer.offset(range.end)));
+        QAccessible::updateAccessibility(&selected);
+    }
+    QAccessibleTextCursorEvent moved(this, int(m_buffer.offset(m_cursor)));
+    QAccessible::updateAccessibility(&moved);
 }
 
 EditorView::~EditorView() = default;
@@ -102,16 +102,19 @@ void EditorView::setHighlighting(SyntaxHighlighting *highlighting)
     m_highlighting = highlighting;
     if (highlighting)
         connect(highlighting, &SyntaxHighlighting::linesChanged, this, &EditorView::forgetRows);
-    m_layouts.clear();
+    m_layouts.setHighlighting(highlighting);
     viewport()->update();
 }
 
 void EditorView::setSyntaxColours(const std::array<QColor, syntaxKindCount> &colours, const QColor &marks)
 {
+    std::array<QTextCharFormat, syntaxKindCount> formats;
     for (std::size_t i = 0; i < colours.size(); ++i)
-        m_syntaxFormats[i].setForeground(colours[i]);
-    m_markFormat.setForeground(marks);
-    m_layouts.clear();
+        formats[i].setForeground(colours[i]);
+    QTextCharFormat markFormat;
+    markFormat.setForeground(marks);
+    m_layouts.setColours(formats, markFormat);
+    m_markColour = marks;
     viewport()->update();
     m_margin->update();
 }
@@ -255,64 +258,14 @@ int EditorView::marginWidth() const
     return fontMetrics().horizontalAdvance(QLatin1Char('9')) * (std::max(digits, 3) + 2);
 }
 
-const EditorView::Row &EditorView::row(qsizetype line, qsizetype index)
+const RowLayouts::Row &EditorView::row(qsizetype line, qsizetype index)
 {
-    const quint64 key = rowKey(line, index);
-    if (const auto found = m_layouts.find(key); found != m_layouts.end())
-        return *found->second;
-    if (m_layouts.size() > 2048)
-        m_layouts.clear();
-    auto made = std::make_unique<Row>();
-    const QString &text = m_buffer.line(line);
-    const auto [start, end] = m_rows.span(text, index);
-    made->text = text.mid(start, end - start);
-
-    QList<QTextLayout::FormatRange> formats;
-    if (m_highlighting)
-        if (const auto tokens = m_highlighting->tokens(line))
-            for (const SyntaxToken &token : *tokens) {
-                const qsizetype from = std::max(token.start, start);
-                const qsizetype to = std::min(token.start + token.length, end);
-                if (from < to)
-                    formats.append(
-                        {int(from - start), int(to - from), m_syntaxFormats[std::size_t(token.kind)]});
-            }
-    // A mark takes a no-break space spaced out to the width of its label.
-    const QFont small = markFont();
-    const QFontMetricsF smallMetrics(small);
-    const qreal space = QFontMetricsF(font()).horizontalAdvance(QChar(0x00a0));
-    for (qsizetype i = 0; i < made->text.size(); ++i)
-        if (QString label = markFor(made->text[i].unicode()); !label.isEmpty()) {
-            made->text[i] = QChar(0x00a0);
-            QTextCharFormat format = m_markFormat;
-            format.setFontLetterSpacingType(QFont::AbsoluteSpacing);
-            format.setFontLetterSpacing(smallMetrics.horizontalAdvance(label) + 4 - space);
-            formats.append({int(i), 1, format});
-            made->marks.emplace_back(int(i), std::move(label));
-        }
-
-    QTextLayout &layout = made->layout;
-    layout.setText(made->text);
-    layout.setFont(font());
-    QTextOption option(Qt::AlignLeft | Qt::AlignAbsolute);
-    option.setWrapMode(QTextOption::NoWrap);
-    option.setTextDirection(Qt::LeftToRight);
-    option.setTabStopDistance(fontMetrics().horizontalAdvance(QLatin1Char(' ')) * 8);
-    layout.setTextOption(option);
-    layout.setFormats(formats);
-    layout.setCacheEnabled(true);
-    layout.beginLayout();
-    QTextLine textLine = layout.createLine();
-    textLine.setLineWidth(1e6);
-    // One baseline for every row, whatever fallback font a character needs.
-    textLine.setPosition(QPointF(0, fontMetrics().ascent() - textLine.ascent()));
-    layout.endLayout();
-    const int width = int(std::ceil(textLine.naturalTextWidth()));
-    if (width > m_widest) {
-        m_widest = width;
+    const RowLayouts::Row &made = m_layouts.row(line, index);
+    if (m_layouts.widest() > m_widest) {
+        m_widest = m_layouts.widest();
         updateScrollBars();
     }
-    return *m_layouts.emplace(key, std::move(made)).first->second;
+    return made;
 }
 
 qsizetype EditorView::rowOf(TextPosition position, bool atRowEnd) const
@@ -345,6 +298,20 @@ qreal EditorView::xOf(TextPosition position, bool atRowEnd)
     const qsizetype index = rowNumber - m_rows.firstRow(position.line);
     const qsizetype start = m_rows.span(m_buffer.line(position.line), index).first;
     return row(position.line, index).layout.lineAt(0).cursorToX(int(position.column - start));
+}
+
+QRect EditorView::characterRect(TextPosition position) const
+{
+    auto *self = const_cast<EditorView *>(this);
+    position = m_buffer.clamp(position);
+    const qreal left = self->xOf(position, false);
+    const TextPosition next = nextCharacter(m_buffer, position);
+    const qreal right = next.line == position.line && next != position
+                            ? self->xOf(next, true)
+                            : left + fontMetrics().horizontalAdvance(QLatin1Char(' '));
+    const qsizetype y = (rowOf(position, false) - topRow()) * rowHeight();
+    const int x = int(left) + textLeft() - horizontalScrollBar()->value();
+    return QRect(x, int(y), std::max(1, int(right - left)), rowHeight());
 }
 
 QRect EditorView::cursorRect() const
@@ -401,6 +368,7 @@ void EditorView::updateRowLength()
     m_rows.setRowLength(length);
     m_rows.reset(m_buffer.lines());
     m_layouts.clear();
+    m_layouts.resetWidest();
     m_widest = 0;
     updateScrollBars();
     verticalScrollBar()->setValue(int(m_rows.firstRow(topLine)));
@@ -419,6 +387,7 @@ void EditorView::textChanged(const TextChange &change)
         forgetRows(first, first + added - 1);
     m_cursor = shifted(m_cursor, change);
     m_anchor = shifted(m_anchor, change);
+    tellAccessibility(&change);
     if (int(std::log10(double(linesBefore))) != int(std::log10(double(m_buffer.lineCount()))))
         resizeEvent(nullptr); // the margin's width
     updateScrollBars();
@@ -430,6 +399,7 @@ void EditorView::textReset()
 {
     m_rows.reset(m_buffer.lines());
     m_layouts.clear();
+    m_layouts.resetWidest();
     m_cursor = m_anchor = {};
     m_atRowEnd = false;
     m_widest = 0;
@@ -441,11 +411,8 @@ void EditorView::textReset()
 
 void EditorView::forgetRows(qsizetype first, qsizetype last)
 {
-    std::erase_if(m_layouts, [&](const auto &entry) {
-        const auto line = qsizetype(entry.first >> 24);
-        return line >= first && line <= last;
-    });
-    viewport()->update();
+    if (m_layouts.forget(first, last))
+        viewport()->update();
 }
 
 void EditorView::updateSelectionClipboard() const
@@ -467,28 +434,9 @@ void EditorView::restartBlink()
 
 bool EditorView::event(QEvent *event)
 {
-    if (event->type() == QEvent::ShortcutOverride) {
-        // Keys the text takes are not taken away by a shortcut of the window.
-        auto *key = static_cast<QKeyEvent *>(event);
-        const bool typed = !key->text().isEmpty() && key->text().front() >= QLatin1Char(' ') &&
-                           !(key->modifiers() & (Qt::ControlModifier | Qt::MetaModifier));
-        const QKeySequence::StandardKey taken[] = {QKeySequence::Copy,
-                                                   QKeySequence::Cut,
-                                                   QKeySequence::Paste,
-                                                   QKeySequence::Undo,
-                                                   QKeySequence::Redo,
-                                                   QKeySequence::SelectAll,
-                                                   QKeySequence::DeleteStartOfWord,
-                                                   QKeySequence::DeleteEndOfWord,
-                                                   QKeySequence::MoveToNextWord,
-                                                   QKeySequence::MoveToPreviousWord,
-                                                   QKeySequence::MoveToStartOfDocument,
-                                                   QKeySequence::MoveToEndOfDocument};
-        if (typed ||
-            std::any_of(std::begin(taken), std::end(taken), [&](auto k) { return key->matches(k); })) {
-            event->accept();
-            return true;
-        }
+    if (event->type() == QEvent::ShortcutOverride && EditorInput::takes(*static_cast<QKeyEvent *>(event))) {
+        event->accept(); // keys the text takes are not taken away by a shortcut of the window
+        return true;
     }
     if (event->type() == QEvent::KeyPress && static_cast<QKeyEvent *>(event)->key() == Qt::Key_Tab &&
         !(static_cast<QKeyEvent *>(event)->modifiers() & (Qt::ControlModifier | Qt::ShiftModifier)) &&
@@ -501,102 +449,10 @@ bool EditorView::event(QEvent *event)
 
 void EditorView::keyPressEvent(QKeyEvent *event)
 {
-    if (event->matches(QKeySequence::Copy)) {
-        copy();
-    } else if (event->matches(QKeySequence::SelectAll)) {
-        selectAll();
-    } else if (!handleMoveKey(event) && !(m_readOnly ? false : handleEditKey(event))) {
+    if (EditorInput(*this).handle(*event))
+        event->accept();
+    else
         event->ignore(); // Escape, Ctrl+S and the sheet's other keys
-        return;
-    }
-    event->accept();
-}
-
-bool EditorView::handleMoveKey(QKeyEvent *event)
-{
-    struct Move {
-        QKeySequence::StandardKey key;
-        bool select;
-        int action;
-    };
-    enum { left, right, wordLeft, wordRight, up, down, pageUp, pageDown, home, end, top, bottom };
-    static const Move moves[] = {
-        {QKeySequence::MoveToPreviousChar, false, left},
-        {QKeySequence::SelectPreviousChar, true, left},
-        {QKeySequence::MoveToNextChar, false, right},
-        {QKeySequence::SelectNextChar, true, right},
-        {QKeySequence::MoveToPreviousWord, false, wordLeft},
-        {QKeySequence::SelectPreviousWord, true, wordLeft},
-        {QKeySequence::MoveToNextWord, false, wordRight},
-        {QKeySequence::SelectNextWord, true, wordRight},
-        {QKeySequence::MoveToPreviousLine, false, up},
-        {QKeySequence::SelectPreviousLine, true, up},
-        {QKeySequence::MoveToNextLine, false, down},
-        {QKeySequence::SelectNextLine, true, down},
-        {QKeySequence::MoveToPreviousPage, false, pageUp},
-        {QKeySequence::SelectPreviousPage, true, pageUp},
-        {QKeySequence::MoveToNextPage, false, pageDown},
-        {QKeySequence::SelectNextPage, true, pageDown},
-        {QKeySequence::MoveToStartOfLine, false, home},
-        {QKeySequence::SelectStartOfLine, true, home},
-        {QKeySequence::MoveToEndOfLine, false, end},
-        {QKeySequence::SelectEndOfLine, true, end},
-        {QKeySequence::MoveToStartOfDocument, false, top},
-        {QKeySequence::SelectStartOfDocument, true, top},
-        {QKeySequence::MoveToEndOfDocument, false, bottom},
-        {QKeySequence::SelectEndOfDocument, true, bottom},
-    };
-    const auto found = std::find_if(std::begin(moves), std::end(moves),
-                                    [&](const Move &move) { return event->matches(move.key); });
-    if (found == std::end(moves))
-        return false;
-    const bool keep = found->select;
-    const QString &line = m_buffer.line(m_cursor.line);
-    const qsizetype index = rowOf(m_cursor, m_atRowEnd) - m_rows.firstRow(m_cursor.line);
-    switch (found->action) {
-    case left:
-        // Without Shift a selection collapses to its start, as in other text fields.
-        setCursorPosition(hasSelection() && !keep ? selection().start : previousCharacter(m_buffer, m_cursor),
-                          keep);
-        break;
-    case right:
-        setCursorPosition(hasSelection() && !keep ? selection().end : nextCharacter(m_buffer, m_cursor),
-                          keep);
-        break;
-    case wordLeft:
-        setCursorPosition(previousWord(m_buffer, m_cursor), keep);
-        break;
-    case wordRight:
-        setCursorPosition(nextWord(m_buffer, m_cursor), keep);
-        break;
-    case up:
-    case down:
-        moveRows(found->action == up ? -1 : 1, keep);
-        break;
-    case pageUp:
-    case pageDown: {
-        const qsizetype page = (found->action == pageUp ? -1 : 1) * std::max<qsizetype>(1, visibleRows() - 1);
-        verticalScrollBar()->setValue(int(topRow() + page));
-        moveRows(page, keep);
-        break;
-    }
-    case home:
-        setCursorPosition({m_cursor.line, m_rows.span(line, index).first}, keep);
-        break;
-    case end:
-        setCursorAtRowEnd({m_cursor.line, m_rows.span(line, index).second}, keep);
-        break;
-    case top:
-        setCursorPosition({}, keep);
-        break;
-    case bottom:
-        setCursorPosition(m_buffer.end(), keep);
-        break;
-    }
-    ensureCursorVisible();
-    if (keep)
-        updateSelectionClipboard();
-    return true;
 }
 
 void EditorView::moveRows(qsizetype rows, bool keepAnchor)
@@ -612,43 +468,6 @@ void EditorView::moveRows(qsizetype rows, bool keepAnchor)
     if (m_atRowEnd && rowOf(m_cursor, true) != to) // at the start of its row, not the end of the one before
         m_atRowEnd = false;
     m_wantedX = x;
-}
-
-bool EditorView::handleEditKey(QKeyEvent *event)
-{
-    if (event->matches(QKeySequence::Cut)) {
-        cut();
-    } else if (event->matches(QKeySequence::Paste)) {
-        paste();
-    } else if (event->matches(QKeySequence::Undo)) {
-        undo();
-    } else if (event->matches(QKeySequence::Redo)) {
-        redo();
-    } else if (event->matches(QKeySequence::DeleteStartOfWord)) {
-        erase(previousWord(m_buffer, m_cursor), EditKind::other);
-    } else if (event->matches(QKeySequence::DeleteEndOfWord)) {
-        erase(nextWord(m_buffer, m_cursor), EditKind::other);
-    } else if (event->matches(QKeySequence::InsertParagraphSeparator) ||
-               event->matches(QKeySequence::InsertLineSeparator)) {
-        insert(QStringLiteral("\n"));
-    } else if (event->key() == Qt::Key_Backspace && !(event->modifiers() & ~Qt::ShiftModifier)) {
-        erase(previousCodePoint(m_buffer, m_cursor), EditKind::deletingBackward);
-    } else if (event->matches(QKeySequence::Delete)) {
-        erase(nextCharacter(m_buffer, m_cursor), EditKind::deletingForward);
-    } else {
-        const QString text = event->text();
-        // Ctrl with Alt is AltGr on some systems: its characters are typed text.
-        const Qt::KeyboardModifiers held = event->modifiers();
-        const bool command =
-            (held & Qt::ControlModifier && !(held & Qt::AltModifier)) || (held & Qt::MetaModifier);
-        const bool printable = !text.isEmpty() && std::all_of(text.begin(), text.end(), [](QChar c) {
-            return c == QLatin1Char('\t') || (c.unicode() >= 0x20 && c.unicode() != 0x7f);
-        });
-        if (command || !printable)
-            return false;
-        insert(text, EditKind::typing);
-    }
-    return true;
 }
 
 void EditorView::paintEvent(QPaintEvent *event)
@@ -688,7 +507,7 @@ void EditorView::paintEvent(QPaintEvent *event)
         }
         const bool withPreedit = !m_preedit.isEmpty() && rowNumber == cursorRowNumber;
         QTextLayout preeditLayout;
-        const Row &shown = row(line, index);
+        const RowLayouts::Row &shown = row(line, index);
         const QTextLayout *layout = &shown.layout;
         if (withPreedit) { // laid out anew while a composition lasts, not kept
             preeditLayout.setText(layout->text());
@@ -705,7 +524,7 @@ void EditorView::paintEvent(QPaintEvent *event)
         }
         layout->draw(&painter, origin, selections);
         if (!shown.marks.empty())
-            paintMarks(painter, shown, *layout, origin);
+            m_layouts.paintMarks(painter, shown, *layout, origin, height);
         // The line break is selected too: a space's width after the text says so.
         if (lastRowOfLine && selected.start <= TextPosition{line, end} &&
             TextPosition{line + 1, 0} <= selected.end) {
@@ -724,29 +543,6 @@ void EditorView::paintEvent(QPaintEvent *event)
     }
 }
 
-QFont EditorView::markFont() const
-{
-    QFont small = font();
-    small.setPointSizeF(small.pointSizeF() * 0.8);
-    return small;
-}
-
-void EditorView::paintMarks(QPainter &painter, const Row &shown, const QTextLayout &layout, QPointF origin)
-{
-    const QTextLine textLine = layout.lineAt(0);
-    painter.save();
-    painter.setFont(markFont());
-    painter.setPen(m_markFormat.foreground().color());
-    for (const auto &[at, label] : shown.marks) {
-        const qreal left = textLine.cursorToX(at);
-        const qreal right = textLine.cursorToX(at + 1);
-        const QRectF box(origin.x() + left + 1, origin.y() + 2, right - left - 2, rowHeight() - 4);
-        painter.drawRoundedRect(box, 2, 2);
-        painter.drawText(box, Qt::AlignCenter, label);
-    }
-    painter.restore();
-}
-
 void EditorView::paintMargin(QPaintEvent *event, QWidget *margin)
 {
     QPainter painter(margin);
@@ -754,7 +550,7 @@ void EditorView::paintMargin(QPaintEvent *event, QWidget *margin)
     painter.setFont(font());
     const int height = rowHeight();
     const int right = margin->width() - fontMetrics().horizontalAdvance(QLatin1Char('9'));
-    const QColor dim = m_markFormat.foreground().color();
+    const QColor dim = m_markColour;
     qsizetype rowNumber = topRow();
     const qsizetype last = std::min(m_rows.rowCount(), rowNumber + margin->height() / height + 1);
     qsizetype line = m_rows.lineOfRow(rowNumber);
@@ -791,7 +587,7 @@ void EditorView::changeEvent(QEvent *event)
 {
     QAbstractScrollArea::changeEvent(event);
     if (event->type() == QEvent::FontChange || event->type() == QEvent::StyleChange) {
-        m_layouts.clear();
+        m_layouts.setFont(font());
         m_widest = 0;
         resizeEvent(nullptr);
     }
@@ -918,65 +714,16 @@ void EditorView::timerEvent(QTimerEvent *event)
 
 void EditorView::inputMethodEvent(QInputMethodEvent *event)
 {
-    if (m_readOnly) {
+    if (EditorInput(*this).compose(*event))
+        event->accept();
+    else
         event->ignore();
-        return;
-    }
-    if (!event->commitString().isEmpty() || event->replacementLength() > 0) {
-        if (event->replacementLength() > 0 && !hasSelection()) {
-            const qsizetype size = m_buffer.line(m_cursor.line).size();
-            const qsizetype from =
-                std::clamp<qsizetype>(m_cursor.column + event->replacementStart(), 0, size);
-            m_anchor = {m_cursor.line, from};
-            m_cursor = {m_cursor.line, std::min(size, from + event->replacementLength())};
-        }
-        insert(event->commitString(), EditKind::typing);
-    }
-    m_preedit = event->preeditString();
-    m_preeditCursor = int(m_preedit.size());
-    for (const QInputMethodEvent::Attribute &attribute : event->attributes())
-        if (attribute.type == QInputMethodEvent::Cursor)
-            m_preeditCursor = attribute.start;
-    viewport()->update();
-    event->accept();
 }
 
 QVariant EditorView::inputMethodQuery(Qt::InputMethodQuery query) const
 {
-    // Around the cursor only: the surrounding text of a line of megabytes is a window of it.
-    const QString &line = m_buffer.line(m_cursor.line);
-    qsizetype from = std::max<qsizetype>(0, m_cursor.column - 500);
-    if (from > 0 && line[from].isLowSurrogate())
-        --from;
-    const qsizetype to = std::min(line.size(), m_cursor.column + 500);
-    switch (query) {
-    case Qt::ImEnabled:
-        return isEnabled() && !m_readOnly;
-    case Qt::ImCursorRectangle:
-        return cursorRect();
-    case Qt::ImFont:
-        return font();
-    case Qt::ImCursorPosition:
-        return int(m_cursor.column - from);
-    case Qt::ImAnchorPosition:
-        return int(
-            (m_anchor.line == m_cursor.line ? std::clamp(m_anchor.column, from, to) : m_cursor.column) -
-            from);
-    case Qt::ImSurroundingText:
-        return line.mid(from, to - from);
-    case Qt::ImTextBeforeCursor:
-        return line.mid(from, m_cursor.column - from);
-    case Qt::ImTextAfterCursor:
-        return line.mid(m_cursor.column, to - m_cursor.column);
-    case Qt::ImCurrentSelection:
-        return selectedText();
-    case Qt::ImAbsolutePosition:
-        return qlonglong(m_buffer.offset(m_cursor));
-    case Qt::ImHints:
-        return int(inputMethodHints() | Qt::ImhMultiLine);
-    default:
-        return QAbstractScrollArea::inputMethodQuery(query);
-    }
+    const QVariant answer = EditorInput::answer(*this, query);
+    return answer.isValid() ? answer : QAbstractScrollArea::inputMethodQuery(query);
 }
 
 } // namespace quillorn::detail

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "tools/detail/rowlayouts.h"
 #include "tools/detail/rowmap.h"
 #include "tools/detail/syntaxrules.h"
 #include "tools/detail/textbuffer.h"
@@ -7,13 +8,10 @@
 #include <QAbstractScrollArea>
 #include <QBasicTimer>
 #include <QPointer>
-#include <QTextCharFormat>
-#include <QTextLayout>
 
 #include <array>
 #include <functional>
 #include <memory>
-#include <unordered_map>
 #include <vector>
 
 namespace quillorn::detail {
@@ -71,6 +69,9 @@ public:
     // The cursor's rectangle in viewport coordinates.
     QRect cursorRect() const;
     QVariant inputMethodQuery(Qt::InputMethodQuery query) const override;
+    // A character's rectangle, and the position nearest a point, in viewport coordinates.
+    QRect characterRect(TextPosition position) const;
+    TextPosition positionAtPoint(QPoint point) { return positionAt(point); }
 
 Q_SIGNALS:
     void cursorMoved();
@@ -95,21 +96,14 @@ protected:
 private:
     class Margin;
     friend class Margin;
-    struct Row {
-        QString text; // as drawn
-        QTextLayout layout;
-        std::vector<std::pair<int, QString>> marks; // where a label stands for a character
-    };
-
+    friend class EditorInput;
     // Edits and moves.
-    bool handleEditKey(QKeyEvent *event);
-    bool handleMoveKey(QKeyEvent *event);
     void erase(TextPosition to, EditKind kind);
     void moveRows(qsizetype rows, bool keepAnchor);
     void setCursorAtRowEnd(TextPosition position, bool keepAnchor);
 
     // Rows and geometry.
-    const Row &row(qsizetype line, qsizetype index);
+    const RowLayouts::Row &row(qsizetype line, qsizetype index);
     qsizetype rowOf(TextPosition position, bool atRowEnd) const;
     qsizetype cursorRow() const { return rowOf(m_cursor, m_atRowEnd); }
     TextPosition positionAt(qsizetype row, qreal x);
@@ -121,21 +115,19 @@ private:
     void updateScrollBars();
     void textChanged(const TextChange &change);
     void textReset();
+    void tellAccessibility(const TextChange *change);
     void forgetRows(qsizetype first, qsizetype last);
     void updateSelectionClipboard() const;
     void restartBlink();
     void paintMargin(QPaintEvent *event, QWidget *margin);
-    void paintMarks(QPainter &painter, const Row &shown, const QTextLayout &layout, QPointF origin);
-    QFont markFont() const;
     int marginWidth() const;
 
     TextBuffer m_buffer;
     RowMap m_rows;
     QPointer<SyntaxHighlighting> m_highlighting;
-    std::array<QTextCharFormat, syntaxKindCount> m_syntaxFormats;
-    QTextCharFormat m_markFormat;
+    RowLayouts m_layouts{m_buffer, m_rows};
+    QColor m_markColour;
     std::function<QString(QString)> m_pasteFilter;
-    std::unordered_map<quint64, std::unique_ptr<Row>> m_layouts;
     Margin *m_margin = nullptr;
 
     TextPosition m_cursor;

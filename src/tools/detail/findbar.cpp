@@ -143,6 +143,8 @@ void FindBar::replace()
 
 void FindBar::replaceAll()
 {
+    if (m_view->isReadOnly()) // a save runs: the text stays as it is being written
+        return;
     const TextSearch search(query());
     if (!search.isValid()) {
         setState(search.error());

@@ -1,5 +1,7 @@
 #include "tools/detail/syntaxhighlighting.h"
 
+#include "model/commanderthemecolours.h"
+
 #include <QElapsedTimer>
 #include <QTimerEvent>
 
@@ -115,6 +117,35 @@ void SyntaxHighlighting::timerEvent(QTimerEvent *event)
         advance(sliceMs);
     else
         QObject::timerEvent(event);
+}
+
+// The colours of the syntax: the theme's accent for keywords and its quiet
+// text colour for comments; the others turn the accent's hue, each lightened
+// as far as it needs to read on the text's background.
+std::array<QColor, syntaxKindCount> syntaxColours(const CommanderThemeColours &palette)
+{
+    const auto readable = [&palette](QColor colour) {
+        ThemeColour shade{std::uint8_t(colour.red()), std::uint8_t(colour.green()),
+                          std::uint8_t(colour.blue())};
+        for (int percent = 0; percent < 100 && contrastRatio(shade, palette.pane) < 5.0; percent += 5)
+            shade = blend(ThemeColour{255, 255, 255}, shade, 0.05);
+        return QColor(shade);
+    };
+    const QColor accent = palette.accent;
+    const auto turned = [&](int degrees) {
+        const int hue = (std::max(accent.hsvHue(), 0) + degrees) % 360;
+        return readable(
+            QColor::fromHsv(hue, std::max(accent.hsvSaturation(), 110), std::max(accent.value(), 200)));
+    };
+    std::array<QColor, syntaxKindCount> colours;
+    colours[std::size_t(SyntaxKind::keyword)] = readable(accent);
+    colours[std::size_t(SyntaxKind::comment)] = QColor(textColours(palette).secondary);
+    colours[std::size_t(SyntaxKind::string)] = turned(150);
+    colours[std::size_t(SyntaxKind::number)] = turned(210);
+    colours[std::size_t(SyntaxKind::meta)] = turned(270);
+    colours[std::size_t(SyntaxKind::name)] = turned(60);
+    colours[std::size_t(SyntaxKind::emphasis)] = turned(110);
+    return colours;
 }
 
 } // namespace quillorn::detail

@@ -4,12 +4,22 @@
 #include "tools/detail/textbuffer.h"
 
 #include <QBasicTimer>
+#include <QColor>
 #include <QObject>
 
+#include <array>
 #include <optional>
 #include <vector>
 
+namespace quillorn {
+struct CommanderThemeColours;
+}
+
 namespace quillorn::detail {
+
+// The colour of each SyntaxKind in a theme, every one readable on its text's
+// background (the pane colour).
+std::array<QColor, syntaxKindCount> syntaxColours(const CommanderThemeColours &palette);
 
 // The highlighting of one text in one syntax, kept up to date as it changes.
 // What carries over from line to line (an open comment, a string or a fenced

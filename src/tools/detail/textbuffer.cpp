@@ -1,8 +1,27 @@
 #include "tools/detail/textbuffer.h"
 
+#include "platform/posix/hugepages.h"
+
 #include <algorithm>
 
 namespace quillorn::detail {
+
+namespace {
+
+// Lines longer than this get a copy of their own in huge pages when first edited.
+constexpr qsizetype largeLine = qsizetype(1) << 20;
+
+// A copy with room for more typing, filled with few page faults.
+QString largeCopy(QStringView line, qsizetype growth)
+{
+    QString copy(line.size() + std::max<qsizetype>(growth, 1 << 16), Qt::Uninitialized);
+    adviseHugePages(copy.data(), std::size_t(copy.size()) * sizeof(QChar));
+    std::copy(line.begin(), line.end(), copy.begin());
+    copy.truncate(line.size());
+    return copy;
+}
+
+} // namespace
 
 TextBuffer::TextBuffer(QObject *parent) : QObject(parent)
 {
@@ -24,6 +43,21 @@ std::vector<QString> TextBuffer::splitLines(QStringView text)
     }
 }
 
+std::vector<QString> TextBuffer::viewLines(const QString &text)
+{
+    std::vector<QString> lines;
+    lines.reserve(std::size_t(text.count(QLatin1Char('\n')) + 1));
+    qsizetype start = 0;
+    for (;;) {
+        const qsizetype brk = text.indexOf(QLatin1Char('\n'), start);
+        const qsizetype end = brk < 0 ? text.size() : brk;
+        lines.push_back(QString::fromRawData(text.constData() + start, end - start));
+        if (brk < 0)
+            return lines;
+        start = brk + 1;
+    }
+}
+
 TextPosition TextBuffer::endOf(TextPosition start, QStringView text)
 {
     const qsizetype last = text.lastIndexOf(QLatin1Char('\n'));
@@ -32,9 +66,10 @@ TextPosition TextBuffer::endOf(TextPosition start, QStringView text)
     return {start.line + text.count(QLatin1Char('\n')), text.size() - last - 1};
 }
 
-void TextBuffer::setLines(std::vector<QString> lines)
+void TextBuffer::setLines(std::vector<QString> lines, QString storage)
 {
     m_lines = lines.empty() ? std::vector<QString>{QString()} : std::move(lines);
+    m_storage = std::move(storage);
     m_undo.clear();
     m_redo.clear();
     m_open = false;
@@ -63,8 +98,11 @@ QString TextBuffer::text() const
 
 QString TextBuffer::text(TextRange range) const
 {
+    // Always a copy: a line may be a view of the loaded text, which goes with the buffer.
     if (range.start.line == range.end.line)
-        return line(range.start.line).mid(range.start.column, range.end.column - range.start.column);
+        return QStringView(line(range.start.line))
+            .mid(range.start.column, range.end.column - range.start.column)
+            .toString();
     QString result;
     qsizetype size = line(range.start.line).size() - range.start.column + range.end.column;
     for (qsizetype i = range.start.line + 1; i < range.end.line; ++i)
@@ -123,8 +161,11 @@ QString TextBuffer::apply(TextPosition start, TextPosition end, QStringView text
 {
     QString removed = this->text({start, end});
     if (start.line == end.line && !text.contains(QLatin1Char('\n'))) {
-        m_lines[std::size_t(start.line)].replace(start.column, end.column - start.column, text.data(),
-                                                 text.size());
+        QString &line = m_lines[std::size_t(start.line)];
+        // Still the loaded text's (a view of it, or shared with it): copied once, here.
+        if (line.size() > largeLine && !line.isDetached())
+            line = largeCopy(line, text.size());
+        line.replace(start.column, end.column - start.column, text.data(), text.size());
     } else {
         std::vector<QString> parts = splitLines(text);
         parts.front().prepend(QStringView(line(start.line)).left(start.column));

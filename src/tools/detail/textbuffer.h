@@ -50,11 +50,15 @@ public:
     explicit TextBuffer(QObject *parent = nullptr);
 
     static std::vector<QString> splitLines(QStringView text);
+    // The lines of `text` without a copy of their characters: each views
+    // `text`'s storage, which must outlive them (setLines keeps it), and
+    // gets a copy of its own once edited.
+    static std::vector<QString> viewLines(const QString &text);
     // The position after `text` put at `start`.
     static TextPosition endOf(TextPosition start, QStringView text);
 
-    // Takes new contents and forgets undo.
-    void setLines(std::vector<QString> lines);
+    // Takes new contents and forgets undo; `storage` is the text the lines view, if any.
+    void setLines(std::vector<QString> lines, QString storage = QString());
     const std::vector<QString> &lines() const { return m_lines; }
     qsizetype lineCount() const { return qsizetype(m_lines.size()); }
     const QString &line(qsizetype index) const { return m_lines[std::size_t(index)]; }
@@ -104,6 +108,7 @@ private:
     void invalidateStarts(qsizetype fromLine) const;
     void ensureStarts(qsizetype throughLine) const;
 
+    QString m_storage;
     std::vector<QString> m_lines{QString()};
     std::vector<Step> m_undo;
     std::vector<Step> m_redo;
