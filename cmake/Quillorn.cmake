@@ -65,7 +65,9 @@ function(quillorn_tests)
             "UBSAN_OPTIONS=print_stacktrace=1:halt_on_error=1"
             # A bus that refuses at once: without any address libdbus would fork a
             # bus launcher from a threaded, sanitized process, which can hang.
-            "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/quillorn-test-bus")
+            "DBUS_SESSION_BUS_ADDRESS=unix:path=/nonexistent/quillorn-test-bus"
+            # And no machine's UDisks2: the drives a test sees are the ones it serves.
+            "DBUS_SYSTEM_BUS_ADDRESS=unix:path=/nonexistent/quillorn-test-system-bus")
     set_tests_properties(${target} PROPERTIES ENVIRONMENT "${env}" TIMEOUT 600 SKIP_RETURN_CODE 77)
     file(STRINGS ${src} first LIMIT_COUNT 1)
     if(first MATCHES "ctest-labels: *(.*)$")

@@ -3,6 +3,7 @@
 #include "app/applicationchooser.h"
 #include "app/commanderappdelegate.h"
 #include "app/commandertoolbar.h"
+#include "app/detail/paneheaderbar.h"
 #include "app/detail/panelayout.h"
 #include "app/detail/panetableview.h"
 #include "app/filepane.h"
@@ -15,6 +16,7 @@
 #include "model/themechoice.h"
 #include "platform/core/preferences.h"
 #include "platform/desktop/fileclipboard.h"
+#include "platform/desktop/removabledrives.h"
 #include "platform/desktop/standarddesktopservices.h"
 #include "quillorn/version.h"
 #include "tools/queueview.h"
@@ -78,6 +80,7 @@ CommanderView::CommanderView(CommanderModelOptions options, QWidget *parent)
     m_splitter->setObjectName(QStringLiteral("paneSplitter"));
     m_splitter->setChildrenCollapsible(false);
     m_splitter->setHandleWidth(6);
+    m_drives = new RemovableDrives(QDBusConnection::systemBus(), this);
     m_leftPane = makePane(m_model->left(), true);
     m_rightPane = makePane(m_model->right(), false);
     m_splitter->setStretchFactor(0, 1);
@@ -266,6 +269,7 @@ FilePane *CommanderView::makePane(PaneModel &pane, bool left)
     // However short the window, the lists keep a few rows; the queue panel
     // below scrolls instead.
     detail::PaneTableView *list = view->listView();
+    list->setAccessibleName(left ? tr("Left pane") : tr("Right pane"));
     list->setMinimumHeight(2 * list->frameWidth() + list->horizontalHeader()->sizeHint().height() +
                            detail::kMinimumListedRows * list->verticalHeader()->defaultSectionSize());
     m_splitter->addWidget(view);
@@ -279,6 +283,12 @@ FilePane *CommanderView::makePane(PaneModel &pane, bool left)
         m_model->transfer(files, pane.directory(), false);
     };
     view->contextMenu = [this, left](QPoint at, bool onItems) { showContextMenu(left, at, onItems); };
+    view->headerBar()->setDrives(m_drives);
+    view->headerBar()->setReporter([this](const QString &message) { m_model->setStatus(message); });
+    view->headerBar()->setTrashOpener([this, left](std::vector<std::filesystem::path> volumes) {
+        m_model->setActiveLeft(left);
+        m_model->openTrash(std::move(volumes));
+    });
     return view;
 }
 

@@ -23,6 +23,7 @@ class KeyHandler;
 class PaneContextMenu;
 class Preferences;
 class QueueView;
+class RemovableDrives;
 class StatusLine;
 class ToolHost;
 
@@ -56,6 +57,8 @@ public:
     StatusLine *statusLine() const { return m_statusLine; }
     FunctionKeyBar *functionKeyBar() const { return m_functionKeys; }
     ToolHost *toolHost() const { return m_toolHost; }
+    // What both panes' locations menus offer of UDisks2's drives.
+    RemovableDrives *removableDrives() const { return m_drives; }
     // The key-event monitor; none until the window is first shown.
     KeyHandler *keyMonitor() const { return m_monitor; }
     // Every command of the window, once.
@@ -99,6 +102,7 @@ private:
     KeyHandler *m_monitor = nullptr;
     CommandTable m_commands;
     PaneContextMenu *m_contextMenu = nullptr;
+    RemovableDrives *m_drives = nullptr;
     std::function<void()> m_showSettings;
 };
 

@@ -216,6 +216,7 @@ void FilePane::setActive(bool active)
     m_active = active;
     m_header->setActive(active);
     m_delegate->setActive(active);
+    m_list->setActive(active);
     m_list->viewport()->update();
     update();
 }

@@ -128,6 +128,13 @@ KeyHandler::Gate KeyHandler::windowGate(CommanderModel &model, const QWidget *wi
     };
 }
 
+bool KeyHandler::panesHaveKeyboard(const QWidget *window)
+{
+    const QWidget *focus = QApplication::focusWidget();
+    return QApplication::activeWindow() == window && !QApplication::activeModalWidget() &&
+           !isTextEditor(focus) && !inNavigatingPanel(focus);
+}
+
 std::optional<KeyHandler::Binding> KeyHandler::binding(int key, Qt::KeyboardModifiers modifiers)
 {
     for (std::size_t index = 0; index < functionKeys.size(); ++index)

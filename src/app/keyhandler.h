@@ -72,6 +72,10 @@ public:
     // alert or other modal window is up, another window has the keyboard, or a
     // text-editing widget has the focus.
     static Gate windowGate(CommanderModel &model, const QWidget *window);
+    // Whether the window's keys move its active pane's cursor now: the window
+    // is active with no alert up, and the focus is in no text field and in no
+    // panel that moves its own focus.
+    static bool panesHaveKeyboard(const QWidget *window);
 
     // The table row for a key, or none. `key` is Qt's key code, which for
     // shortcut letters follows the keyboard layout.

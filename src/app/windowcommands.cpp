@@ -358,7 +358,7 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
          .invoke = calling(hooks.showFavourites)});
     add({.id = QStringLiteral("locations"),
          .text = QStringLiteral("Locations…"),
-         .help = QStringLiteral("Locations menu: home, root and the volumes"),
+         .help = QStringLiteral("Locations menu: home, root, the Trash, volumes, shares and drives"),
          .keys = {Qt::CTRL | Qt::SHIFT | Qt::Key_D},
          .invoke = calling(hooks.showLocations)});
 

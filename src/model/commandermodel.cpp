@@ -1,6 +1,7 @@
 #include "model/commandermodel.h"
 
 #include "platform/core/displaytext.h"
+#include "platform/posix/userfolders.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -163,7 +164,7 @@ void CommanderModel::createPanes(const PaneModelOptions &options)
     }
     const std::filesystem::path home = homeFolder();
     m_left = std::make_unique<PaneModel>(home, QStringLiteral("left"), options);
-    m_right = std::make_unique<PaneModel>(home / "Downloads", QStringLiteral("right"), options);
+    m_right = std::make_unique<PaneModel>(downloadsFolder(home), QStringLiteral("right"), options);
 }
 
 void CommanderModel::setTool(std::optional<ToolSheet> tool)
@@ -446,6 +447,63 @@ void CommanderModel::openMultiRename()
 void CommanderModel::connect()
 {
     setTool(ToolSheet::Connect{});
+}
+
+void CommanderModel::openTrash(std::vector<Path> volumes)
+{
+    setTool(ToolSheet::Trash{std::move(volumes)});
+}
+
+bool CommanderModel::restoreFromTrash(const std::vector<Path> &items, const std::vector<Path> &takenOrigins)
+{
+    if (items.empty())
+        return false;
+    const bool keepBoth = !takenOrigins.empty();
+    if (keepBoth) {
+        const QString message =
+            takenOrigins.size() == 1
+                ? "An item named " + quoted(takenOrigins.front()) + " already exists."
+                : QStringLiteral("%1 items have names that are taken where they came from.")
+                      .arg(takenOrigins.size());
+        const int choice =
+            alert(message,
+                  QStringLiteral("Nothing is replaced. Keep both puts each such item back under "
+                                 "a free name beside the one taken, such as \u2018name (2)\u2019."),
+                  {QStringLiteral("Keep both"), QStringLiteral("Cancel")});
+        if (choice != 0)
+            return false;
+    }
+    m_queue->enqueue(QStringLiteral("Restore from Trash"), RestoreFromTrashJob{items, keepBoth});
+    return true;
+}
+
+bool CommanderModel::deleteFromTrash(const std::vector<Path> &items)
+{
+    if (items.empty())
+        return false;
+    const int choice =
+        alert("Delete " + itemsText(items) + " for good?",
+              QStringLiteral("Deleted items do not go back to the Trash; this cannot be undone."),
+              {QStringLiteral("Delete"), QStringLiteral("Cancel")});
+    if (choice != 0)
+        return false;
+    m_queue->enqueue(QStringLiteral("Delete from Trash"), EraseFromTrashJob{items});
+    return true;
+}
+
+bool CommanderModel::emptyTrash(const std::vector<Path> &items)
+{
+    if (items.empty())
+        return false;
+    const int choice =
+        alert(QStringLiteral("Empty the Trash?"),
+              QStringLiteral("All %1 items in the Trash will be deleted for good; this cannot be undone.")
+                  .arg(items.size()),
+              {QStringLiteral("Empty Trash"), QStringLiteral("Cancel")});
+    if (choice != 0)
+        return false;
+    m_queue->enqueue(QStringLiteral("Empty Trash"), EraseFromTrashJob{items});
+    return true;
 }
 
 std::optional<QString> CommanderModel::prompt(const QString &title, const QString &value)

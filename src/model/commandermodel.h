@@ -85,6 +85,17 @@ public:
     void openMultiRename();
     // Opens the connect-to-server sheet.
     void connect();
+    // Opens the Trash sheet on the home trash and those on the volumes.
+    void openTrash(std::vector<Path> volumes);
+    // The Trash sheet's commands on items of the trash folders' files/, each
+    // queued as one job once the user agrees. Restoring asks only when names
+    // are taken where items came from (the sheet looked just before): "Keep
+    // both" gives those items free names beside them, nothing is ever
+    // replaced. Deleting and emptying always ask, as nothing brings the items
+    // back. False when the user declined and nothing was queued.
+    bool restoreFromTrash(const std::vector<Path> &items, const std::vector<Path> &takenOrigins);
+    bool deleteFromTrash(const std::vector<Path> &items);
+    bool emptyTrash(const std::vector<Path> &items);
     using QObject::connect;
 
     // The undo history of this session, last first: every rename, new folder,

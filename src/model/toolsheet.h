@@ -59,9 +59,15 @@ struct ToolSheet {
         std::vector<Path> items; // in the folder, in the pane's order
         friend bool operator==(const MultiRename &, const MultiRename &) = default;
     };
+    // The Trash: the home trash and those on the volumes (mount points).
+    struct Trash {
+        static constexpr std::string_view id = "trash";
+        std::vector<Path> volumes;
+        friend bool operator==(const Trash &, const Trash &) = default;
+    };
 
     // In the order of the cases; the index is the case.
-    using Case = std::variant<Transfer, Search, Compare, Editor, Info, Archive, Connect, MultiRename>;
+    using Case = std::variant<Transfer, Search, Compare, Editor, Info, Archive, Connect, MultiRename, Trash>;
 
     template <typename T>
     requires std::is_constructible_v<Case, T &&> ToolSheet(T &&sheet) : value(std::forward<T>(sheet)) {}
@@ -69,7 +75,7 @@ struct ToolSheet {
     Case value;
 
     // The case name, the `id` of the payload: "transfer", "search", "compare",
-    // "editor", "info", "archive", "connect" or "multiRename".
+    // "editor", "info", "archive", "connect", "multiRename" or "trash".
     QString id() const;
 
     template <typename T> bool is() const { return std::holds_alternative<T>(value); }

@@ -73,6 +73,8 @@ QString QueueItem::carries() const
                 return others == 0 ? first : first + QStringLiteral(" and %1 more").arg(others);
             },
             [](const UndoJob &undo) { return undoCarries(undo); },
+            [](const RestoreFromTrashJob &restore) { return firstAndMore(restore.items); },
+            [](const EraseFromTrashJob &erase) { return firstAndMore(erase.items); },
         },
         job);
 }

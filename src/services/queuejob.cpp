@@ -6,6 +6,7 @@
 #include "operations/multirename.h"
 #include "operations/operationcontrol.h"
 #include "services/detail/filecommands.h"
+#include "services/detail/trashcommands.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -81,6 +82,10 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                                  earlier ? &intents : nullptr);
                    },
                    [&](const UndoJob &undo) { this->undo(undo, control, earlier); },
+                   [&](const RestoreFromTrashJob &restore) {
+                       result.restored = detail::restoreFromTrash(restore, control, earlier != nullptr);
+                   },
+                   [&](const EraseFromTrashJob &erase) { detail::eraseFromTrash(erase, control); },
                },
                job);
     return result;
@@ -90,7 +95,7 @@ JobRunner::Result JobRunner::transfer(const TransferJob &job, OperationControl &
                                       const Earlier *earlier) const
 {
     std::vector<Path> sources = job.sources;
-    Result result{{}, {}, job.move, job.destination, {}};
+    Result result{{}, {}, job.move, job.destination, {}, {}};
     std::vector<KeptSource> &kept = result.kept;
     if (earlier && !earlier->published.empty()) {
         std::vector<Path> done;

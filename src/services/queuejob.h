@@ -45,6 +45,19 @@ struct NewFolderJob {
 struct TrashJob {
     std::vector<std::filesystem::path> items;
 };
+// Items of the Trash (their places in a trash's files/ folder) put back where
+// they came from, the folder made again where it is gone, never over an item
+// that has the name now: with keepBoth the item takes the first free name
+// beside it ("name (2).ext"); without, the job stops there.
+struct RestoreFromTrashJob {
+    std::vector<std::filesystem::path> items;
+    bool keepBoth = false;
+};
+// Items of the Trash removed for good, each with its info file and its line of
+// the trash's directorysizes.
+struct EraseFromTrashJob {
+    std::vector<std::filesystem::path> items;
+};
 // Work given as a function: it runs like any other job but cannot be written
 // down, so a crash forgets it.
 struct OpaqueJob {
@@ -54,7 +67,7 @@ struct OpaqueJob {
 // An ArchiveExtraction is journaled without the member's bytes it may carry: run
 // again, it reads the member from the archive.
 using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob,
-                         MultiRenameJob, UndoJob>;
+                         MultiRenameJob, UndoJob, RestoreFromTrashJob, EraseFromTrashJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {
@@ -94,6 +107,8 @@ public:
         // Where each item of a trash job went, in its order; an item removed for
         // good (a share without a Trash) is not among them.
         std::vector<UndoJob::Trash::Item> trashed;
+        // Where each item a restore put back is now, in its order.
+        std::vector<Path> restored;
     };
 
     // Runs the job; throws what its work throws. Run again after a crash

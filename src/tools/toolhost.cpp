@@ -12,6 +12,7 @@
 #include "tools/searchsheet.h"
 #include "tools/sheetcontext.h"
 #include "tools/transfersheet.h"
+#include "tools/trashsheet.h"
 
 #include <QCoreApplication>
 #include <QDialog>
@@ -82,6 +83,11 @@ QWidget *makeSheet(const ToolSheet::Connect &, SheetContext &context)
 QWidget *makeSheet(const ToolSheet::MultiRename &rename, SheetContext &context)
 {
     return new MultiRenameSheet(rename.folder, rename.items, context.model.queue(), context.dismiss);
+}
+
+QWidget *makeSheet(const ToolSheet::Trash &trash, SheetContext &context)
+{
+    return new TrashSheet(context.model, trash.volumes, context.dismiss);
 }
 
 } // namespace

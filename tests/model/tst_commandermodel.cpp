@@ -1,6 +1,7 @@
 #include "model/commandermodel.h"
 #include "panefixture.h"
 #include "platform/core/preferences.h"
+#include "platform/posix/trash.h"
 #include "scopedmount.h"
 #include "testtree.h"
 
@@ -25,6 +26,7 @@ class CommanderModelTest : public QObject {
     std::unique_ptr<Preferences> m_preferences;
     std::unique_ptr<CommanderModel> m_model;
     fs::path m_home;
+    int m_fresh = 0;
     QStringList m_calls;
     AlertRequest m_alert;
     int m_alertAnswer = 0;
@@ -124,6 +126,7 @@ private Q_SLOTS:
         qputenv("HOME", QByteArray::fromStdString(m_home.string()));
         qunsetenv("QUILLORN_RELEASE_PREVIEW_LEFT");
         qunsetenv("QUILLORN_RELEASE_PREVIEW_RIGHT");
+        qunsetenv("XDG_CONFIG_HOME"); // the desktop's folders are then read below the test's home
         m_preferences =
             std::make_unique<Preferences>(QString::fromStdString((*m_tree / "prefs.ini").string()));
         m_calls.clear();
@@ -143,6 +146,33 @@ private Q_SLOTS:
         QVERIFY(remake());
         QCOMPARE(m_model->left().directory(), fs::current_path() / "no/such/preview");
         QVERIFY(m_model->left().error());
+    }
+
+    // The desktop's Downloads folder as it names it in the user's language, else
+    // ~/Downloads, else home: a missing folder is never the first thing shown.
+    void theRightPaneStartsOnTheDesktopsDownloadsFolderElseHome()
+    {
+        const fs::path config = m_tree->folder("config");
+        qputenv("XDG_CONFIG_HOME", QByteArray::fromStdString(config.string()));
+        const auto startsOn = [&](const fs::path &expected) {
+            m_model.reset();
+            m_preferences = std::make_unique<Preferences>(
+                QString::fromStdString((*m_tree / ("fresh-" + std::to_string(m_fresh++) + ".ini")).string()));
+            QVERIFY(remake());
+            QCOMPARE(m_model->right().directory(), expected);
+            QVERIFY(!m_model->right().error());
+        };
+        const fs::path localised = m_home / "Загрузки";
+        std::ofstream(config / "user-dirs.dirs") << "XDG_DESKTOP_DIR=\"$HOME/Рабочий стол\"\n"
+                                                 << "XDG_DOWNLOAD_DIR=\"$HOME/Загрузки\"\n";
+        startsOn(m_home / "Downloads"); // recorded but not made yet
+        fs::create_directory(localised);
+        startsOn(localised);
+        fs::remove(localised);
+        fs::remove(m_home / "Downloads");
+        startsOn(m_home);
+        fs::remove(config / "user-dirs.dirs");
+        startsOn(m_home);
     }
 
     void renameActsOnTheTaggedItemNotTheCursorAndACancelDoesNothing()
@@ -294,6 +324,36 @@ private Q_SLOTS:
         QCOMPARE(m_calls, QStringList{"open:notes.zip.txt"});
         m_model->open(entry("Downloads", true));
         QCOMPARE(m_model->left().directory(), m_home / "Downloads");
+    }
+
+    void theTrashSheetsCommandsAskWhereTheyMustAndQueueOneJobEach()
+    {
+        const fs::path trash = ownTrash();
+        const fs::path a = trashItem(m_home / "a.txt"), b = trashItem(m_home / "b.txt");
+        m_tree->file("home/a.txt", "newer");
+        QVERIFY(m_model->restoreFromTrash({b}, {})); // no name taken: nothing to ask
+        QCOMPARE(lastJobEnded(), QString("Complete"));
+        QVERIFY(m_calls.isEmpty());
+        QCOMPARE(test::TestTree::read(m_home / "b.txt"), std::string("b"));
+
+        m_alertAnswer = 1; // Cancel
+        QVERIFY(!m_model->restoreFromTrash({a}, {m_home / "a.txt"}));
+        QVERIFY(!m_model->deleteFromTrash({a}));
+        QVERIFY(!m_model->emptyTrash({a}));
+        QCOMPARE(m_calls, (QStringList{"alert:An item named ‘a.txt’ already exists.",
+                                       "alert:Delete ‘a.txt’ for good?", "alert:Empty the Trash?"}));
+        QCOMPARE(m_model->queue().items().size(), std::size_t(1));
+
+        m_alertAnswer = 0; // Keep both
+        QVERIFY(m_model->restoreFromTrash({a}, {m_home / "a.txt"}));
+        QCOMPARE(lastJobEnded(), QString("Complete"));
+        QCOMPARE(test::TestTree::read(m_home / "a (2).txt"), std::string("a"));
+        QCOMPARE(test::TestTree::read(m_home / "a.txt"), std::string("newer"));
+        QVERIFY(m_model->emptyTrash({trashItem(m_home / "c.txt")}));
+        QCOMPARE(lastJobEnded(), QString("Complete"));
+        QVERIFY(test::TestTree::names(trash / "files").empty() &&
+                test::TestTree::names(trash / "info").empty());
+        QCOMPARE(m_model->queue().items().back().title, QString("Empty Trash"));
     }
 
     // Home lists Downloads/, a.txt, b.txt, c.txt; the right pane shows Downloads.

@@ -120,6 +120,19 @@ TEST(TransferDurability, onABusyVolumeEveryFileAndFolderIsFlushedItselfUnlessThe
     }
 }
 
+TEST(TransferDurability, onABusyVolumeATreeOfMoreFilesThanAreHeldOpenIsCoveredByOneVolumeFlush)
+{
+    TestTree tree;
+    for (int i = 0; i < 300; ++i)
+        tree.file("src/many/f" + std::to_string(i), std::to_string(i));
+    const fs::path dst = tree.folder("dst");
+    auto recorder = Recorder::make();
+    transfer({tree / "src/many"}, dst, false, stop, recorder->operations(othersWriting));
+    EXPECT_EQ(recorder->volumeFlushesAtPublish, 1);
+    EXPECT_THAT(recorder->flushedAtPublish, IsEmpty());
+    EXPECT_EQ(TestTree::read(dst / "many/f299"), "299");
+}
+
 TEST(TransferDurability, onAQuietVolumeOneVolumeFlushBeforeThePublishCoversTheFolder)
 {
     TestTree tree;

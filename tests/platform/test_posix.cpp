@@ -6,6 +6,7 @@
 #include "platform/posix/posixerror.h"
 #include "platform/posix/removal.h"
 #include "platform/posix/trash.h"
+#include "platform/posix/userfolders.h"
 #include "platform/posix/volume.h"
 
 #include "asnobody.h"
@@ -403,7 +404,9 @@ TEST_F(Mounted, VolumesAreToldApartSharesAreNotLocalAndTheListLeavesOutPlumbing)
     EXPECT_FALSE(volumeIsLocal(share.path()));
     EXPECT_FALSE(volumeIsLocal(share.path() / "dangling"));
     EXPECT_THROW(volumeIsLocal(m_items / "missing"), std::system_error);
-    const std::vector<fs::path> volumes = mountedVolumes();
+    std::vector<fs::path> volumes;
+    for (const MountedVolume &volume : mountedVolumes())
+        volumes.push_back(volume.path);
     EXPECT_THAT(volumes, Contains(fs::path("/")));
     EXPECT_THAT(volumes, Contains(share.path()));
     for (const fs::path &plumbing : {volume(), fs::path("/proc"), fs::path("/sys"), fs::path("/dev/pts")})
@@ -661,4 +664,31 @@ TEST_F(CopyMetadata, VolumeWithoutExtendedAttributesIsAProblemAndTheRestIsCopied
     EXPECT_EQ(TestTree::read(target), "payload");
     EXPECT_EQ(modeOf(target), 0604u);
     EXPECT_EQ(nanoseconds(lstatOf(target).st_mtim), nanoseconds(lstatOf(source).st_mtim));
+}
+
+// user-dirs.dirs as xdg-user-dirs writes it, and the lines its own lookup passes over.
+TEST(UserFolders, DesktopFoldersAreReadAsXdgUserDirsRecordsThem)
+{
+    TestTree config;
+    ::setenv("XDG_CONFIG_HOME", config.root().c_str(), 1);
+    const fs::path home = "/home/user";
+    const std::vector<std::pair<std::string, std::optional<fs::path>>> cases{
+        {"XDG_DOWNLOAD_DIR=\"$HOME/Загрузки\"\n", home / "Загрузки"},
+        {"  XDG_DOWNLOAD_DIR = \"/srv/down loads/\"", fs::path("/srv/down loads")},
+        {"XDG_DOWNLOAD_DIR=\"$HOME/a \\\"b\\\" \\$c\\\\d\"\n", home / "a \"b\" $c\\d"},
+        {"XDG_DOWNLOAD_DIR=\"$HOME/caf\xe9\"\n", home / "caf\xe9"}, // not UTF-8: the bytes stay
+        {"XDG_DOWNLOAD_DIR=\"$HOME/\"\n", home},                    // turned off: home itself
+        {"XDG_DOWNLOAD_DIR=\"$HOME/old\"\nXDG_DOWNLOAD_DIR=\"$HOME/new\"\n", home / "new"},
+        {"# XDG_DOWNLOAD_DIR=\"$HOME/no\"\nXDG_DOWNLOADS_DIR=\"$HOME/no\"\nXDG_MUSIC_DIR=\"$HOME/no\"\n",
+         std::nullopt},
+        {"XDG_DOWNLOAD_DIR=$HOME/unquoted\nXDG_DOWNLOAD_DIR=\"relative\"\nXDG_DOWNLOAD_DIR=\"~/x\"\n",
+         std::nullopt},
+    };
+    for (const auto &[contents, expected] : cases) {
+        config.file("user-dirs.dirs", contents);
+        EXPECT_EQ(desktopUserFolder("DOWNLOAD", home), expected) << contents;
+    }
+    fs::remove(config / "user-dirs.dirs");
+    EXPECT_EQ(desktopUserFolder("DOWNLOAD", home), std::nullopt);
+    ::unsetenv("XDG_CONFIG_HOME");
 }

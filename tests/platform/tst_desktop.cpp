@@ -1,12 +1,17 @@
 #include "asnobody.h"
 #include "platform/desktop/detail/quicklookcontent.h"
 #include "platform/desktop/fileclipboard.h"
+#include "platform/desktop/standarddesktopservices.h"
 #include "testtree.h"
 
 #include <QApplication>
 #include <QClipboard>
+#include <QDialog>
+#include <QMessageBox>
 #include <QMimeData>
+#include <QPushButton>
 #include <QTest>
+#include <QTimer>
 #include <sys/stat.h>
 
 using namespace quillorn;
@@ -21,6 +26,26 @@ class PlatformDesktopTest : public QObject {
     Q_OBJECT
 
 private Q_SLOTS:
+    // Over the window, X11 would hand the keyboard to the window the sheet blocks.
+    void anAlertAskedForWhileASheetIsUpGoesOverTheSheet()
+    {
+        QWidget window;
+        window.show();
+        auto *sheet = new QDialog(&window);
+        sheet->setWindowModality(Qt::WindowModal);
+        sheet->open();
+        QTRY_COMPARE(QApplication::activeModalWidget(), sheet);
+        QWidget *alertOwner = nullptr;
+        QTimer::singleShot(0, [&] {
+            auto *alert = qobject_cast<QMessageBox *>(QApplication::activeModalWidget());
+            alertOwner = alert ? alert->parentWidget() : nullptr;
+            if (alert)
+                alert->button(QMessageBox::Ok)->click();
+        });
+        standardDesktopServices(&window).alert({QStringLiteral("Asked"), QString(), {}});
+        QCOMPARE(alertOwner, sheet);
+    }
+
     void clipboardKeepsBytesAndSpeaksTheFormsOtherFileManagersUse()
     {
         const Paths items{"/tmp/z last", "/tmp/caf\xe9.txt", "/tmp/100% #1?.txt", "/tmp/line\nfeed", "/"};

@@ -147,6 +147,8 @@ private Q_SLOTS:
             entry("Undo", UndoJob{UndoJob::Trash{{{odd, "/home/Trash/files/a\n\xff.2"}}}}),
             entry("Undo", UndoJob{UndoJob::Transfer{
                               true, {{odd, "/d/x (2)", "c0de", false}, {"/y", "/d/y", "", true}}}}),
+            entry("Restore from Trash", RestoreFromTrashJob{{"/T/files/a", odd}, true}),
+            entry("Empty Trash", EraseFromTrashJob{{odd, "/T/files/b"}}),
         };
         const std::string text = detail::journalText(entries);
         const auto parsed = detail::parseJournal(text);
@@ -169,6 +171,9 @@ private Q_SLOTS:
         const auto &moved = std::get<UndoJob::Transfer>(std::get<UndoJob>((*parsed)[11].job).change);
         QVERIFY(moved.move && moved.items.size() == 2 && !moved.items[0].wholeTree &&
                 moved.items[1].wholeTree);
+        const auto &restore = std::get<RestoreFromTrashJob>((*parsed)[12].job);
+        QVERIFY(restore.keepBoth && restore.items == std::get<RestoreFromTrashJob>(entries[12].job).items);
+        QVERIFY(std::get<EraseFromTrashJob>((*parsed)[13].job).items.back() == "/T/files/b");
     }
 
     void damagedTextIsRefused_data()

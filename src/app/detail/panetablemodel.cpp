@@ -53,6 +53,11 @@ std::optional<int> PaneTableModel::rowOf(const std::filesystem::path &url) const
     return row;
 }
 
+std::optional<int> PaneTableModel::cursorRow() const
+{
+    return m_pane.cursor() ? rowOf(*m_pane.cursor()) : std::nullopt;
+}
+
 QVariant PaneTableModel::displayText(const FileEntry &entry, int column) const
 {
     switch (column) {

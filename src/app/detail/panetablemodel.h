@@ -44,6 +44,7 @@ public:
 
     const FileEntry *entryAt(int row) const;
     std::optional<int> rowOf(const std::filesystem::path &url) const;
+    std::optional<int> cursorRow() const;
 
 private:
     void resetRows();

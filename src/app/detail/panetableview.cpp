@@ -1,7 +1,9 @@
 #include "app/detail/panetableview.h"
 
+#include "app/detail/paneaccessible.h"
 #include "app/detail/paneinput.h"
 #include "app/detail/panetablemodel.h"
+#include "app/keyhandler.h"
 
 #include <QApplication>
 #include <QContextMenuEvent>
@@ -32,6 +34,31 @@ PaneTableView::PaneTableView(QWidget *parent) : QTableView(parent)
     horizontalHeader()->setSortIndicatorShown(false);
     horizontalHeader()->setSectionsClickable(true);
     horizontalHeader()->setSectionsMovable(false);
+
+    PaneTableAccessible::install();
+    // Qt announces the new focus widget after this signal: the cursor row is
+    // announced once that is done, so that it is what a screen reader is left on.
+    connect(qApp, &QApplication::focusChanged, this, &PaneTableView::tellScreenReadersOfFocus,
+            Qt::QueuedConnection);
+}
+
+void PaneTableView::setActive(bool active)
+{
+    m_active = active;
+    tellScreenReadersOfFocus();
+}
+
+bool PaneTableView::cursorHasFocus() const
+{
+    return m_active && KeyHandler::panesHaveKeyboard(window());
+}
+
+void PaneTableView::tellScreenReadersOfFocus()
+{
+    if (!QAccessible::isActive())
+        return;
+    if (auto *table = dynamic_cast<PaneTableAccessible *>(QAccessible::queryAccessibleInterface(this)))
+        table->updateFocus();
 }
 
 void PaneTableView::scrollToRow(int row)

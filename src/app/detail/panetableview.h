@@ -22,6 +22,13 @@ public:
     // layout the view would otherwise only do later.
     void scrollToRow(int row);
 
+    // Whether this lists the active pane, whose cursor the window's keys move.
+    void setActive(bool active);
+    // Whether the window's keys move this listing's cursor now: its pane is
+    // active and the keyboard is on the panes (KeyHandler::panesHaveKeyboard).
+    // Screen readers are told of the cursor row as the focus then.
+    bool cursorHasFocus() const;
+
 Q_SIGNALS:
     void rowClicked(int row, Qt::KeyboardModifiers modifiers);
     void rowDoubleClicked(int row);
@@ -39,11 +46,13 @@ protected:
 private:
     std::vector<std::filesystem::path> draggedItems(int row) const;
     void startDragOfRow(int row);
+    void tellScreenReadersOfFocus();
 
     int m_pressedRow = -1;
     QPoint m_pressPosition;
     Qt::KeyboardModifiers m_pressModifiers;
     bool m_clickOnRelease = false;
+    bool m_active = false;
 };
 
 } // namespace quillorn::detail

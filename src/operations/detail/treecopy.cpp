@@ -249,20 +249,41 @@ void TreeCopy::copy(const Item &source, const Folder &destination, const std::st
     m_othersWriting = m_manager.pendingWriteBack(destination.fd.get()) > busyVolume;
     const bool othersWriting = volumeFlush && m_othersWriting;
     m_flushEachFile = !volumeFlush || othersWriting;
-    if (folder && m_flushEachFile)
-        m_pool = std::make_unique<FlushPool>(m_manager, othersWriting ? localFlushThreads : flushThreads);
-    if (m_pool && othersWriting)
+    m_holding = m_heldTooMany = false;
+    m_held.clear();
+    if (folder && !volumeFlush)
+        m_pool = std::make_unique<FlushPool>(m_manager, flushThreads);
+    if (folder && othersWriting) {
         // Opened before anything is written: a volume flush through it reports
         // every write-back error from here on. (The destination may be held for
         // naming only, which syncfs refuses.)
         m_volume = FileDescriptor(::openat(destination.fd.get(), ".", O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+        m_holding = static_cast<bool>(m_volume);
+        if (!m_holding)
+            m_pool = std::make_unique<FlushPool>(m_manager, localFlushThreads);
+    }
     Visitor visitor(*this, destination, newName, shown);
     walk(source, visitor);
-    if (m_pool && m_volume)
-        finishRacingVolume(shown);
+    if (m_holding)
+        flushHeld(shown);
     else if (m_pool)
         m_pool->finish();
     m_pool.reset();
+}
+
+void TreeCopy::flushHeld(const fs::path &shown)
+{
+    m_holding = false;
+    if (m_heldTooMany) {
+        m_held.clear(); // closed unflushed: the volume flush covers them
+        m_manager.flushVolume(m_volume.get(), shown);
+        return;
+    }
+    m_pool = std::make_unique<FlushPool>(m_manager, localFlushThreads);
+    for (auto &[descriptor, item] : m_held)
+        m_pool->submit(std::move(descriptor), std::move(item));
+    m_held.clear();
+    finishRacingVolume(shown);
 }
 
 // Other programs' data makes a volume flush slow when they keep writing new
@@ -301,6 +322,13 @@ void TreeCopy::finishRacingVolume(const fs::path &shown)
 
 void TreeCopy::flushOnItsOwn(FileDescriptor descriptor, const fs::path &shown)
 {
+    if (m_holding) {
+        if (m_held.size() < heldFlushes)
+            m_held.emplace_back(std::move(descriptor), shown);
+        else
+            m_heldTooMany = true;
+        return;
+    }
     if (m_pool)
         m_pool->submit(std::move(descriptor), shown);
     else
@@ -395,8 +423,10 @@ void TreeCopy::copyData(int input, int output, const struct stat &opened, const 
         }
     }
     // Its flush, by the pool or by the volume, then finds the data on its way;
-    // a small file is left to a volume flush, which writes many at once.
-    if (m_flushEachFile || writeBack.started > 0)
+    // a small file is left to a volume flush, which writes many at once. Beside
+    // a busy writer, starting it here would queue the walk behind the disk's
+    // throttle for every small file: held files start with their flush.
+    if ((m_flushEachFile && !m_holding) || writeBack.started > 0)
         if (const int error = startWriteBack(output, writeBack.started, 0))
             throwPosixError(target, error);
 }

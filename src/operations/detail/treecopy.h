@@ -70,6 +70,10 @@ private:
     // Waits for the pool, or for one flush of the whole volume started beside it,
     // whichever is done first.
     void finishRacingVolume(const std::filesystem::path &shown);
+    // Flushes what was held back while the volume was busy: the held files and
+    // folders on the pool raced by a volume flush, or, when there were more of
+    // them than were kept, the volume flush alone.
+    void flushHeld(const std::filesystem::path &shown);
 
     // Enough to keep a FUSE daemon or a file server busy without flooding it.
     static constexpr unsigned flushThreads = 8;
@@ -83,6 +87,10 @@ private:
     static constexpr std::uint64_t busyVolume = 64 * 1024 * 1024;
     // How often the race between the pool and the volume flush is looked at.
     static constexpr std::chrono::milliseconds raceCheck{20};
+    // The files and folders of a copy onto a busy volume kept open for their own
+    // flushes after the walk; as many as the pool takes at once, so a tree never
+    // holds more descriptors than that.
+    static constexpr std::size_t heldFlushes = localFlushThreads;
 
     const FileOperations::FileManager &m_manager;
     OperationControl &m_control;
@@ -95,6 +103,13 @@ private:
     bool m_othersWriting = false;
     // The destination, opened for the volume flush that races the pool.
     FileDescriptor m_volume;
+    // On a busy volume the flushes wait until the walk is done: flushes made
+    // while it writes take journal commits that hold up its own writes, and
+    // measured beside a busy writer that made a 20,000-file copy two to three
+    // times slower than one volume flush at the end.
+    bool m_holding = false;
+    bool m_heldTooMany = false;
+    std::vector<std::pair<FileDescriptor, std::filesystem::path>> m_held;
     std::unique_ptr<FlushPool> m_pool;
 };
 

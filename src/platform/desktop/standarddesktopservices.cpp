@@ -7,6 +7,7 @@
 
 #include "platform/core/displaytext.h"
 
+#include <QApplication>
 #include <QCoreApplication>
 #include <QMessageBox>
 #include <QPointer>
@@ -26,6 +27,20 @@ void reportUnopened(QWidget *parent, const std::filesystem::path &file)
         return;
     }
     shown = showAlert(parent, {QStringLiteral("Cannot open the file"), line, {}});
+}
+
+// An alert asked for while one of the window's sheets is up goes over the
+// sheet, which gets the keyboard back when it closes. Over the window, the
+// toolkit (Qt 6.4 on X11) hands the keyboard the sheet loses to the alert on
+// to the window instead, which the sheet blocks: no key reaches anything.
+QWidget *alertParent(QWidget *window)
+{
+    QWidget *modal = QApplication::activeModalWidget();
+    // Not isAncestorOf(), which stops at the sheet: a window of its own.
+    for (QWidget *owner = modal ? modal->parentWidget() : nullptr; owner; owner = owner->parentWidget())
+        if (owner == window)
+            return modal;
+    return window;
 }
 
 } // namespace
@@ -53,7 +68,9 @@ DesktopServices standardDesktopServices(QWidget *window)
     desktop.preview = [parent](const std::filesystem::path &item, QuickLook::Failed failed) {
         QuickLook::preview(item, std::move(failed), parent.data());
     };
-    desktop.alert = [parent](const AlertRequest &alert) { return runAlert(parent.data(), alert); };
+    desktop.alert = [parent](const AlertRequest &alert) {
+        return runAlert(alertParent(parent.data()), alert);
+    };
     desktop.prompt = [parent](const QString &title, const QString &value) {
         return askForText(parent.data(), title, value);
     };

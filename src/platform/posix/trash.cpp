@@ -1,5 +1,6 @@
 #include "platform/posix/trash.h"
 
+#include "platform/posix/detail/directorysizes.h"
 #include "platform/posix/detail/mounttable.h"
 #include "platform/posix/detail/trashinfo.h"
 #include "platform/posix/filedescriptor.h"
@@ -234,6 +235,15 @@ std::string readInfo(const std::filesystem::path &info)
     }
 }
 
+// A trashed folder's size joins its trash's cache, so the Trash can be shown
+// without walking it again.
+std::filesystem::path remembered(std::filesystem::path trashed, const struct stat &item)
+{
+    if (S_ISDIR(item.st_mode))
+        detail::rememberDirectorySize(trashed.parent_path().parent_path(), trashed.filename().native());
+    return trashed;
+}
+
 } // namespace
 
 std::filesystem::path trashedItemOrigin(const std::filesystem::path &trashed)
@@ -260,24 +270,30 @@ std::filesystem::path trashedItemOrigin(const std::filesystem::path &trashed)
 
 std::filesystem::path restoreTrashedItem(const std::filesystem::path &trashed)
 {
+    return restoreTrashedItem(trashed, trashedItemOrigin(trashed));
+}
+
+std::filesystem::path restoreTrashedItem(const std::filesystem::path &trashed,
+                                         const std::filesystem::path &target)
+{
     const TrashEntry entry = entryOf(trashed);
-    const std::filesystem::path origin = trashedItemOrigin(trashed);
     struct stat folder {};
-    if (::stat(origin.parent_path().c_str(), &folder) != 0)
-        throwPosixError(origin.parent_path());
+    if (::stat(target.parent_path().c_str(), &folder) != 0)
+        throwPosixError(target.parent_path());
     if (!S_ISDIR(folder.st_mode))
-        throwPosixError(origin.parent_path(), ENOTDIR);
+        throwPosixError(target.parent_path(), ENOTDIR);
     try {
-        renameWithoutReplacing(trashed, origin);
+        renameWithoutReplacing(trashed, target);
     } catch (const PosixError &error) {
         // Named after the place the user knows, not the trash entry.
         if (error.code().value() == EEXIST)
-            throwPosixError(origin, EEXIST);
+            throwPosixError(target, EEXIST);
         throw;
     }
     // The item is back: an info left over would only show as a broken entry.
     ::unlink(entry.info().c_str());
-    return origin;
+    detail::forgetDirectorySizes(entry.trash, {entry.name});
+    return target;
 }
 
 std::filesystem::path trashItem(const std::filesystem::path &item, const TrashReport &report)
@@ -311,7 +327,7 @@ std::filesystem::path trashItem(const std::filesystem::path &item, const TrashRe
         if (!home)
             throw NoTrashError();
         try {
-            return moveIntoTrash(*home, parent.get(), name, original);
+            return remembered(moveIntoTrash(*home, parent.get(), name, original), info);
         } catch (const PosixError &error) {
             // Same device but another mount of it (a bind mount): rename cannot
             // cross, so the item goes to its own mount's trash instead.
@@ -323,7 +339,7 @@ std::filesystem::path trashItem(const std::filesystem::path &item, const TrashRe
     std::optional<TrashFolder> trash = openTopdirTrash(topdir, volumeIsLocal(topdir), report);
     if (!trash)
         throw NoTrashError();
-    return moveIntoTrash(*trash, parent.get(), name, original);
+    return remembered(moveIntoTrash(*trash, parent.get(), name, original), info);
 }
 
 } // namespace quillorn

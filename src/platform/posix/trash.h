@@ -29,7 +29,8 @@ using TrashReport = std::function<void(const std::string &line)>;
 
 // Moves item into the freedesktop.org trash that belongs to its volume (the home
 // trash when it lives on the home trash's device) so the desktop can restore it.
-// Returns the item's new path inside that trash's files/ folder.
+// Returns the item's new path inside that trash's files/ folder. A folder's
+// size joins the trash's directorysizes cache.
 // Throws NoTrashError, or std::system_error (generic category, errno) when the
 // move itself fails; a failed move leaves no .trashinfo behind.
 std::filesystem::path trashItem(const std::filesystem::path &item, const TrashReport &report = {});
@@ -43,7 +44,11 @@ std::filesystem::path trashedItemOrigin(const std::filesystem::path &trashed);
 // Puts an item of a trash's files/ folder back where trashedItemOrigin says it
 // came from, never replacing an item that now has its name (PosixError EEXIST
 // naming that place) and never into a folder that is gone (ENOENT); then its
-// .trashinfo goes. Returns where the item is now.
+// .trashinfo and its line in the trash's directorysizes go. Returns where the
+// item is now.
 std::filesystem::path restoreTrashedItem(const std::filesystem::path &trashed);
+// The same to another place, such as a free name beside its origin.
+std::filesystem::path restoreTrashedItem(const std::filesystem::path &trashed,
+                                         const std::filesystem::path &target);
 
 } // namespace quillorn

@@ -34,7 +34,7 @@ constexpr std::size_t listingBufferSize = 32 * 1024;
 constexpr int folderFlags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 // What Options::facts asks of statx: the type bits of the mode and no more than
 // the entry's facts (the device comes with every answer).
-constexpr unsigned factMask = STATX_TYPE | STATX_SIZE | STATX_INO | STATX_NLINK;
+constexpr unsigned factMask = STATX_TYPE | STATX_SIZE | STATX_BLOCKS | STATX_INO | STATX_NLINK;
 constexpr int factFlags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT;
 
 struct Frame {
@@ -221,6 +221,7 @@ void TreeWalk::walk(Start start, const Options &options, Visitor &visitor)
             }
             entry.kind = kindOfMode(facts.stx_mode);
             entry.size = std::int64_t(facts.stx_size);
+            entry.blocks = facts.stx_blocks;
             entry.inode = facts.stx_ino;
             entry.device = makedev(facts.stx_dev_major, facts.stx_dev_minor);
             entry.links = facts.stx_nlink;

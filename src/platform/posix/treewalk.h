@@ -26,6 +26,7 @@ public:
         int parentFd = -1; // the open folder that holds the entry, valid during the call
         // With Options::facts, from one statx of the entry itself (a link is not followed).
         std::int64_t size = 0;
+        std::uint64_t blocks = 0; // 512-byte units the entry takes on disk, as du counts them
         std::uint64_t inode = 0;
         std::uint64_t device = 0;
         std::uint32_t links = 0;
@@ -37,8 +38,8 @@ public:
     struct Options {
         // Leaves out names beginning with "." together with everything under them.
         bool skipHidden = false;
-        // Fills each entry's size, inode, device and link count: one statx per
-        // entry, asking for no more than those.
+        // Fills each entry's size, blocks, inode, device and link count: one
+        // statx per entry, asking for no more than those.
         bool facts = false;
         // With facts: stays on the start folder's volume, as du -x does.
         bool oneVolume = false;

@@ -3,12 +3,16 @@
 #include "platform/posix/detail/fusetypes.h"
 #include "platform/posix/detail/mounttable.h"
 #include "platform/posix/posixerror.h"
+#include "platform/posix/sharename.h"
 
 #include <algorithm>
 #include <array>
 #include <cstring>
+#include <map>
 #include <set>
 #include <string_view>
+
+#include <dirent.h>
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -45,11 +49,10 @@ constexpr unsigned long kFuseMagic = 0x65735546;
 
 // Kernel plumbing a user never browses to.
 const std::set<std::string_view> kPseudoTypes = {
-    "proc",     "sysfs",      "cgroup",          "cgroup2",     "devtmpfs",    "devpts",
-    "mqueue",   "debugfs",    "tracefs",         "securityfs",  "pstore",      "bpf",
-    "autofs",   "hugetlbfs",  "configfs",        "fusectl",     "binfmt_misc", "efivarfs",
-    "nsfs",     "rpc_pipefs", "selinuxfs",       "tmpfs",       "ramfs",       "overlay",
-    "squashfs", "nfsd",       "fuse.gvfsd-fuse", "fuse.portal", "fuse.lxcfs",
+    "proc",     "sysfs",   "cgroup",      "cgroup2",  "devtmpfs", "devpts",      "mqueue",
+    "debugfs",  "tracefs", "securityfs",  "pstore",   "bpf",      "autofs",      "hugetlbfs",
+    "configfs", "fusectl", "binfmt_misc", "efivarfs", "nsfs",     "rpc_pipefs",  "selinuxfs",
+    "tmpfs",    "ramfs",   "overlay",     "squashfs", "nfsd",     "fuse.portal", "fuse.lxcfs",
 };
 
 // Where removable disks and hand-made mounts appear; any real file system there is listed.
@@ -58,6 +61,25 @@ constexpr std::array<std::string_view, 3> kUserPlaces = {"/media", "/run/media",
 // System folders whose mounts are part of the installation, not places to visit.
 constexpr std::array<std::string_view, 9> kSystemPlaces = {"/proc", "/sys", "/dev", "/run", "/boot",
                                                            "/snap", "/var", "/usr", "/etc"};
+
+// The names in a folder of the desktop's share daemons, which answer these top
+// folders from their own memory. Only names: examining an entry could reach the
+// server behind it. Nothing when it cannot be read (a daemon that died leaves
+// ENOTCONN; another user's mount EACCES).
+std::vector<std::string> folderNames(const std::filesystem::path &folder)
+{
+    std::vector<std::string> names;
+    DIR *stream = ::opendir(folder.c_str());
+    if (!stream)
+        return names;
+    while (const dirent *entry = ::readdir(stream)) {
+        const std::string_view name = entry->d_name;
+        if (name != "." && name != "..")
+            names.emplace_back(name);
+    }
+    ::closedir(stream);
+    return names;
+}
 
 bool isBelow(const std::filesystem::path &path, std::string_view folder)
 {
@@ -254,16 +276,33 @@ VolumeNaming volumeNaming(const std::filesystem::path &folder)
     return {};
 }
 
-std::vector<std::filesystem::path> mountedVolumes()
+std::vector<MountedVolume> mountedVolumes()
 {
-    std::set<std::filesystem::path> points;
-    for (const detail::MountEntry &mount : detail::readMountTable()) {
-        if (userVisible(mount))
-            points.insert(mount.mountPoint);
+    return mountedVolumes(detail::readMountInfo());
+}
+
+std::vector<MountedVolume> mountedVolumes(const std::string &mountInfo)
+{
+    std::map<std::filesystem::path, std::string> places;
+    for (const detail::MountEntry &mount : detail::parseMountTable(mountInfo)) {
+        // Each share is a folder of the daemon's one mount, which itself is plumbing.
+        if (mount.fsType == "fuse.gvfsd-fuse") {
+            for (const std::string &name : folderNames(mount.mountPoint))
+                places.emplace(mount.mountPoint / name, gvfsShareName(name));
+        } else if (mount.fsType == "fuse.kio-fuse") {
+            for (const std::string &protocol : folderNames(mount.mountPoint))
+                for (const std::string &origin : folderNames(mount.mountPoint / protocol))
+                    places.emplace(mount.mountPoint / protocol / origin, kioFuseShareName(protocol, origin));
+        } else if (userVisible(mount)) {
+            places.emplace(mount.mountPoint, std::string());
+        }
     }
-    if (points.empty())
-        points.insert("/");
-    return {points.begin(), points.end()};
+    if (places.empty())
+        places.emplace("/", std::string());
+    std::vector<MountedVolume> volumes;
+    for (auto &[path, label] : places)
+        volumes.push_back({path, std::move(label)});
+    return volumes;
 }
 
 } // namespace quillorn

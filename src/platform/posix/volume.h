@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <vector>
 
 namespace quillorn {
@@ -57,9 +58,23 @@ struct VolumeNaming {
 // rules when the folder cannot be examined.
 VolumeNaming volumeNaming(const std::filesystem::path &folder);
 
+// A place the locations menu offers.
+struct MountedVolume {
+    std::filesystem::path path;
+    // The name of a share the desktop mounted ("public on nas"); empty for a
+    // plain mount, which goes by its folder's name.
+    std::string label;
+    bool operator==(const MountedVolume &) const = default;
+};
+
 // Mount points a user would want to jump to: the root, home, and mounted disks or
 // shares; kernel and container plumbing (proc, sysfs, cgroups, overlays of
-// snaps...) is left out. Sorted, without duplicates.
-std::vector<std::filesystem::path> mountedVolumes();
+// snaps...) is left out. The desktop's share folders are one place per share:
+// each folder of a gvfsd-fuse mount, each server folder of a kio-fuse mount.
+// Sorted by path, without duplicates.
+std::vector<MountedVolume> mountedVolumes();
+// The same from the text of a mount table in /proc/self/mountinfo's format; the
+// share folders are still read from the file system.
+std::vector<MountedVolume> mountedVolumes(const std::string &mountInfo);
 
 } // namespace quillorn

@@ -30,6 +30,24 @@ std::string multiRenameFields(const MultiRenameJob &rename)
     return text;
 }
 
+std::string itemFields(const char *kind, const std::vector<std::filesystem::path> &items)
+{
+    std::string text = field("kind", kind);
+    for (const auto &item : items)
+        text += field("item", item.native());
+    return text;
+}
+
+std::string eraseFields(const EraseFromTrashJob &erase)
+{
+    return itemFields("eraseFromTrash", erase.items);
+}
+
+std::string restoreFields(const RestoreFromTrashJob &restore)
+{
+    return itemFields("restoreFromTrash", restore.items) + field("keepBoth", restore.keepBoth ? "1" : "0");
+}
+
 // The items of an undo one after another, each as its fields in a fixed order.
 std::string undoFields(const UndoJob &undo)
 {
@@ -98,6 +116,8 @@ std::string jobFields(const Job &job)
                           [](const OpaqueJob &) { return std::string(); },
                           [](const MultiRenameJob &rename) { return multiRenameFields(rename); },
                           [](const UndoJob &undo) { return undoFields(undo); },
+                          [](const RestoreFromTrashJob &restore) { return restoreFields(restore); },
+                          [](const EraseFromTrashJob &erase) { return eraseFields(erase); },
                       },
                       job);
 }
@@ -263,6 +283,14 @@ std::optional<Job> jobOf(const Fields &fields)
     }
     if (kind == "trash" && !all(fields, "item").empty())
         return TrashJob{all(fields, "item")};
+    if (kind == "restoreFromTrash" && !all(fields, "item").empty()) {
+        const auto keepBoth = only(fields, "keepBoth");
+        if (keepBoth != "0" && keepBoth != "1")
+            return std::nullopt;
+        return RestoreFromTrashJob{all(fields, "item"), keepBoth == "1"};
+    }
+    if (kind == "eraseFromTrash" && !all(fields, "item").empty())
+        return EraseFromTrashJob{all(fields, "item")};
     return std::nullopt;
 }
 

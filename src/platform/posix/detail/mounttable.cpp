@@ -58,16 +58,29 @@ std::optional<MountEntry> parseMountInfoLine(const std::string &line)
     return entry;
 }
 
-std::vector<MountEntry> readMountTable()
+std::vector<MountEntry> parseMountTable(const std::string &text)
 {
     std::vector<MountEntry> mounts;
-    std::ifstream file("/proc/self/mountinfo");
+    std::istringstream lines(text);
     std::string line;
-    while (std::getline(file, line)) {
+    while (std::getline(lines, line)) {
         if (auto entry = parseMountInfoLine(line))
             mounts.push_back(std::move(*entry));
     }
     return mounts;
+}
+
+std::string readMountInfo()
+{
+    std::ifstream file("/proc/self/mountinfo");
+    std::ostringstream text;
+    text << file.rdbuf();
+    return text.str();
+}
+
+std::vector<MountEntry> readMountTable()
+{
+    return parseMountTable(readMountInfo());
 }
 
 std::optional<std::filesystem::path> mountPointOf(const std::filesystem::path &path,

@@ -21,6 +21,12 @@ struct MountEntry {
 // One line of the table; empty when it is not one.
 std::optional<MountEntry> parseMountInfoLine(const std::string &line);
 
+// Every line of a table in that format that is one.
+std::vector<MountEntry> parseMountTable(const std::string &text);
+
+// The text of /proc/self/mountinfo; empty when it cannot be read.
+std::string readMountInfo();
+
 // The mounts this process sees, in the kernel's order (a later mount on the same
 // point hides an earlier one). Empty when the table cannot be read.
 std::vector<MountEntry> readMountTable();

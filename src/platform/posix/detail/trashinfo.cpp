@@ -27,7 +27,7 @@ std::string percentEncode(std::string_view path)
     return out;
 }
 
-std::optional<std::string> trashInfoPath(std::string_view contents)
+std::optional<std::string> percentDecode(std::string_view text)
 {
     const auto digit = [](char c) -> int {
         if (c >= '0' && c <= '9')
@@ -38,6 +38,25 @@ std::optional<std::string> trashInfoPath(std::string_view contents)
             return c - 'a' + 10;
         return -1;
     };
+    std::string bytes;
+    bytes.reserve(text.size());
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] != '%') {
+            bytes.push_back(text[i]);
+            continue;
+        }
+        const int high = i + 2 < text.size() ? digit(text[i + 1]) : -1;
+        const int low = i + 2 < text.size() ? digit(text[i + 2]) : -1;
+        if (high < 0 || low < 0)
+            return std::nullopt;
+        bytes.push_back(static_cast<char>(high * 16 + low));
+        i += 2;
+    }
+    return bytes;
+}
+
+std::optional<std::string_view> trashInfoValue(std::string_view contents, std::string_view key)
+{
     bool inGroup = false;
     while (!contents.empty()) {
         const std::size_t end = contents.find('\n');
@@ -49,25 +68,16 @@ std::optional<std::string> trashInfoPath(std::string_view contents)
             inGroup = line == "[Trash Info]";
             continue;
         }
-        if (!inGroup || !line.starts_with("Path="))
-            continue;
-        line.remove_prefix(5);
-        std::string bytes;
-        for (std::size_t i = 0; i < line.size(); ++i) {
-            if (line[i] != '%') {
-                bytes.push_back(line[i]);
-                continue;
-            }
-            const int high = i + 2 < line.size() ? digit(line[i + 1]) : -1;
-            const int low = i + 2 < line.size() ? digit(line[i + 2]) : -1;
-            if (high < 0 || low < 0)
-                return std::nullopt;
-            bytes.push_back(static_cast<char>(high * 16 + low));
-            i += 2;
-        }
-        return bytes;
+        if (inGroup && line.size() > key.size() && line.starts_with(key) && line[key.size()] == '=')
+            return line.substr(key.size() + 1);
     }
     return std::nullopt;
+}
+
+std::optional<std::string> trashInfoPath(std::string_view contents)
+{
+    const std::optional<std::string_view> value = trashInfoValue(contents, "Path");
+    return value ? percentDecode(*value) : std::nullopt;
 }
 
 std::string trashInfoContents(std::string_view path, std::string_view deletionDate)

@@ -12,6 +12,13 @@ namespace quillorn::detail {
 // line-oriented, UTF-8 .trashinfo format.
 std::string percentEncode(std::string_view path);
 
+// The bytes %XX escapes (either case) stand for, the rest as it is; nothing
+// when an escape is broken.
+std::optional<std::string> percentDecode(std::string_view text);
+
+// The raw value of the first key= line of a .trashinfo's [Trash Info] group.
+std::optional<std::string_view> trashInfoValue(std::string_view contents, std::string_view key);
+
 // The Path= value of a .trashinfo's [Trash Info] group, its %XX escapes turned
 // back into bytes; nothing when there is none or an escape is broken.
 std::optional<std::string> trashInfoPath(std::string_view contents);
