@@ -12,9 +12,12 @@ namespace quillorn::detail {
 namespace {
 
 // A key scans its own line and on until the state settles, for this long at
-// most; the rest waits for the editor to be idle, in slices as long.
+// most; the rest waits for the editor to be idle, in slices of sliceMs. While
+// keys come, the slices hold off for pauseMs after each, so that a key's own
+// frame never carries a slice too, even while a large text is first scanned.
 constexpr int keyBudgetMs = 2;
 constexpr int sliceMs = 4;
+constexpr int pauseMs = 40;
 
 } // namespace
 
@@ -77,10 +80,10 @@ void SyntaxHighlighting::textChanged(const TextChange &change)
         m_resumeFrom = m_resumeUntil = 0;
     }
     m_valid = std::min(m_valid, first);
-    advance(keyBudgetMs);
+    advance(keyBudgetMs, pauseMs);
 }
 
-void SyntaxHighlighting::advance(int budgetMs)
+void SyntaxHighlighting::advance(int budgetMs, int nextInMs)
 {
     QElapsedTimer clock;
     clock.start();
@@ -94,7 +97,7 @@ void SyntaxHighlighting::advance(int budgetMs)
             m_valid = m_resumeUntil;
             m_resumeFrom = m_resumeUntil = 0;
             if (m_valid < lines)
-                m_idle.start(0, this);
+                m_idle.start(nextInMs, this);
             else
                 m_idle.stop();
             return;
@@ -106,7 +109,7 @@ void SyntaxHighlighting::advance(int budgetMs)
     if (m_valid > from)
         Q_EMIT linesChanged(from, m_valid);
     if (m_valid < lines)
-        m_idle.start(0, this);
+        m_idle.start(nextInMs, this);
     else
         m_idle.stop();
 }

@@ -54,8 +54,9 @@ private:
     int scan(qsizetype line) const;
     void textChanged(const TextChange &change);
     void textReset();
-    // Scans on from the first line not known, for about `budgetMs`.
-    void advance(int budgetMs);
+    // Scans on from the first line not known, for about `budgetMs`; what is
+    // left goes on `nextInMs` later.
+    void advance(int budgetMs, int nextInMs = 0);
 
     Syntax m_syntax;
     const TextBuffer &m_text;
