@@ -261,6 +261,10 @@ struct Window {
     // keys, and its first frame drawn: the milliseconds from the key.
     double open(const Shape &shape)
     {
+        // A reference widget shown before may have taken the activation; F4 goes to the active window.
+        QApplication::setActiveWindow(view.get());
+        if (!QTest::qWaitForWindowActive(view.get()))
+            std::abort();
         view->model().left().setCursor(tree / "Left" / shape.file);
         view->centralWidget()->setFocus();
         QElapsedTimer timer;
@@ -492,10 +496,12 @@ int main(int argc, char **argv)
         benchmark::RegisterBenchmark(("keys and scroll/" + shape.name).c_str(), editorKeysAndScroll, shape)
             ->Unit(benchmark::kMillisecond)
             ->Iterations(1);
+    }
+    // The references last: on a long line they take minutes.
+    for (const Shape &shape : shapes())
         benchmark::RegisterBenchmark(("QPlainTextEdit/" + shape.name).c_str(), plainReference, shape)
             ->Unit(benchmark::kMillisecond)
             ->Iterations(1);
-    }
     benchmark::Initialize(&argc, argv);
     benchmark::RunSpecifiedBenchmarks();
     benchmark::Shutdown();
