@@ -79,7 +79,12 @@ void SyntaxHighlighting::textChanged(const TextChange &change)
     } else if (m_resumeUntil > first) {
         m_resumeFrom = m_resumeUntil = 0;
     }
-    m_valid = std::min(m_valid, first);
+    // A line the scan has not reached yet needs nothing now.
+    if (m_valid <= first) {
+        m_idle.start(pauseMs, this);
+        return;
+    }
+    m_valid = first;
     advance(keyBudgetMs, pauseMs);
 }
 
