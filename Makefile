@@ -17,10 +17,11 @@ JOBS        ?= $(shell nproc)
 # Running: the toolchain, Qt and the libraries; GIO's headers (libglib2.0-dev)
 # for the applications of a MIME type and "Open with"; rsvg-convert
 # (librsvg2-bin) to render the PNG icons; and at run time xdg-utils (xdg-open,
-# xdg-mime), Qt's Wayland platform and unzip for archives.
+# xdg-mime), Qt's Wayland platform, unzip for archives and shared-mime-info, the
+# MIME database the editor picks a file's syntax colouring by.
 RUN_PACKAGES := cmake g++ make pkg-config ninja-build \
 	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev librsvg2-bin \
-	xdg-utils qt6-wayland unzip
+	xdg-utils qt6-wayland unzip shared-mime-info
 
 # Testing: GoogleTest; the X server and tools the window tests drive (xvfb,
 # xauth, xdotool, x11-utils, x11-xkb-utils); what the fault tests mount and

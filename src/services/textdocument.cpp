@@ -1,9 +1,12 @@
 #include "services/textdocument.h"
 
 #include "operations/commandererror.h"
+#include "platform/posix/hugepages.h"
 #include "services/detail/journaledstaging.h"
 
 #include <QStringDecoder>
+
+#include <algorithm>
 
 namespace quillorn {
 
@@ -15,11 +18,17 @@ TextDocument TextDocument::load(const Path &url)
                              "associated application.");
     if (bytes->find('\0') != std::string::npos)
         throw CommanderError("This is not a UTF-8 text file.");
+    // Both copies of a text of megabytes are made in buffers advised to use
+    // huge pages, so filling them costs few page faults.
+    QByteArray original(qsizetype(bytes->size()), Qt::Uninitialized);
+    adviseHugePages(original.data(), std::size_t(original.size()));
+    std::copy(bytes->begin(), bytes->end(), original.begin());
     // A byte order mark is text like any other: kept, so it is written back.
     QStringDecoder decoder(QStringDecoder::Utf8,
                            QStringDecoder::Flag::Stateless | QStringDecoder::Flag::ConvertInitialBom);
-    QByteArray original = QByteArray::fromStdString(*bytes);
-    QString text = decoder.decode(original);
+    QString text(decoder.requiredSpace(original.size()), Qt::Uninitialized);
+    adviseHugePages(text.data(), std::size_t(text.size()) * sizeof(QChar));
+    text.truncate(decoder.appendToBuffer(text.data(), original) - text.constData());
     if (decoder.hasError())
         throw CommanderError("This is not a UTF-8 text file.");
     return {url, std::move(original), std::move(text)};

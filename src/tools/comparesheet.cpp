@@ -112,7 +112,7 @@ void CompareSheet::fail(const std::exception_ptr &error)
     } catch (const CancellationError &) {
         setStatus(QStringLiteral("Cancelled"));
     } catch (...) {
-        setStatus(userFacingDescription(error));
+        setStatus(errorDescription(error));
     }
 }
 

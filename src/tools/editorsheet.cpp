@@ -1,24 +1,27 @@
 #include "tools/editorsheet.h"
 
+#include "model/commanderthemecolours.h"
 #include "platform/core/displaytext.h"
 #include "platform/desktop/modaldialogs.h"
 #include "services/errortext.h"
 #include "tools/backgroundwork.h"
+#include "tools/detail/editorview.h"
+#include "tools/detail/findbar.h"
 #include "tools/detail/sheetbutton.h"
 #include "tools/detail/sheetlabels.h"
+#include "tools/detail/syntaxhighlighting.h"
 
 #include <QCloseEvent>
 #include <QCoreApplication>
 #include <QFontDatabase>
 #include <QHBoxLayout>
+#include <QIntValidator>
 #include <QKeyEvent>
 #include <QLabel>
+#include <QLineEdit>
 #include <QMessageBox>
-#include <QPlainTextEdit>
+#include <QMimeDatabase>
 #include <QPushButton>
-#include <QTextBlock>
-#include <QTextCursor>
-#include <QTextDocument>
 #include <QVBoxLayout>
 
 #include <utility>
@@ -47,6 +50,18 @@ QString inPlaceReason(TextDocument::SaveMethod method)
     }
 }
 
+// Two texts are the same when their lines are: lines an edit never touched
+// still share their characters with the loaded ones and compare at once.
+bool sameLines(const std::vector<QString> &now, const std::vector<QString> &loaded)
+{
+    if (now.size() != loaded.size())
+        return false;
+    for (std::size_t i = 0; i < now.size(); ++i)
+        if (now[i].constData() != loaded[i].constData() && now[i] != loaded[i])
+            return false;
+    return true;
+}
+
 } // namespace
 
 EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
@@ -64,12 +79,27 @@ EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
     m_caption->setObjectName(QStringLiteral("byteCount"));
     layout->addWidget(m_caption);
 
-    m_editor = new QPlainTextEdit(this);
+    m_editor = new detail::EditorView(this);
     m_editor->setObjectName(QStringLiteral("textEditor"));
+    m_editor->setAccessibleName(QStringLiteral("Text"));
     m_editor->setFont(QFontDatabase::systemFont(QFontDatabase::FixedFont));
-    m_editor->setLineWrapMode(QPlainTextEdit::NoWrap);
     m_editor->setEnabled(false);
     layout->addWidget(m_editor, 1);
+
+    m_findBar = new detail::FindBar(m_editor, this);
+    layout->addWidget(m_findBar);
+
+    m_goToBar = new QWidget(this);
+    auto *goTo = new QHBoxLayout(m_goToBar);
+    goTo->setContentsMargins(0, 0, 0, 0);
+    goTo->addWidget(new QLabel(QStringLiteral("Go to line"), m_goToBar));
+    m_goToField = new QLineEdit(m_goToBar);
+    m_goToField->setObjectName(QStringLiteral("goToLineField"));
+    m_goToField->setValidator(new QIntValidator(1, INT_MAX, m_goToField));
+    goTo->addWidget(m_goToField, 1);
+    m_goToBar->hide();
+    m_goToField->installEventFilter(this);
+    layout->addWidget(m_goToBar);
 
     m_statusLabel = new QLabel(m_status, this);
     m_statusLabel->setObjectName(QStringLiteral("statusLabel"));
@@ -97,7 +127,9 @@ EditorSheet::EditorSheet(Path url, Actions actions, QWidget *parent)
     });
     connect(closeButton, &QPushButton::clicked, this, &EditorSheet::close);
     connect(m_saveButton, &QPushButton::clicked, this, &EditorSheet::save);
-    connect(m_editor->document(), &QTextDocument::contentsChange, this, &EditorSheet::textEdited);
+    connect(&m_editor->buffer(), &detail::TextBuffer::changed, this, &EditorSheet::textChanged);
+    connect(&m_editor->buffer(), &detail::TextBuffer::edited, this, &EditorSheet::textEdited);
+    connect(m_goToField, &QLineEdit::returnPressed, this, &EditorSheet::goToLine);
     m_editor->installEventFilter(this);
     setFocusProxy(m_editor);
     updateView();
@@ -125,42 +157,36 @@ QString EditorSheet::byteCount() const
 
 QString EditorSheet::text() const
 {
-    return m_lines ? m_lines->taken(detail::EditorText::contents(m_editor)) : QString();
+    return m_lines ? m_lines->taken(m_editor->buffer().text()) : QString();
 }
 
 EditorSheet::Loaded EditorSheet::load(const Path &url)
 {
-    Loaded result{TextDocument::load(url), std::nullopt, QString(), TextDocument::expectedSave(url)};
-    result.lines = detail::EditorText::forText(result.document.text);
-    if (result.lines)
-        result.shown = result.lines->shown(result.document.text);
-    return result;
+    TextDocument document = TextDocument::load(url);
+    const detail::EditorText lines = detail::EditorText::forText(document.text);
+    QString shown = lines.shown(document.text);
+    std::vector<QString> shownLines = detail::TextBuffer::viewLines(shown);
+    const QString name = displayName(url);
+    const QMimeType type = QMimeDatabase().mimeTypeForFileNameAndData(name, document.original.left(4096));
+    const detail::Syntax syntax = detail::syntaxFor(QStringList{type.name()} + type.allAncestors(), name);
+    return {std::move(document),   lines,  std::move(shown),
+            std::move(shownLines), syntax, TextDocument::expectedSave(url)};
 }
 
 void EditorSheet::loaded(Loaded result)
 {
-    if (result.lines) {
-        m_filling = true;
-        detail::EditorText::fill(m_editor, result.shown);
-        m_filling = false;
-    }
-    // forText refused every character the editor would not give back as it
-    // was put in, so the editor holds the shown text. Reading 8 MiB back to
-    // compare would add some 20 ms to the opening; the length is checked.
-    if (!result.lines || m_editor->document()->characterCount() - 1 != result.shown.size()) {
-        m_editor->clear();
-        setStatus(
-            QStringLiteral("This file holds line or paragraph separators the editor cannot keep. Open it "
-                           "in its associated application."));
-        updateView();
-        return;
-    }
     m_lines = result.lines;
-    m_loadedShown = std::move(result.shown);
-    m_shown = m_loadedShown;
+    m_editor->setPasteFilter([lines = result.lines](const QString &text) { return lines.pasted(text); });
+    m_editor->buffer().setLines(std::move(result.shownLines), std::move(result.shown));
+    m_loadedLines = m_editor->buffer().lines();
     m_bytes = result.document.original.size();
     m_document = std::move(result.document);
     m_dirty = false;
+    m_syntax = result.syntax;
+    if (m_syntax != detail::Syntax::none) {
+        m_highlighting = new detail::SyntaxHighlighting(m_syntax, m_editor->buffer(), this);
+        m_editor->setHighlighting(m_highlighting);
+    }
     // Said before the first save where it is known already, so the user is not surprised by it afterwards.
     const QString reason = inPlaceReason(result.expected);
     m_toldInPlace = !reason.isEmpty();
@@ -169,31 +195,51 @@ void EditorSheet::loaded(Loaded result)
     m_editor->setFocus();
 }
 
-void EditorSheet::textEdited(int position, int removed, int added)
+void EditorSheet::textChanged(const detail::TextChange &change)
 {
-    if (m_filling || !m_lines)
-        return;
-    const qsizetype length = m_editor->document()->characterCount() - 1; // without the final block's end
-    position = std::min<int>(position, int(m_shown.size()));
-    removed = std::min<int>(removed, int(m_shown.size()) - position);
-    added = std::min<int>(added, int(length) - position);
-    QTextCursor cursor(m_editor->document());
-    cursor.setPosition(position);
-    cursor.setPosition(position + added, QTextCursor::KeepAnchor);
-    const QString inserted = cursor.selectedText().replace(QChar::ParagraphSeparator, QLatin1Char('\n'));
-    m_bytes += m_lines->utf8Bytes(inserted) - m_lines->utf8Bytes(QStringView(m_shown).mid(position, removed));
-    m_shown.replace(position, removed, inserted);
-    if (m_shown.size() != length)
-        resynchronise(); // a change reported in a way not followed above: count it afresh
-    // Equal lengths first: most keys change the length, and then no content is compared.
-    m_dirty = m_shown.size() != m_loadedShown.size() || m_shown != m_loadedShown;
+    if (m_lines)
+        m_bytes += m_lines->utf8Bytes(change.inserted) - m_lines->utf8Bytes(change.removed);
+}
+
+void EditorSheet::textEdited()
+{
+    m_dirty = !sameLines(m_editor->buffer().lines(), m_loadedLines);
     updateView();
 }
 
-void EditorSheet::resynchronise()
+void EditorSheet::openFindBar()
 {
-    m_shown = detail::EditorText::contents(m_editor);
-    m_bytes = m_lines->utf8Bytes(m_shown);
+    if (!m_document)
+        return;
+    m_goToBar->hide();
+    m_findBar->open();
+}
+
+void EditorSheet::openGoToLine()
+{
+    if (!m_document)
+        return;
+    m_findBar->hide();
+    m_goToField->clear();
+    m_goToField->setPlaceholderText(QStringLiteral("1\u2013%1").arg(m_editor->buffer().lineCount()));
+    m_goToBar->show();
+    m_goToField->setFocus(Qt::ShortcutFocusReason);
+}
+
+void EditorSheet::goToLine()
+{
+    const qsizetype line =
+        std::clamp<qsizetype>(m_goToField->text().toLongLong(), 1, m_editor->buffer().lineCount());
+    m_goToBar->hide();
+    m_editor->setCursorPosition({line - 1, 0});
+    m_editor->ensureCursorVisible(true);
+    m_editor->setFocus(Qt::OtherFocusReason);
+}
+
+void EditorSheet::applyTheme()
+{
+    const CommanderThemeColours palette = colours(CommanderThemeKey::value(this));
+    m_editor->setSyntaxColours(detail::syntaxColours(palette), QColor(textColours(palette).secondary));
 }
 
 void EditorSheet::save()
@@ -202,6 +248,7 @@ void EditorSheet::save()
         return;
     TextDocument copy = *m_document;
     copy.text = text();
+    m_savingLines = m_editor->buffer().lines();
     setSaving(true);
     runInBackground(
         this,
@@ -221,8 +268,8 @@ void EditorSheet::save()
 void EditorSheet::saved(TextDocument document, TextDocument::SaveMethod method)
 {
     m_document = std::move(document);
-    m_loadedShown = m_lines->shown(m_document->text);
-    m_dirty = m_shown != m_loadedShown;
+    m_loadedLines = std::exchange(m_savingLines, {});
+    m_dirty = !sameLines(m_editor->buffer().lines(), m_loadedLines);
     const QString reason = inPlaceReason(method);
     const bool tell = !reason.isEmpty() && !m_toldInPlace;
     m_toldInPlace = m_toldInPlace || tell;
@@ -232,7 +279,7 @@ void EditorSheet::saved(TextDocument document, TextDocument::SaveMethod method)
 
 void EditorSheet::failed(const std::exception_ptr &error)
 {
-    setStatus(userFacingDescription(error));
+    setStatus(errorDescription(error));
     updateView();
 }
 
@@ -279,9 +326,24 @@ void EditorSheet::keyPressEvent(QKeyEvent *event)
         close();
         return;
     }
-    // Ctrl+S reaches here from the text editor, which leaves it alone.
-    if (event->key() == Qt::Key_S && event->modifiers() == Qt::ControlModifier) {
-        save();
+    // Ctrl+S, F and G reach here from the text and the bars, which leave them alone.
+    if (event->modifiers() == Qt::ControlModifier) {
+        switch (event->key()) {
+        case Qt::Key_S:
+            save();
+            return;
+        case Qt::Key_F:
+            openFindBar();
+            return;
+        case Qt::Key_G:
+            openGoToLine();
+            return;
+        default:
+            break;
+        }
+    }
+    if (event->key() == Qt::Key_F3 && !m_findBar->query().pattern.isEmpty()) {
+        m_findBar->findNext(event->modifiers() & Qt::ShiftModifier);
         return;
     }
     // The sheet covers the window, so quitting from here goes to the quit guard too.
@@ -297,6 +359,7 @@ void EditorSheet::keyPressEvent(QKeyEvent *event)
 void EditorSheet::showEvent(QShowEvent *event)
 {
     QWidget::showEvent(event);
+    applyTheme();
     // The frame's own close (its title bar, the window system) must not drop unsaved edits either.
     if (!m_frame && window() != this) {
         m_frame = window();
@@ -315,6 +378,12 @@ void EditorSheet::hideEvent(QHideEvent *event)
 
 bool EditorSheet::eventFilter(QObject *watched, QEvent *event)
 {
+    if (watched == m_goToField && event->type() == QEvent::KeyPress &&
+        static_cast<QKeyEvent *>(event)->key() == Qt::Key_Escape) {
+        m_goToBar->hide();
+        m_editor->setFocus(Qt::OtherFocusReason);
+        return true;
+    }
     if (watched == m_frame && event->type() == QEvent::Close && (dirty() || m_saving)) {
         event->ignore();
         close();
@@ -376,11 +445,7 @@ void EditorSheet::updateView()
     // Read-only rather than disabled while a save runs: a disabled editor
     // would hand the keyboard to the next button, where typing is lost.
     m_editor->setEnabled(m_document.has_value());
-    if (m_editor->isReadOnly() != m_saving) {
-        m_editor->setReadOnly(m_saving);
-        if (m_saving) // keeps the text cursor drawn where typing goes on
-            m_editor->setTextInteractionFlags(Qt::TextSelectableByMouse | Qt::TextSelectableByKeyboard);
-    }
+    m_editor->setReadOnly(m_saving);
     m_saveButton->setEnabled(dirty() && !m_saving);
     updateUnsaved();
 }

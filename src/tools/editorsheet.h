@@ -2,6 +2,8 @@
 
 #include "services/textdocument.h"
 #include "tools/detail/editortext.h"
+#include "tools/detail/syntaxrules.h"
+#include "tools/detail/textbuffer.h"
 
 #include <QMessageBox>
 #include <QPointer>
@@ -16,14 +18,22 @@
 
 class QKeyEvent;
 class QLabel;
-class QPlainTextEdit;
+class QLineEdit;
 class QPushButton;
 
 namespace quillorn {
 
+namespace detail {
+class EditorView;
+class FindBar;
+class SyntaxHighlighting;
+} // namespace detail
+
 // The built-in editor for one UTF-8 text file: loads it in the background,
 // saves with the document's change check, and never closes over unsaved edits
-// without the user's word ("Discard unsaved changes?"). Whether edits are
+// without the user's word ("Discard unsaved changes?"). Ctrl+F finds and
+// replaces, Ctrl+G goes to a line; the text is coloured by the syntax its MIME
+// type names, in the theme's colours. Whether edits are
 // unsaved, or a save runs, is published through `unsavedChanged` from one place
 // (updateUnsaved), so the quit guard can refuse to quit meanwhile; when the
 // sheet goes it publishes false. A load or save runs to its end even when the
@@ -53,6 +63,7 @@ public:
     QString byteCount() const;
     // The text as it would be saved.
     QString text() const;
+    detail::Syntax syntax() const { return m_syntax; }
 
     void save();
     // Closes, or asks first when edits are unsaved.
@@ -60,6 +71,9 @@ public:
     QMessageBox *discardConfirmation() const { return m_confirmation; }
 
     static inline const QString loadingStatus = QStringLiteral("Loading\u2026");
+
+    void openFindBar();
+    void openGoToLine();
 
 protected:
     void keyPressEvent(QKeyEvent *event) override;
@@ -70,11 +84,13 @@ protected:
 private:
     // A document as loaded in the background, with how the editor shows it:
     // none of the work on its 8 MiB of text is left for the interface thread
-    // but filling the editor.
+    // but handing the lines to the editor.
     struct Loaded {
         TextDocument document;
-        std::optional<detail::EditorText> lines;
+        detail::EditorText lines;
         QString shown;
+        std::vector<QString> shownLines; // views of `shown`
+        detail::Syntax syntax = detail::Syntax::none;
         TextDocument::SaveMethod expected = TextDocument::SaveMethod::replaced;
     };
     static Loaded load(const Path &url);
@@ -82,8 +98,10 @@ private:
     void loaded(Loaded loaded);
     void saved(TextDocument document, TextDocument::SaveMethod method);
     void failed(const std::exception_ptr &error);
-    void textEdited(int position, int removed, int added);
-    void resynchronise();
+    void textChanged(const detail::TextChange &change);
+    void textEdited();
+    void goToLine();
+    void applyTheme();
     void setStatus(const QString &status);
     void setSaving(bool saving);
     void updateUnsaved();
@@ -96,12 +114,14 @@ private:
     Actions m_actions;
     std::optional<TextDocument> m_document;
     std::optional<detail::EditorText> m_lines;
-    QString m_shown;       // the editor's text, kept in step with each change
-    QString m_loadedShown; // the document's text as the editor shows it
+    // The document's text as the editor's lines: sharing their unchanged
+    // lines, so telling whether the text differs looks at the changed ones only.
+    std::vector<QString> m_loadedLines;
+    std::vector<QString> m_savingLines; // the lines a running save writes
+    detail::Syntax m_syntax = detail::Syntax::none;
     qsizetype m_bytes = 0;
     bool m_dirty = false;
     bool m_saving = false;
-    bool m_filling = false;
     bool m_published = false;
     bool m_toldInPlace = false; // why saves are not atomic was said
     // Typed into the text while a save runs, for the text to take afterwards.
@@ -110,7 +130,11 @@ private:
 
     QLabel *m_title = nullptr;
     QLabel *m_caption = nullptr;
-    QPlainTextEdit *m_editor = nullptr;
+    detail::EditorView *m_editor = nullptr;
+    detail::FindBar *m_findBar = nullptr;
+    detail::SyntaxHighlighting *m_highlighting = nullptr;
+    QWidget *m_goToBar = nullptr;
+    QLineEdit *m_goToField = nullptr;
     QLabel *m_statusLabel = nullptr;
     QPushButton *m_saveButton = nullptr;
     QPointer<QMessageBox> m_confirmation;

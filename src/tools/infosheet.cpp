@@ -109,7 +109,7 @@ void InfoSheet::load()
     try {
         attributes = ItemAttributes::read(m_url);
     } catch (const std::exception &error) {
-        setStatus(userFacingDescription(error));
+        setStatus(errorDescription(error));
         return;
     }
     m_permissions->setText(octal(attributes.permissions & 0777, 3));
@@ -131,7 +131,7 @@ void InfoSheet::applyPermissions()
             throw CommanderError("Cannot change symbolic link permissions.");
         quillorn::setPermissions(m_url, *value);
     } catch (const std::exception &error) {
-        setStatus(userFacingDescription(error));
+        setStatus(errorDescription(error));
         return;
     }
     setStatus(QStringLiteral("Permissions updated for this item only."));

@@ -4,13 +4,14 @@
 #include "app/quitguard.h"
 #include "tools/archivesheet.h"
 #include "tools/connectsheet.h"
+#include "tools/detail/editorview.h"
 #include "tools/editorsheet.h"
 
 #include "platform/desktop/standarddesktopservices.h"
 
+#include <QCheckBox>
 #include <QListView>
 #include <QMessageBox>
-#include <QPlainTextEdit>
 #include <QStyleOptionButton>
 #include <QTimer>
 
@@ -101,7 +102,7 @@ private Q_SLOTS:
         new QuitGuard(m_f.view.get());
         auto *sheet = openFromLeft<EditorSheet>("b.txt", Qt::Key_F4);
         QVERIFY(sheet);
-        auto *editor = sheet->findChild<QPlainTextEdit *>("textEditor");
+        auto *editor = sheet->findChild<detail::EditorView *>("textEditor");
         auto *save = sheet->findChild<QPushButton *>("saveButton");
         QTRY_VERIFY(editor->isEnabled());
         QCOMPARE(sheet->status(), displayText(*m_f.tree / "Left/b.txt"));
@@ -167,10 +168,148 @@ private Q_SLOTS:
         QTRY_COMPARE(sheet->status(),
                      "The editor supports regular UTF-8 files up to 8 MB. Open other files in "
                      "their associated application.");
-        QVERIFY(!sheet->findChild<QPlainTextEdit *>("textEditor")->isEnabled());
+        QVERIFY(!sheet->findChild<detail::EditorView *>("textEditor")->isEnabled());
         QVERIFY(!sheet->findChild<QPushButton *>("saveButton")->isEnabled());
         QTest::keyClick(sheet->findChild<QPushButton *>("closeButton"), Qt::Key_Escape);
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+    }
+
+    // Every kind of text the editor takes is given back byte for byte, also
+    // the characters a text widget would change (U+2029, U+FDD0, U+FDD1, a
+    // lone CR, "␍" beside one): opened, typed at, saved, compared.
+    void editorGivesBackEveryShapeOfTextByteForByte_data()
+    {
+        QTest::addColumn<QByteArray>("bytes");
+        QByteArray lines;
+        for (int i = 0; i < 3000; ++i)
+            lines += QByteArray::number(i).rightJustified(63, '-') + '\n';
+        QByteArray minified;
+        while (minified.size() < 300'000)
+            minified += "{\"t\":\"caf\xc3\xa9\",\"i\":[1,2]},";
+        QTest::newRow("one line of 300,000 bytes") << minified;
+        QTest::newRow("one line at the limit") << QByteArray(0x800000, 'a');
+        QTest::newRow("lines of 64 bytes") << lines;
+        QTest::newRow("a long line among short ones")
+            << lines.left(64'000) + minified + '\n' + lines.left(640);
+        QTest::newRow("CR LF lines") << QByteArray(lines).replace("\n", "\r\n");
+        QTest::newRow("CR lines") << QByteArray(lines).replace('\n', '\r');
+        QTest::newRow("scripts and emoji")
+            << QByteArray("na\xc3\xafve \xce\xb5\xce\xbb \xd1\x80\xd1\x83 \xe4\xb8\xad\xe6\x96\x87 "
+                          "\xd8\xa7\xd9\x84 \xf0\x9f\x91\xa9\xe2\x80\x8d\xf0\x9f\x92\xbb e\xcc\x81\n")
+                   .repeated(500);
+        QTest::newRow("separators and noncharacters") << QByteArray("a\xe2\x80\xa9"
+                                                                    "b\xe2\x80\xa8"
+                                                                    "c\xef\xb7\x90"
+                                                                    "d\xef\xb7\x91"
+                                                                    "e\n");
+        QTest::newRow("lone CRs beside the CR mark") << QByteArray("a\rb\xe2\x90\x8d\rc\r\nd\n\x01\x7f");
+    }
+
+    void editorGivesBackEveryShapeOfTextByteForByte()
+    {
+        QFETCH(QByteArray, bytes);
+        m_f.tree->file("Left/shape.txt", bytes.toStdString());
+        auto *sheet = openFromLeft<EditorSheet>("shape.txt", Qt::Key_F4);
+        QVERIFY(sheet);
+        auto *editor = sheet->findChild<detail::EditorView *>("textEditor");
+        QTRY_VERIFY(editor->isEnabled());
+        QVERIFY(sheet->text().toUtf8() == bytes);
+        QCOMPARE(label(sheet, "byteCount"), QStringLiteral("UTF-8 \u00b7 %1 bytes").arg(bytes.size()));
+        QTest::keyClick(editor, Qt::Key_End, Qt::ControlModifier);
+        type(editor, QStringLiteral("\u00e9"));
+        QCOMPARE(label(sheet, "byteCount"), QStringLiteral("UTF-8 \u00b7 %1 bytes").arg(bytes.size() + 2));
+        QTest::keyClick(editor, Qt::Key_S, Qt::ControlModifier);
+        QTRY_COMPARE(sheet->status(), "Saved");
+        QVERIFY(QByteArray::fromStdString(TestTree::read(*m_f.tree / "Left/shape.txt")) ==
+                bytes + "\xc3\xa9");
+        QTest::keyClick(editor, Qt::Key_Escape);
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+    }
+
+    // Ctrl+F and Ctrl+G open their bars with the keyboard in their fields;
+    // Escape gives it back to the text at the match or line; Ctrl+S then
+    // typing still goes to the text. Searching ignores case in any script.
+    void editorFindsReplacesAndGoesToLinesFromTheKeyboard()
+    {
+        m_f.tree->file("Left/notes.txt", "\xc3\x89"
+                                         "cole et \xc3\xa9"
+                                         "cole\n\xce\xa3\xce\xbf\xcf\x86\xce\xaf\xce\xb1\n"
+                                         "les \xc3\xa9"
+                                         "coles\n");
+        auto *sheet = openFromLeft<EditorSheet>("notes.txt", Qt::Key_F4);
+        QVERIFY(sheet);
+        auto *editor = sheet->findChild<detail::EditorView *>("textEditor");
+        QTRY_COMPARE(QApplication::focusWidget(), editor);
+        const auto focus = [] { return QApplication::focusWidget(); };
+
+        QTest::keyClick(focus(), Qt::Key_F, Qt::ControlModifier);
+        auto *find = sheet->findChild<QLineEdit *>("findField");
+        QCOMPARE(focus(), find);
+        type(find, QStringLiteral("\u00c9COLE"));
+        QCOMPARE(editor->selection(), (detail::TextRange{{0, 0}, {0, 5}})); // as typed, from the cursor
+        QTest::keyClick(find, Qt::Key_Return);
+        QCOMPARE(editor->selection(), (detail::TextRange{{0, 9}, {0, 14}}));
+        QTest::keyClick(find, Qt::Key_Return);
+        QCOMPARE(editor->selection(), (detail::TextRange{{2, 4}, {2, 9}}));
+        QTest::keyClick(find, Qt::Key_Return, Qt::ShiftModifier);
+        QCOMPARE(editor->selection(), (detail::TextRange{{0, 9}, {0, 14}}));
+        sheet->findChild<QCheckBox *>("wholeWordsBox")->click();
+        type(sheet->findChild<QLineEdit *>("replaceField"), QStringLiteral("\u00e9tude"));
+        sheet->findChild<QPushButton *>("replaceAllButton")->click();
+        QCOMPARE(label(sheet, "findState"), "Replaced 2 matches");
+        QCOMPARE(sheet->text(), QStringLiteral("\u00e9tude et \u00e9tude\n\u03a3\u03bf\u03c6\u03af\u03b1\n"
+                                               "les \u00e9coles\n"));
+        QTest::keyClick(focus(), Qt::Key_Escape);
+        QCOMPARE(focus(), editor);
+        QTest::keyClick(focus(), Qt::Key_Z, Qt::ControlModifier); // all replacements are one step
+        QCOMPARE(sheet->text(), QStringLiteral("\u00c9cole et \u00e9cole\n\u03a3\u03bf\u03c6\u03af\u03b1\n"
+                                               "les \u00e9coles\n"));
+
+        QTest::keyClick(focus(), Qt::Key_F, Qt::ControlModifier);
+        QCOMPARE(focus(), find);
+        // An option changed searches again from the cursor, which undo left after the first line.
+        sheet->findChild<QCheckBox *>("wholeWordsBox")->click();
+        QTest::keyClick(find, Qt::Key_Escape);
+        QCOMPARE(focus(), editor);
+        QVERIFY(!sheet->findChild<QWidget *>("findBar")->isVisible());
+        QCOMPARE(editor->selection(), (detail::TextRange{{2, 4}, {2, 9}}));
+
+        type(focus(), QStringLiteral("X"));
+        QTest::keyClick(focus(), Qt::Key_S, Qt::ControlModifier);
+        type(focus(), QStringLiteral("Y"));
+        QCOMPARE(focus(), editor);
+        QTRY_VERIFY(!sheet->saving());
+        QCOMPARE(editor->buffer().line(2), QStringLiteral("les XYs"));
+        QCOMPARE(TestTree::read(*m_f.tree / "Left/notes.txt"),
+                 "\xc3\x89"
+                 "cole et \xc3\xa9"
+                 "cole\n\xce\xa3\xce\xbf\xcf\x86\xce\xaf\xce\xb1\nles Xs\n");
+
+        QTest::keyClick(focus(), Qt::Key_G, Qt::ControlModifier);
+        auto *line = sheet->findChild<QLineEdit *>("goToLineField");
+        QCOMPARE(focus(), line);
+        QTest::keyClicks(line, "3");
+        QTest::keyClick(line, Qt::Key_Return);
+        QCOMPARE(focus(), editor);
+        QCOMPARE(editor->cursorPosition(), (detail::TextPosition{2, 0}));
+        QTest::keyClick(focus(), Qt::Key_G, Qt::ControlModifier);
+        QTest::keyClick(focus(), Qt::Key_Escape);
+        QCOMPARE(focus(), editor);
+        QVERIFY(m_f.view->toolHost()->sheet()); // Escape closed the bar, not the sheet
+    }
+
+    // The sheet shows a platform error as its description alone, like the info and compare sheets.
+    void editorSaysWhyASaveFailedInThePlatformsWords()
+    {
+        auto *sheet = openFromLeft<EditorSheet>("c.txt", Qt::Key_F4);
+        QVERIFY(sheet);
+        auto *editor = sheet->findChild<detail::EditorView *>("textEditor");
+        QTRY_VERIFY(editor->isEnabled());
+        std::filesystem::remove(*m_f.tree / "Left/c.txt");
+        type(editor, QStringLiteral("y"));
+        QTest::keyClick(editor, Qt::Key_S, Qt::ControlModifier);
+        QTRY_COMPARE(sheet->status(), "No such file or directory");
+        QVERIFY(sheet->dirty() && !std::filesystem::exists(*m_f.tree / "Left/c.txt"));
     }
 
     void archiveActionsFromTheKeyboardLeaveTheFocusOnTheirButton()
@@ -214,7 +353,7 @@ private Q_SLOTS:
         new QuitGuard(m_f.view.get());
         auto *sheet = openFromLeft<EditorSheet>("b.txt", Qt::Key_F4);
         QVERIFY(sheet);
-        auto *editor = sheet->findChild<QPlainTextEdit *>("textEditor");
+        auto *editor = sheet->findChild<detail::EditorView *>("textEditor");
         QTRY_COMPARE(QApplication::focusWidget(), editor);
         const auto typeHere = [](const char *text) { QTest::keyClicks(QApplication::focusWidget(), text); };
 
@@ -301,7 +440,7 @@ private Q_SLOTS:
         fs::create_hard_link(*m_f.tree / "Left/c.txt", link);
         auto *sheet = openFromLeft<EditorSheet>("c.txt", Qt::Key_F4);
         QVERIFY(sheet);
-        auto *editor = sheet->findChild<QPlainTextEdit *>("textEditor");
+        auto *editor = sheet->findChild<detail::EditorView *>("textEditor");
         QTRY_VERIFY(editor->isEnabled());
         QCOMPARE(sheet->status(),
                  displayText(*m_f.tree / "Left/c.txt") +

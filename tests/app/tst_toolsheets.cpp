@@ -169,8 +169,7 @@ private Q_SLOTS:
         m_f.left().navigate(*m_f.tree / "Right/Archive");
         WindowFixture::waitListed(m_f.left());
         auto *sheet = openCompare();
-        QTRY_COMPARE(label(sheet, "statusLabel"),
-                     displayText(*m_f.tree / "Right/locked") + ": Permission denied");
+        QTRY_COMPARE(label(sheet, "statusLabel"), "Permission denied");
         QVERIFY(sheet->findChild<QPlainTextEdit *>("rowList")->toPlainText().isEmpty());
     }
 
@@ -210,7 +209,7 @@ private Q_SLOTS:
         std::filesystem::remove(file);
         field->setText("644");
         sheet->applyPermissions();
-        QCOMPARE(label(sheet, "statusLabel"), displayText(file) + ": No such file or directory");
+        QCOMPARE(label(sheet, "statusLabel"), "No such file or directory"); // the path is on the sheet
         QTest::keyClick(m_f.view->toolHost()->sheet(), Qt::Key_Escape);
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
     }
@@ -260,7 +259,7 @@ private Q_SLOTS:
             QSKIP(nobody.skipReason.c_str());
         sheet->setPermissions("600");
         sheet->applyPermissions();
-        QCOMPARE(sheet->status(), displayText(*m_f.tree / "Left/theirs") + ": Operation not permitted");
+        QCOMPARE(sheet->status(), "Operation not permitted");
     }
 
     void multiRenameShowsConflictsThenRenamesOnDiskAndGivesThePaneTheKeyboard()

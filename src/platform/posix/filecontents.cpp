@@ -1,6 +1,7 @@
 #include "platform/posix/filecontents.h"
 
 #include "platform/posix/filedescriptor.h"
+#include "platform/posix/hugepages.h"
 #include "platform/posix/metadata.h"
 #include "platform/posix/posixerror.h"
 #include "platform/posix/privatefolder.h"
@@ -39,7 +40,10 @@ bool untouched(const struct stat &before, const struct stat &now)
 // Up to `limit` + 1 bytes, so that a file that grew past the limit shows it.
 std::string readAll(int descriptor, std::size_t expected, std::size_t limit, const Path &shown)
 {
-    std::string bytes(std::min(expected, limit) + 1, '\0');
+    std::string bytes;
+    bytes.reserve(std::min(expected, limit) + 1);
+    adviseHugePages(bytes.data(), bytes.capacity());
+    bytes.resize(std::min(expected, limit) + 1);
     std::size_t filled = 0;
     for (;;) {
         if (filled == bytes.size()) {

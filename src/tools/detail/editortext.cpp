@@ -1,38 +1,18 @@
 #include "tools/detail/editortext.h"
 
-#include <QPlainTextEdit>
-#include <QTextCursor>
-#include <QTextDocument>
-
 namespace quillorn::detail {
 
-namespace {
-
-constexpr QChar carriageReturnSymbol(0x240d);
-
-// Besides the carriage return, the only characters a QTextDocument does not
-// give back as they were put in: each ends a block and comes back as a line feed.
-bool holdsBlockBreaks(const QString &text)
+EditorText EditorText::forText(QStringView text)
 {
-    return text.contains(QChar::ParagraphSeparator) || text.contains(QChar(0xfdd0)) ||
-           text.contains(QChar(0xfdd1));
-}
-
-} // namespace
-
-std::optional<EditorText> EditorText::forText(const QString &text)
-{
-    if (holdsBlockBreaks(text))
-        return std::nullopt;
     const qsizetype returns = text.count(QLatin1Char('\r'));
     if (returns == 0)
         return EditorText(Lines::plain);
-    const qsizetype pairs = text.count(QLatin1String("\r\n"));
-    if (returns == pairs && text.count(QLatin1Char('\n')) == pairs)
+    const qsizetype feeds = text.count(QLatin1Char('\n'));
+    if (feeds == 0)
+        return EditorText(Lines::cr);
+    if (returns == feeds && text.count(QLatin1String("\r\n")) == feeds)
         return EditorText(Lines::crlf);
-    if (text.contains(carriageReturnSymbol))
-        return std::nullopt;
-    return EditorText(Lines::markedCr);
+    return EditorText(Lines::plain);
 }
 
 QString EditorText::shown(const QString &text) const
@@ -42,8 +22,8 @@ QString EditorText::shown(const QString &text) const
         return text;
     case Lines::crlf:
         return QString(text).remove(QLatin1Char('\r'));
-    case Lines::markedCr:
-        return QString(text).replace(QLatin1Char('\r'), carriageReturnSymbol);
+    case Lines::cr:
+        return QString(text).replace(QLatin1Char('\r'), QLatin1Char('\n'));
     }
     return text;
 }
@@ -55,8 +35,8 @@ QString EditorText::taken(const QString &shown) const
         return shown;
     case Lines::crlf:
         return QString(shown).replace(QLatin1Char('\n'), QLatin1String("\r\n"));
-    case Lines::markedCr:
-        return QString(shown).replace(carriageReturnSymbol, QLatin1Char('\r'));
+    case Lines::cr:
+        return QString(shown).replace(QLatin1Char('\n'), QLatin1Char('\r'));
     }
     return shown;
 }
@@ -72,29 +52,18 @@ qsizetype EditorText::utf8Bytes(QStringView shown) const
             bytes += 2;
         else if (QChar::isHighSurrogate(unit))
             bytes += 4; // with its low surrogate, which counts nothing
-        else if (QChar::isLowSurrogate(unit))
-            continue;
-        else
-            bytes += unit == carriageReturnSymbol && m_lines == Lines::markedCr ? 1 : 3;
+        else if (!QChar::isLowSurrogate(unit))
+            bytes += 3;
     }
     return bytes;
 }
 
-void EditorText::fill(QPlainTextEdit *editor, const QString &shown)
+QString EditorText::pasted(QString text) const
 {
-    // Through the document, not QPlainTextEdit::setPlainText, which then sets
-    // the same character format over the whole text once more: some 50 ms of
-    // an 8 MiB file's opening. Undo stays off while it fills.
-    QTextDocument *document = editor->document();
-    document->setPlainText(shown);
-    document->setModified(false);
-    editor->setTextCursor(QTextCursor(document));
-}
-
-QString EditorText::contents(const QPlainTextEdit *editor)
-{
-    // toRawText, not toPlainText, which turns no-break spaces into spaces.
-    return editor->document()->toRawText().replace(QChar::ParagraphSeparator, QLatin1Char('\n'));
+    text.replace(QLatin1String("\r\n"), QLatin1String("\n"));
+    if (m_lines == Lines::cr)
+        text.replace(QLatin1Char('\r'), QLatin1Char('\n'));
+    return text;
 }
 
 } // namespace quillorn::detail

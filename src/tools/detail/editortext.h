@@ -2,36 +2,29 @@
 
 #include <QString>
 #include <QStringView>
-#include <optional>
-
-class QPlainTextEdit;
 
 namespace quillorn::detail {
 
-// How a document's text is shown in a QPlainTextEdit and taken back byte for
-// byte. The editor keeps line feeds only (it reads CR and CR LF as line
-// breaks), so a file of CR LF lines is shown with line feeds and gets its CRs
-// back, and a file with other carriage returns shows each as ␍ (U+240D).
+// How a document's text is shown in the editor and taken back byte for byte.
+// The editor breaks lines at line feeds only. A file whose every line ends in
+// CR LF, or whose every line ends in a lone CR, is shown with line feeds and
+// gets its own breaks back; in any other file each carriage return stays a
+// character of its line, drawn as a mark. Nothing else is changed, so every
+// text comes back as it went in.
 class EditorText {
 public:
-    // None when the text cannot be shown without loss: it holds ␍ itself next
-    // to a carriage return that needs it, or a character the editor's document
-    // takes as a paragraph or frame break (U+2029, U+FDD0, U+FDD1).
-    static std::optional<EditorText> forText(const QString &text);
+    static EditorText forText(QStringView text);
 
     QString shown(const QString &text) const;
     QString taken(const QString &shown) const;
     // The UTF-8 length of the text that `shown` stands for.
     qsizetype utf8Bytes(QStringView shown) const;
-
-    // Puts `shown` into the editor as one step that cannot be undone, the
-    // cursor at the start.
-    static void fill(QPlainTextEdit *editor, const QString &shown);
-    // What the editor holds, line breaks as line feeds.
-    static QString contents(const QPlainTextEdit *editor);
+    // Pasted text with its line breaks as the editor shows this file's: CR LF
+    // becomes a break everywhere, a lone CR where the file's lines end in one.
+    QString pasted(QString text) const;
 
 private:
-    enum class Lines { plain, crlf, markedCr };
+    enum class Lines { plain, crlf, cr };
     explicit EditorText(Lines lines) : m_lines(lines) {}
     Lines m_lines;
 };
