@@ -155,10 +155,11 @@ ContentMatcher::ContentMatcher(const ContentQuery &query)
                 m_other = i;
         return;
     }
-    uint32_t options = PCRE2_UTF | PCRE2_MATCH_INVALID_UTF | PCRE2_NEVER_BACKSLASH_C;
+    uint32_t options = PCRE2_UTF | PCRE2_MATCH_INVALID_UTF;
     if (!query.matchCase)
         options |= PCRE2_CASELESS;
-    options |= query.regularExpression ? PCRE2_MULTILINE : PCRE2_LITERAL;
+    // \C could match half a character; a literal takes no other options.
+    options |= query.regularExpression ? PCRE2_MULTILINE | PCRE2_NEVER_BACKSLASH_C : PCRE2_LITERAL;
     int error = 0;
     PCRE2_SIZE offset = 0;
     pcre2_code *code = pcre2_compile(reinterpret_cast<PCRE2_SPTR>(text.data()), text.size(), options, &error,
@@ -183,9 +184,9 @@ std::unique_ptr<ContentMatcher::Scratch> ContentMatcher::scratch() const
     return scratch;
 }
 
-std::size_t ContentMatcher::find(std::string_view bytes, Scratch &scratch) const
+std::size_t ContentMatcher::find(std::string_view bytes, bool midLine, Scratch &scratch) const
 {
-    return m_code != nullptr ? findPattern(bytes, scratch) : findBytes(bytes);
+    return m_code != nullptr ? findPattern(bytes, midLine, scratch) : findBytes(bytes);
 }
 
 std::size_t ContentMatcher::findBytes(std::string_view bytes) const
@@ -209,7 +210,7 @@ std::size_t ContentMatcher::findBytes(std::string_view bytes) const
     return npos;
 }
 
-std::size_t ContentMatcher::findPattern(std::string_view bytes, Scratch &scratch) const
+std::size_t ContentMatcher::findPattern(std::string_view bytes, bool midLine, Scratch &scratch) const
 {
     const auto *code = static_cast<const pcre2_code *>(m_code);
     auto *data = static_cast<pcre2_match_data *>(scratch.m_data);
@@ -218,7 +219,7 @@ std::size_t ContentMatcher::findPattern(std::string_view bytes, Scratch &scratch
     std::size_t start = 0;
     while (start <= bytes.size()) {
         // Below zero: no match, or one of PCRE2's limits reached: nothing found here.
-        if (pcre2_match(code, subject, bytes.size(), start, 0, data, nullptr) < 0)
+        if (pcre2_match(code, subject, bytes.size(), start, midLine ? PCRE2_NOTBOL : 0, data, nullptr) < 0)
             return npos;
         const std::size_t begin = found[0];
         const std::size_t end = std::max(found[0], found[1]);
@@ -227,7 +228,9 @@ std::size_t ContentMatcher::findPattern(std::string_view bytes, Scratch &scratch
         // A match across lines counts only where the line it starts on matches alone.
         const std::size_t lineEnd = bytes.find('\n', begin);
         const std::size_t lineStart = begin == 0 ? 0 : bytes.rfind('\n', begin - 1) + 1;
-        if (pcre2_match(code, subject + lineStart, lineEnd - lineStart, begin - lineStart, 0, data, nullptr) >= 0)
+        const uint32_t first = midLine && lineStart == 0 ? PCRE2_NOTBOL : 0;
+        if (pcre2_match(code, subject + lineStart, lineEnd - lineStart, begin - lineStart, first, data, nullptr) >=
+            0)
             return lineStart + found[0];
         start = lineEnd + 1;
     }

@@ -41,8 +41,9 @@ public:
 
     std::unique_ptr<Scratch> scratch() const;
 
-    // Where the first match in `bytes` starts, or npos.
-    std::size_t find(std::string_view bytes, Scratch &scratch) const;
+    // Where the first match in `bytes` starts, or npos. `midLine`: the bytes
+    // start inside a line, so "^" does not match at their start.
+    std::size_t find(std::string_view bytes, bool midLine, Scratch &scratch) const;
 
     // How a file is cut into stretches: a plain byte text can be cut anywhere
     // if the stretches overlap by overlap() bytes; whatever PCRE2 matches is
@@ -55,7 +56,7 @@ public:
 
 private:
     std::size_t findBytes(std::string_view bytes) const;
-    std::size_t findPattern(std::string_view bytes, Scratch &scratch) const;
+    std::size_t findPattern(std::string_view bytes, bool midLine, Scratch &scratch) const;
     bool equalAt(const char *at) const;
 
     // The byte text: folded to lower case where `m_fold` holds 0x20 (an ASCII

@@ -35,6 +35,11 @@ constexpr std::size_t batchesAhead = 64;
 // What a hit shows of its line: a little before the match, more after it.
 constexpr std::size_t lineLead = 40;
 constexpr std::size_t lineShown = 240;
+// Kept from a chunk cut in the middle of a line: plain text overlaps by its own
+// length (and the lead a hit shows), an expression by as much as it may
+// plausibly span within one long line.
+constexpr std::size_t plainKept = 64;
+constexpr std::size_t patternKept = 4096;
 
 QString warning(std::string_view name, int error)
 {
@@ -136,24 +141,29 @@ public:
         if (!m_binaryFiles &&
             std::memchr(m_buffer.data(), 0, std::min(m_filled, ContentSearch::binaryProbe)) != nullptr)
             return std::nullopt;
+        bool midLine = false; // the buffer starts inside a line
         for (;;) {
             m_control.check();
             if (m_filled == 0)
                 return std::nullopt; // no line (left) to search
             std::size_t searched = m_filled;
             if (m_matcher.wholeLines() && !m_end) {
-                // Whole lines only; a line longer than the buffer is searched in pieces.
+                // Whole lines only; a line longer than the buffer is searched in overlapping pieces.
                 const void *newline = ::memrchr(m_buffer.data(), '\n', m_filled);
                 if (newline != nullptr)
                     searched = std::size_t(static_cast<const char *>(newline) - m_buffer.data()) + 1;
             }
-            const std::size_t at = m_matcher.find(std::string_view(m_buffer.data(), searched), *m_scratch);
+            const std::size_t at =
+                m_matcher.find(std::string_view(m_buffer.data(), searched), midLine, *m_scratch);
             if (at != ContentMatcher::npos)
                 return describe(at);
             if (m_end)
                 return std::nullopt;
-            const std::size_t kept = m_matcher.wholeLines() ? m_filled - searched
-                                                            : std::min(m_filled, m_matcher.overlap());
+            // What was searched already is searched again only where a match may have begun in it.
+            std::size_t kept = std::min(m_filled, std::max(m_matcher.overlap(), plainKept));
+            if (m_matcher.wholeLines())
+                kept = searched < m_filled ? m_filled - searched : std::min(m_filled, patternKept);
+            midLine = searched == m_filled;
             std::memmove(m_buffer.data(), m_buffer.data() + m_filled - kept, kept);
             m_base += std::int64_t(m_filled - kept);
             m_filled = kept;
@@ -175,6 +185,7 @@ private:
                 throwPosixError({});
             m_end = got == 0;
             m_filled += std::size_t(got);
+            m_control.add(got);
         }
     }
 
@@ -192,8 +203,9 @@ private:
         while (from < at && (data[from] == ' ' || data[from] == '\t'))
             ++from;
         std::string prefix;
-        if (at - from > lineLead) {
-            from = at - lineLead;
+        // The line began before the buffer, or far before the match.
+        if ((before == nullptr && m_base > 0) || at - from > lineLead) {
+            from = at - std::min(at, lineLead);
             prefix = "…";
         }
         std::size_t to = std::min(lineEnd, from + lineShown);
