@@ -53,7 +53,8 @@ milliseconds() {
 # cpu COMMAND...: user + system seconds of one run.
 cpu() {
     /usr/bin/time -f '%U %S' -o "$BENCH_DIR/quillorn-bench-cpu.$$" "$@" >/dev/null || true
-    awk '{ printf "%.2f", $1 + $2 }' "$BENCH_DIR/quillorn-bench-cpu.$$"
+    # The last line: time puts a line about a non-zero status before it.
+    tail -n 1 "$BENCH_DIR/quillorn-bench-cpu.$$" | awk '{ printf "%.2f", $1 + $2 }'
     rm -f "$BENCH_DIR/quillorn-bench-cpu.$$"
 }
 
@@ -81,9 +82,9 @@ for entry in "${needles[@]}"; do
         rgs+=("$(milliseconds rg -uuu -i -l $rgmode -e "$text" "$tree")")
     done
     hits=$(sed 's/.*hits=\([0-9]*\).*/\1/' <<<"$line")
-    grep_hits=$(grep -rIil $grepmode -e "$text" "$tree" | wc -l)
+    grep_hits=$({ grep -rIil $grepmode -e "$text" "$tree" || true; } | wc -l)
     # shellcheck disable=SC2086
-    rg_hits=$(rg -uuu -i -l $rgmode -e "$text" "$tree" | wc -l)
+    rg_hits=$({ rg -uuu -i -l $rgmode -e "$text" "$tree" || true; } | wc -l)
     o=$(median "${ours[@]}") g=$(median "${greps[@]}") r=$(median "${rgs[@]}")
     # Ours: a warm search and a timed one in one process, so half of it.
     o_cpu=$(awk -v c="$(cpu "$tool" contents "$tree" "$text" 1 "$mode")" 'BEGIN { printf "%.2f", c / 2 }')

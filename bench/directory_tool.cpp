@@ -59,6 +59,7 @@ int search(const fs::path &root, const char *query, int runs)
 
 int contents(const fs::path &root, const char *text, int runs, const std::string &mode)
 {
+    runs = std::max(runs, 1);
     ContentQuery query;
     query.text = QString::fromUtf8(text);
     query.regularExpression = mode.find("regex") != std::string::npos;
@@ -178,8 +179,8 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "directory_tool: %s\n", error.what());
         return 1;
     }
-    std::fprintf(stderr,
-                 "usage: directory_tool search ROOT QUERY RUNS | contents ROOT TEXT RUNS [regex|case|list] | compare LEFT RIGHT | digest FILE... | "
-                 "sizes ROOT RUNS | make-tree ROOT ENTRIES | make-size-tree ROOT ENTRIES\n");
+    std::fprintf(stderr, "usage: directory_tool search ROOT QUERY RUNS | contents ROOT TEXT RUNS "
+                         "[regex|case|list] | compare LEFT RIGHT | digest FILE... | "
+                         "sizes ROOT RUNS | make-tree ROOT ENTRIES | make-size-tree ROOT ENTRIES\n");
     return 2;
 }

@@ -65,8 +65,9 @@ std::string failure(const fs::path &root, const ContentQuery &contents)
 std::map<std::string, std::string> grep(const fs::path &root, const std::string &options,
                                         const std::string &pattern)
 {
-    const std::string output = test::runCommand("cd " + test::shellQuote(root) + " && LC_ALL=C grep -rIn -m1 " +
-                                                options + " -e " + test::shellQuote(pattern) + " .");
+    const std::string output =
+        test::runCommand("cd " + test::shellQuote(root) + " && LC_ALL=C grep -rIn -m1 " + options + " -e " +
+                         test::shellQuote(pattern) + " .");
     std::map<std::string, std::string> hits;
     std::istringstream lines(output);
     for (std::string line; std::getline(lines, line);) {
@@ -144,7 +145,7 @@ TEST(ContentSearch, MatchesAcrossChunkBordersWithTheirLineNumbers)
     tree.file("split", "needle-\nThe-end\n");
     for (const ContentQuery &query :
          {text("été-NEEDLE"), text("Été-needle", true), text("été-ne+dle", false, true)})
-            EXPECT_EQ(hitsOf(search(tree.root(), query))["across"], "1: …" + std::string(40, 'a') + "Été-needle")
+        EXPECT_EQ(hitsOf(search(tree.root(), query))["across"], "1: …" + std::string(40, 'a') + "Été-needle")
             << query.text.toStdString();
     EXPECT_EQ(hitsOf(search(tree.root(), text("Needle ITSELF"))),
               (std::map<std::string, std::string>{{"deep", deepLine + ": the needle itself"}}));
@@ -196,7 +197,8 @@ TEST(ContentSearch, UnreadableFolderAndFileAreWarnings)
         GTEST_SKIP() << nobody.skipReason;
     const SearchReport report = search(tree.root(), text("needle"));
     EXPECT_THAT(hitsOf(report), ElementsAre(std::pair("open/hit"s, "1: x needle"s)));
-    EXPECT_THAT(report.warnings, UnorderedElementsAre("locked: Permission denied", "secret: Permission denied"));
+    EXPECT_THAT(report.warnings,
+                UnorderedElementsAre("locked: Permission denied", "secret: Permission denied"));
 }
 
 TEST(ContentSearch, CancellationStopsTheReadingOfALargeFile)

@@ -133,7 +133,7 @@ int TreeWalk::openFolder(int parentFd, const char *name)
     return ::openat(parentFd, name, folderFlags);
 }
 
-int TreeWalk::openFile(int parentFd, const char *name)
+int TreeWalk::openFile(int parentFd, const char *name, std::int64_t &size)
 {
     const int fd = ::openat(parentFd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
     if (fd < 0)
@@ -146,6 +146,7 @@ int TreeWalk::openFile(int parentFd, const char *name)
         errno = error;
         return -1;
     }
+    size = std::int64_t(status.st_size);
     return fd;
 }
 

@@ -74,9 +74,9 @@ std::size_t scanSse2(const char *data, std::size_t starts, std::size_t &start, c
     for (; start + 16 <= starts; start += 16) {
         const __m128i rare = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + start + probe.rare));
         const __m128i other = _mm_loadu_si128(reinterpret_cast<const __m128i *>(data + start + probe.other));
-        auto bits = unsigned(_mm_movemask_epi8(
-            _mm_and_si128(_mm_cmpeq_epi8(_mm_or_si128(rare, rareFold), rareByte),
-                          _mm_cmpeq_epi8(_mm_or_si128(other, otherFold), otherByte))));
+        auto bits = unsigned(
+            _mm_movemask_epi8(_mm_and_si128(_mm_cmpeq_epi8(_mm_or_si128(rare, rareFold), rareByte),
+                                            _mm_cmpeq_epi8(_mm_or_si128(other, otherFold), otherByte))));
         for (; bits != 0; bits &= bits - 1) {
             const std::size_t at = start + unsigned(__builtin_ctz(bits));
             if (probe.equalAt(data + at))
@@ -86,8 +86,8 @@ std::size_t scanSse2(const char *data, std::size_t starts, std::size_t &start, c
     return ContentMatcher::npos;
 }
 
-__attribute__((target("avx2"))) std::size_t scanAvx2(const char *data, std::size_t starts,
-                                                     std::size_t &start, const Probe &probe)
+__attribute__((target("avx2"))) std::size_t scanAvx2(const char *data, std::size_t starts, std::size_t &start,
+                                                     const Probe &probe)
 {
     const __m256i rareByte = _mm256_set1_epi8(probe.needle[probe.rare]);
     const __m256i rareFold = _mm256_set1_epi8(probe.fold[probe.rare]);
@@ -116,8 +116,9 @@ std::string patternProblem(int code, PCRE2_SIZE offset)
 {
     std::array<PCRE2_UCHAR, 256> message{};
     pcre2_get_error_message(code, message.data(), message.size());
-    return "The regular expression is not valid: " + std::string(reinterpret_cast<const char *>(message.data())) +
-           " (at " + std::to_string(offset) + ").";
+    return "The regular expression is not valid: " +
+           std::string(reinterpret_cast<const char *>(message.data())) + " (at " + std::to_string(offset) +
+           ").";
 }
 
 } // namespace
@@ -229,8 +230,8 @@ std::size_t ContentMatcher::findPattern(std::string_view bytes, bool midLine, Sc
         const std::size_t lineEnd = bytes.find('\n', begin);
         const std::size_t lineStart = begin == 0 ? 0 : bytes.rfind('\n', begin - 1) + 1;
         const uint32_t first = midLine && lineStart == 0 ? PCRE2_NOTBOL : 0;
-        if (pcre2_match(code, subject + lineStart, lineEnd - lineStart, begin - lineStart, first, data, nullptr) >=
-            0)
+        if (pcre2_match(code, subject + lineStart, lineEnd - lineStart, begin - lineStart, first, data,
+                        nullptr) >= 0)
             return lineStart + found[0];
         start = lineEnd + 1;
     }

@@ -131,9 +131,10 @@ public:
 
     // The first matching line of the open file, if any. Throws PosixError
     // (with an empty path) when the file cannot be read.
-    std::optional<Line> firstMatch(int fd)
+    std::optional<Line> firstMatch(int fd, std::int64_t size)
     {
         m_fd = fd;
+        m_size = size;
         m_filled = 0;
         m_base = 0;
         m_end = false;
@@ -178,13 +179,16 @@ private:
     void fill()
     {
         while (m_filled < m_buffer.size() && !m_end) {
-            const ssize_t got = ::read(m_fd, m_buffer.data() + m_filled, m_buffer.size() - m_filled);
+            const std::size_t wanted = m_buffer.size() - m_filled;
+            const ssize_t got = ::read(m_fd, m_buffer.data() + m_filled, wanted);
             if (got < 0 && errno == EINTR)
                 continue;
             if (got < 0)
                 throwPosixError({});
-            m_end = got == 0;
             m_filled += std::size_t(got);
+            // A short read up to the size the file had when opened is its end:
+            // most files are read in one call, without a second one for the end.
+            m_end = got == 0 || (std::size_t(got) < wanted && m_base + std::int64_t(m_filled) >= m_size);
             m_control.add(got);
         }
     }
@@ -227,7 +231,8 @@ private:
     {
         std::int64_t lines = 0;
         for (std::int64_t offset = 0; offset < m_base;) {
-            const auto wanted = std::size_t(std::min<std::int64_t>(m_base - offset, std::int64_t(m_buffer.size())));
+            const auto wanted =
+                std::size_t(std::min<std::int64_t>(m_base - offset, std::int64_t(m_buffer.size())));
             const ssize_t got = ::pread(m_fd, m_buffer.data(), wanted, offset);
             if (got < 0 && errno == EINTR)
                 continue;
@@ -245,6 +250,7 @@ private:
     OperationControl &m_control;
     std::vector<char> m_buffer;
     int m_fd = -1;
+    std::int64_t m_size = 0; // when opened
     std::size_t m_filled = 0;
     std::int64_t m_base = 0; // the file offset of the buffer's first byte
     bool m_end = false;
@@ -301,7 +307,8 @@ TreeWalk::Next Search::entry(const TreeWalk::Entry &entry)
         return TreeWalk::Next::stop;
     if (entry.kind != TreeWalk::Kind::file || (m_names && !m_names->matches(entry.name)))
         return TreeWalk::Next::proceed;
-    const std::string_view folder = entry.relativePath.substr(0, entry.relativePath.size() - entry.name.size());
+    const std::string_view folder =
+        entry.relativePath.substr(0, entry.relativePath.size() - entry.name.size());
     if (!m_batch.files.empty() && (folder != m_batchFolder || m_batch.files.size() == filesPerBatch))
         flush();
     if (m_batch.files.empty()) {
@@ -395,13 +402,14 @@ void Search::readFile(int folder, const Candidate &file, FileReader &reader)
     const char *name = file.relativePath.c_str() + file.nameOffset;
     std::optional<Line> line;
     int error = 0;
-    const int fd = TreeWalk::openFile(folder, name);
+    std::int64_t size = 0;
+    const int fd = TreeWalk::openFile(folder, name, size);
     if (fd < 0) {
         error = errno;
     } else {
         FileDescriptor open(fd);
         try {
-            line = reader.firstMatch(fd);
+            line = reader.firstMatch(fd, size);
         } catch (const PosixError &failure) {
             error = failure.code().value();
         }
@@ -449,8 +457,8 @@ SearchReport Search::assemble()
 
 } // namespace
 
-SearchReport ContentSearch::run(const std::filesystem::path &resolvedRoot, const QString &nameQuery, bool hidden,
-                                const ContentQuery &contents, OperationControl &control)
+SearchReport ContentSearch::run(const std::filesystem::path &resolvedRoot, const QString &nameQuery,
+                                bool hidden, const ContentQuery &contents, OperationControl &control)
 {
     return Search(resolvedRoot, nameQuery, hidden, contents, control).run();
 }
