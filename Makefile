@@ -15,12 +15,13 @@ JOBS        ?= $(shell nproc)
 # when it cannot install them.
 #
 # Running: the toolchain, Qt and the libraries; GIO's headers (libglib2.0-dev)
-# for the applications of a MIME type and "Open with"; rsvg-convert
+# for the applications of a MIME type and "Open with"; PCRE2 (libpcre2-dev) for
+# the regular expressions of the search inside files; rsvg-convert
 # (librsvg2-bin) to render the PNG icons; and at run time xdg-utils (xdg-open,
 # xdg-mime), Qt's Wayland platform, unzip for archives and shared-mime-info, the
 # MIME database the editor picks a file's syntax colouring by.
 RUN_PACKAGES := cmake g++ make pkg-config ninja-build \
-	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev librsvg2-bin \
+	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev libpcre2-dev librsvg2-bin \
 	xdg-utils qt6-wayland unzip shared-mime-info
 
 # Testing: GoogleTest; the X server and tools the window tests drive (xvfb,
@@ -44,8 +45,9 @@ TEST_PACKAGES := libgtest-dev libgmock-dev \
 	at-spi2-core python3-pyatspi python3-dbus python3-gi
 
 # Only `make bench` installs these: the benchmark library, reference programs the
-# benchmarks measure against, rsync and time for the copy benchmark.
-BENCH_PACKAGES := libbenchmark-dev krusader openssl rsync time
+# benchmarks measure against (ripgrep and grep for the search inside files),
+# rsync and time for the copy benchmark.
+BENCH_PACKAGES := libbenchmark-dev krusader openssl rsync time ripgrep grep
 
 # The clang-format release the checked-in .clang-format is written for.
 CLANG_FORMAT_VERSION := $(shell sed -n 's/^\# Laid out for clang-format \([0-9][0-9]*\).*/\1/p' .clang-format)

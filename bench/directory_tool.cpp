@@ -3,6 +3,10 @@
 // what the sheets wait for and not the start-up of the program.
 //
 //   directory_tool search ROOT QUERY RUNS    median and best of RUNS warm searches
+//   directory_tool contents ROOT TEXT RUNS [regex,case,list]
+//                                            the same for a search inside files (hidden
+//                                            items included, as grep -r and rg -uuu read
+//                                            them); list prints the hits' paths instead
 //   directory_tool compare LEFT RIGHT        one comparison
 //   directory_tool digest FILE...            SHA-256 of each file, one after the other
 //   directory_tool sizes ROOT RUNS           median and best of RUNS warm folder size counts
@@ -50,6 +54,33 @@ int search(const fs::path &root, const char *query, int runs)
     std::sort(times.begin(), times.end());
     std::printf("search hits=%zu median_ms=%.2f best_ms=%.2f\n", hits, times[times.size() / 2],
                 times.front());
+    return 0;
+}
+
+int contents(const fs::path &root, const char *text, int runs, const std::string &mode)
+{
+    runs = std::max(runs, 1);
+    ContentQuery query;
+    query.text = QString::fromUtf8(text);
+    query.regularExpression = mode.find("regex") != std::string::npos;
+    query.matchCase = mode.find("case") != std::string::npos;
+    std::vector<double> times;
+    SearchReport report;
+    for (int run = 0; run <= runs; ++run) { // the first run only warms the cache
+        OperationControl control;
+        const auto start = std::chrono::steady_clock::now();
+        report = DirectoryTools::search(root, {}, true, query, control);
+        if (run > 0)
+            times.push_back(secondsSince(start) * 1000);
+    }
+    if (mode.find("list") != std::string::npos) {
+        for (const SearchResult &hit : report.items)
+            std::printf("%s\n", hit.url.c_str());
+        return 0;
+    }
+    std::sort(times.begin(), times.end());
+    std::printf("contents hits=%zu truncated=%d median_ms=%.2f best_ms=%.2f\n", report.items.size(),
+                int(report.truncated), times[times.size() / 2], times.front());
     return 0;
 }
 
@@ -132,6 +163,8 @@ int main(int argc, char **argv)
     try {
         if (command == "search" && argc == 5)
             return search(argv[2], argv[3], std::atoi(argv[4]));
+        if (command == "contents" && (argc == 5 || argc == 6))
+            return contents(argv[2], argv[3], std::atoi(argv[4]), argc == 6 ? argv[5] : "");
         if (command == "compare" && argc == 4)
             return compare(argv[2], argv[3]);
         if (command == "digest" && argc > 2)
@@ -146,8 +179,8 @@ int main(int argc, char **argv)
         std::fprintf(stderr, "directory_tool: %s\n", error.what());
         return 1;
     }
-    std::fprintf(stderr,
-                 "usage: directory_tool search ROOT QUERY RUNS | compare LEFT RIGHT | digest FILE... | "
-                 "sizes ROOT RUNS | make-tree ROOT ENTRIES | make-size-tree ROOT ENTRIES\n");
+    std::fprintf(stderr, "usage: directory_tool search ROOT QUERY RUNS | contents ROOT TEXT RUNS "
+                         "[regex|case|list] | compare LEFT RIGHT | digest FILE... | "
+                         "sizes ROOT RUNS | make-tree ROOT ENTRIES | make-size-tree ROOT ENTRIES\n");
     return 2;
 }

@@ -231,7 +231,7 @@ CommandTable windowCommands(CommanderModel &model, WindowHooks hooks)
     // The tool bar, in its order.
     add({.id = QStringLiteral("search"),
          .text = QStringLiteral("Search"),
-         .help = QStringLiteral("Search names below this folder"),
+         .help = QStringLiteral("Search names or file contents below this folder"),
          .keyText = QStringLiteral("Ctrl+F"),
          .toolBarSymbol = int(ToolbarSymbol::magnifyingGlass),
          .invoke = [&model](const Invocation &) { model.openSearch(); }});

@@ -3,6 +3,7 @@
 #include "operations/commandererror.h"
 #include "operations/operationcontrol.h"
 #include "platform/posix/itemattributes.h"
+#include "services/detail/contentsearch.h"
 #include "services/detail/inventory.h"
 #include "services/detail/pairdigest.h"
 #include "services/detail/searchwalk.h"
@@ -67,6 +68,14 @@ SearchReport DirectoryTools::search(const Path &root, const QString &query, bool
     if (query.trimmed().isEmpty())
         return {};
     return detail::SearchWalk::run(resolvedRoot(root), query, hidden, control);
+}
+
+SearchReport DirectoryTools::search(const Path &root, const QString &query, bool hidden,
+                                    const ContentQuery &contents, OperationControl &control)
+{
+    if (contents.text.isEmpty())
+        return search(root, query, hidden, control);
+    return detail::ContentSearch::run(resolvedRoot(root), query, hidden, contents, control);
 }
 
 std::vector<std::string> DirectoryTools::comparison(const Path &left, const Path &right,

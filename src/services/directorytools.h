@@ -15,7 +15,7 @@ namespace quillorn {
 
 class OperationControl;
 
-// The recursive name search and the recursive folder comparison: stateless,
+// The recursive search (by name, or inside files) and the recursive folder comparison: stateless,
 // synchronous operations meant for a background thread, polling their
 // OperationControl for cancellation. Neither ever follows a symbolic link into
 // another tree; both start from the root with its links resolved, so a root
@@ -36,6 +36,14 @@ public:
     // search this folder." when the root cannot be opened, CancellationError.
     static SearchReport search(const Path &root, const QString &query, bool hidden,
                                OperationControl &control);
+    // With a text in `contents`: the regular files below `root` whose bytes hold
+    // it (and whose names contain `query`, unless that is blank), each with its
+    // first matching line; links are never read. Files are read on all cores,
+    // one chunk per file at a time, and reported in walk order, as the name
+    // search's hits are. A file that cannot be read is a warning too. Throws
+    // CommanderError for an expression that is not valid as well.
+    static SearchReport search(const Path &root, const QString &query, bool hidden,
+                               const ContentQuery &contents, OperationControl &control);
 
     // One row per difference between the two trees, sorted by relative path:
     // "RIGHT ONLY  ", "LEFT ONLY   ", "TYPE DIFF   ", "LINK DIFF   " or

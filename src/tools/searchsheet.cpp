@@ -53,6 +53,23 @@ SearchSheet::SearchSheet(Path root, Navigate navigate, std::function<void()> dis
     row->addWidget(m_cancel);
     layout->addLayout(row);
 
+    auto *contentRow = new QHBoxLayout;
+    m_contents = new QLineEdit(this);
+    m_contents->setObjectName(QStringLiteral("containingField"));
+    m_contents->setPlaceholderText(QStringLiteral("Containing"));
+    m_contents->setAccessibleName(QStringLiteral("Containing"));
+    m_matchCase = new QCheckBox(QStringLiteral("Match case"), this);
+    m_matchCase->setObjectName(QStringLiteral("matchCaseToggle"));
+    m_regularExpression = new QCheckBox(QStringLiteral("Regular expression"), this);
+    m_regularExpression->setObjectName(QStringLiteral("regularExpressionToggle"));
+    m_binaryFiles = new QCheckBox(QStringLiteral("Binary files"), this);
+    m_binaryFiles->setObjectName(QStringLiteral("binaryFilesToggle"));
+    contentRow->addWidget(m_contents, 1);
+    contentRow->addWidget(m_matchCase);
+    contentRow->addWidget(m_regularExpression);
+    contentRow->addWidget(m_binaryFiles);
+    layout->addLayout(contentRow);
+
     m_statusLabel = new QLabel(m_status, this);
     m_statusLabel->setObjectName(QStringLiteral("statusLabel"));
     m_statusLabel->setWordWrap(true);
@@ -75,6 +92,12 @@ SearchSheet::SearchSheet(Path root, Navigate navigate, std::function<void()> dis
                                                      QHeaderView::Stretch);
     m_list->horizontalHeader()->setSectionResizeMode(detail::SearchResultsModel::showFolderColumn,
                                                      QHeaderView::ResizeToContents);
+    // The matching line stands between the path and the button, and only after a search inside files.
+    m_list->horizontalHeader()->setSectionResizeMode(detail::SearchResultsModel::lineColumn,
+                                                     QHeaderView::Stretch);
+    m_list->horizontalHeader()->moveSection(detail::SearchResultsModel::lineColumn,
+                                            detail::SearchResultsModel::showFolderColumn);
+    m_list->setColumnHidden(detail::SearchResultsModel::lineColumn, true);
     auto *delegate = new detail::ShowFolderDelegate(m_list);
     m_list->setItemDelegateForColumn(detail::SearchResultsModel::showFolderColumn, delegate);
     layout->addWidget(m_list, 1);
@@ -87,6 +110,8 @@ SearchSheet::SearchSheet(Path root, Navigate navigate, std::function<void()> dis
 
     connect(m_query, &QLineEdit::textChanged, this, &SearchSheet::updateControls);
     connect(m_query, &QLineEdit::returnPressed, this, &SearchSheet::search);
+    connect(m_contents, &QLineEdit::textChanged, this, &SearchSheet::updateControls);
+    connect(m_contents, &QLineEdit::returnPressed, this, &SearchSheet::search);
     connect(m_search, &QPushButton::clicked, this, &SearchSheet::search);
     connect(m_cancel, &QPushButton::clicked, this, &SearchSheet::cancel);
     connect(closeButton, &QPushButton::clicked, this, &SearchSheet::close);
@@ -119,12 +144,17 @@ void SearchSheet::search()
     m_report = SearchReport();
     m_results->setResults({});
     m_control = std::make_shared<OperationControl>();
+    ContentQuery contents;
+    contents.text = m_contents->text();
+    contents.matchCase = m_matchCase->isChecked();
+    contents.regularExpression = m_regularExpression->isChecked();
+    contents.binaryFiles = m_binaryFiles->isChecked();
+    m_list->setColumnHidden(detail::SearchResultsModel::lineColumn, contents.text.isEmpty());
     updateControls();
     runInBackground(
         this,
-        [root = m_root, query = m_query->text(), hidden = m_hidden->isChecked(), control = m_control] {
-            return DirectoryTools::search(root, query, hidden, *control);
-        },
+        [root = m_root, query = m_query->text(), hidden = m_hidden->isChecked(), contents,
+         control = m_control] { return DirectoryTools::search(root, query, hidden, contents, *control); },
         [this](SearchReport report) { finish(std::move(report)); },
         [this](const std::exception_ptr &error) { fail(error); });
 }
@@ -189,7 +219,7 @@ void SearchSheet::updateControls()
 {
     m_search->setText(m_running ? QStringLiteral("Searching…") : QStringLiteral("Search"));
     // Not trimmed here: a query of spaces may be searched for (and finds nothing).
-    m_search->setEnabled(!m_running && !m_query->text().isEmpty());
+    m_search->setEnabled(!m_running && !(m_query->text().isEmpty() && m_contents->text().isEmpty()));
     m_cancel->setVisible(m_running);
 }
 

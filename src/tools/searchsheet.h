@@ -22,8 +22,9 @@ namespace detail {
 class SearchResultsModel;
 }
 
-// Finds items by name below one folder: runs DirectoryTools::search in the
-// background, one search at a time, lists the hits by relative path and hands
+// Finds items by name below one folder, or files by what they contain: runs
+// DirectoryTools::search in the background, one search at a time, lists the
+// hits by relative path (with the first matching line of a file) and hands
 // a hit to `navigate` for "Show folder" (the host shows its folder in the
 // active pane with the cursor on it and closes the sheet). Every way the sheet
 // goes away cancels a running search.
@@ -75,6 +76,10 @@ private:
 
     QLineEdit *m_query = nullptr;
     QCheckBox *m_hidden = nullptr;
+    QLineEdit *m_contents = nullptr;
+    QCheckBox *m_matchCase = nullptr;
+    QCheckBox *m_regularExpression = nullptr;
+    QCheckBox *m_binaryFiles = nullptr;
     QPushButton *m_search = nullptr;
     QPushButton *m_cancel = nullptr;
     QLabel *m_statusLabel = nullptr;

@@ -85,7 +85,7 @@ private Q_SLOTS:
         QTest::keyClick(query, Qt::Key_Return);
         QTRY_COMPARE(label(sheet, "statusLabel"), "1 matches. ");
         auto *list = sheet->findChild<QTableView *>("resultList");
-        for (int tabs = 0; tabs < 6 && QApplication::focusWidget() != list; ++tabs)
+        for (int tabs = 0; tabs < 10 && QApplication::focusWidget() != list; ++tabs)
             QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
         QCOMPARE(QApplication::focusWidget(), list);
         QTest::keyClick(list, Qt::Key_Down);
@@ -97,6 +97,41 @@ private Q_SLOTS:
         QVERIFY(row > 100);
         auto *pane = m_f.view->leftPane()->listView();
         QTRY_VERIFY(pane->viewport()->rect().contains(pane->visualRect(pane->model()->index(row, 0))));
+    }
+
+    void searchInsideFilesShowsTheLineAndShowFolderPutsTheCursorOnTheFile()
+    {
+        m_f.tree->file("Left/alpha/notes.txt", "first line\n\tthe Quillorn-Needle here\n");
+        m_f.tree->file("Left/alpha/other.txt", "nothing\n");
+        auto *sheet = search();
+        auto *contents = sheet->findChild<QLineEdit *>("containingField");
+        QCOMPARE(contents->placeholderText(), "Containing");
+        QTRY_COMPARE(QApplication::focusWidget(), sheet->findChild<QLineEdit *>("queryField"));
+        for (int tabs = 0; tabs < 4 && QApplication::focusWidget() != contents; ++tabs)
+            QTest::keyClick(QApplication::focusWidget(), Qt::Key_Tab);
+        QCOMPARE(QApplication::focusWidget(), contents);
+        QTest::keyClicks(contents, "quillorn-needle");
+        QVERIFY(sheet->findChild<QPushButton *>("searchButton")->isEnabled());
+        QTest::keyClick(contents, Qt::Key_Return);
+        QTRY_COMPARE(label(sheet, "statusLabel"), "1 matches. ");
+        QCOMPARE(QApplication::focusWidget(), contents);
+        auto *list = sheet->findChild<QTableView *>("resultList");
+        QCOMPARE(list->model()->index(0, 0).data().toString(), "alpha/notes.txt");
+        QCOMPARE(list->model()->index(0, 2).data().toString(), "2: the Quillorn-Needle here");
+        QVERIFY(!list->isColumnHidden(2));
+        // With case, the text must match as typed.
+        sheet->findChild<QCheckBox *>("matchCaseToggle")->setChecked(true);
+        QTest::keyClick(contents, Qt::Key_Return);
+        QTRY_COMPARE(label(sheet, "statusLabel"), "0 matches. ");
+        sheet->findChild<QCheckBox *>("matchCaseToggle")->setChecked(false);
+        QTest::keyClick(contents, Qt::Key_Return);
+        QTRY_COMPARE(label(sheet, "statusLabel"), "1 matches. ");
+        const QRect showFolder = list->visualRect(list->model()->index(0, 1));
+        QVERIFY(showFolder.left() > list->visualRect(list->model()->index(0, 2)).left());
+        QTest::mouseClick(list->viewport(), Qt::LeftButton, {}, showFolder.center());
+        QTRY_COMPARE(m_f.left().cursor(), std::optional(*m_f.tree / "Left/alpha/notes.txt"));
+        QCOMPARE(m_f.left().directory(), *m_f.tree / "Left/alpha");
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
     }
 
     void everyWayOfClosingASearchCancelsIt()

@@ -133,6 +133,23 @@ int TreeWalk::openFolder(int parentFd, const char *name)
     return ::openat(parentFd, name, folderFlags);
 }
 
+int TreeWalk::openFile(int parentFd, const char *name, std::int64_t &size)
+{
+    const int fd = ::openat(parentFd, name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC);
+    if (fd < 0)
+        return -1;
+    struct stat status {};
+    const bool examined = ::fstat(fd, &status) == 0;
+    if (!examined || !S_ISREG(status.st_mode)) {
+        const int error = examined ? ENODEV : errno;
+        ::close(fd);
+        errno = error;
+        return -1;
+    }
+    size = std::int64_t(status.st_size);
+    return fd;
+}
+
 int TreeWalk::openBelow(int rootFd, std::string_view relativePath)
 {
     int fd = ::fcntl(rootFd, F_DUPFD_CLOEXEC, 0);

@@ -85,6 +85,11 @@ public:
     // Opens a folder for walking, relative to an open one, never through a link;
     // -1 with errno set on failure.
     static int openFolder(int parentFd, const char *name);
+    // Opens a file met by the walk for reading, relative to an open folder:
+    // never through a link, never waiting on a FIFO, and only a regular file
+    // (anything else, swapped in since it was listed, gives ELOOP or ENODEV).
+    // Sets `size` to its size when open. -1 with errno set on failure.
+    static int openFile(int parentFd, const char *name, std::int64_t &size);
     // Opens the folder at a relative path below an open folder, one component
     // at a time, so that no component is followed if it is a link.
     static int openBelow(int rootFd, std::string_view relativePath);

@@ -93,7 +93,7 @@ public:
         m_search.m_control.check();
         if (m_search.m_matcher.matches(entry.name)) {
             m_out.back().hits.push_back(
-                {m_search.m_root / std::string(entry.relativePath), std::string(entry.relativePath)});
+                {m_search.m_root / std::string(entry.relativePath), std::string(entry.relativePath), 0, {}});
             if (++m_hitsSoFar >= limit)
                 return TreeWalk::Next::stop; // nothing after this can be part of the report
         }
@@ -137,7 +137,7 @@ public:
         if (!m_search.m_matcher.matches(entry.name))
             return TreeWalk::Next::proceed;
         m_piece.hits.push_back(
-            {m_search.m_root / std::string(entry.relativePath), std::string(entry.relativePath)});
+            {m_search.m_root / std::string(entry.relativePath), std::string(entry.relativePath), 0, {}});
         // Now and then: stop once the hits before this piece and in it fill the report.
         if (m_piece.hits.size() >= limit ||
             (m_piece.hits.size() % 256 == 0 && m_search.hitsBefore(m_index) + m_piece.hits.size() >= limit))

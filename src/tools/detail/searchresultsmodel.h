@@ -7,12 +7,13 @@
 
 namespace quillorn::detail {
 
-// The hits of a search as table rows: the relative path, then the "Show
-// folder" cell that ShowFolderDelegate draws as a button.
+// The hits of a search as table rows: the relative path, the "Show folder"
+// cell that ShowFolderDelegate draws as a button, and the first matching line
+// of a search inside files ("12: text"; the sheet shows it before the button).
 class SearchResultsModel : public QAbstractTableModel {
     Q_OBJECT
 public:
-    enum Column { pathColumn, showFolderColumn, columns };
+    enum Column { pathColumn, showFolderColumn, lineColumn, columns };
 
     using QAbstractTableModel::QAbstractTableModel;
 
