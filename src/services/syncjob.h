@@ -21,6 +21,8 @@ struct SyncStep {
     std::string sourceSeal;
     std::string targetSeal;
     std::int64_t bytes = 0;
+    // The item's key in the plan (SyncItem::key).
+    std::string key;
 
     bool operator==(const SyncStep &) const = default;
 };
@@ -33,6 +35,10 @@ struct SyncJob {
     std::filesystem::path right;
     bool remember = false;
     std::vector<SyncStep> steps;
+    // The keys of the plan's actions left out (unchecked, or conflicts): the
+    // state remembered for them stays as it was, so that the next plan sees
+    // them as this one did.
+    std::vector<std::string> pending;
 
     bool operator==(const SyncJob &) const = default;
 };

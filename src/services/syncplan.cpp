@@ -155,7 +155,8 @@ private:
         action.onLeft = i != std::string::npos;
         action.onRight = j != std::string::npos;
         const SyncItem &shown = action.onLeft ? m_trees[0].items[i] : m_trees[1].items[j];
-        action.key = shown.path;
+        action.key = shown.key;
+        action.path = shown.path;
         action.left = action.onLeft ? pathOf(SyncSide::left, i) : counterpart(SyncSide::right, j);
         action.right = action.onRight ? pathOf(SyncSide::right, j) : counterpart(SyncSide::left, i);
         if (action.onLeft) {
@@ -341,10 +342,12 @@ std::size_t SyncPlan::checkedCount() const
 
 SyncJob SyncPlan::job() const
 {
-    SyncJob job{m_left, m_right, m_options.direction == SyncOptions::Direction::bothWays, {}};
+    SyncJob job{m_left, m_right, m_options.direction == SyncOptions::Direction::bothWays, {}, {}};
     for (const SyncAction &action : m_actions) {
-        if (!action.checked || action.kind == Kind::conflict)
+        if (!action.checked || action.kind == Kind::conflict) {
+            job.pending.push_back(action.key);
             continue;
+        }
         const bool fromLeft = action.side == SyncSide::left;
         const Path &from = fromLeft ? action.left : action.right;
         const Path &to = fromLeft ? action.right : action.left;
@@ -353,13 +356,13 @@ SyncJob SyncPlan::job() const
         switch (action.kind) {
         case Kind::copyNew:
         case Kind::createFolder:
-            job.steps.push_back({SyncStep::Kind::copy, from, to, fromSeal, {}, action.bytes()});
+            job.steps.push_back({SyncStep::Kind::copy, from, to, fromSeal, {}, action.bytes(), action.key});
             break;
         case Kind::replaceOlder:
-            job.steps.push_back({SyncStep::Kind::replace, from, to, fromSeal, toSeal, action.bytes()});
+            job.steps.push_back({SyncStep::Kind::replace, from, to, fromSeal, toSeal, action.bytes(), action.key});
             break;
         case Kind::trashExtra:
-            job.steps.push_back({SyncStep::Kind::trash, {}, from, {}, fromSeal, 0});
+            job.steps.push_back({SyncStep::Kind::trash, {}, from, {}, fromSeal, 0, action.key});
             break;
         case Kind::conflict:
             break;

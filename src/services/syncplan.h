@@ -36,7 +36,8 @@ struct SyncAction {
     // Copies, replacements and new folders: the side copied from. A trash: the
     // side the item leaves.
     SyncSide side = SyncSide::left;
-    std::string key; // the relative path, as shown
+    std::string key;  // the relative path in canonical form (SyncItem::key)
+    std::string path; // the relative path as the side that has it spells it
     // Why a conflict is one, or why an item is trashed in a two-way run.
     std::string why;
     // Where the item is, or would be, on each side.

@@ -13,6 +13,8 @@
 
 #include <algorithm>
 #include <charconv>
+#include <iterator>
+#include <set>
 #include <fcntl.h>
 #include <sstream>
 #include <sys/stat.h>
@@ -105,7 +107,9 @@ void sortAndKeepLast(std::vector<SyncItem> &items)
     for (std::size_t index = 0; index < items.size(); ++index) {
         if (index + 1 < items.size() && items[index].key == items[index + 1].key)
             continue;
-        items[kept++] = std::move(items[index]);
+        if (kept != index)
+            items[kept] = std::move(items[index]);
+        ++kept;
     }
     items.resize(kept);
 }
@@ -231,6 +235,26 @@ std::int64_t SyncTree::bytes(std::size_t index) const
         if (items[item].kind == SyncItem::Kind::file || items[item].kind == SyncItem::Kind::link)
             total += items[item].size;
     return total;
+}
+
+void SyncMemory::keepEarlier(const SyncMemory *earlier, const std::vector<std::string> &keys)
+{
+    if (keys.empty())
+        return;
+    const std::set<std::string_view> kept(keys.begin(), keys.end());
+    const auto underKept = [&](const SyncItem &item) {
+        for (std::size_t end = item.key.size(); end != std::string::npos && end > 0; end = item.key.rfind('/', end - 1))
+            if (kept.contains(std::string_view(item.key).substr(0, end)))
+                return true;
+        return false;
+    };
+    for (const auto &[now, then] : {std::pair{&left, earlier ? &earlier->left : nullptr},
+                                    std::pair{&right, earlier ? &earlier->right : nullptr}}) {
+        std::erase_if(now->items, underKept);
+        if (then)
+            std::copy_if(then->items.begin(), then->items.end(), std::back_inserter(now->items), underKept);
+        sortAndKeepLast(now->items);
+    }
 }
 
 std::filesystem::path SyncMemory::defaultFolder()

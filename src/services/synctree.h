@@ -68,6 +68,10 @@ struct SyncMemory {
     void save(const std::filesystem::path &folder, const std::filesystem::path &left,
               const std::filesystem::path &right) const;
     static std::filesystem::path defaultFolder();
+
+    // Puts back, on both sides, what `earlier` remembered at these keys and
+    // below them (nothing where it remembered nothing).
+    void keepEarlier(const SyncMemory *earlier, const std::vector<std::string> &keys);
 };
 
 } // namespace quillorn

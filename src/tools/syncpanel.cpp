@@ -239,7 +239,7 @@ void SyncPanel::fill()
     for (const SyncAction &action : m_plan->actions()) {
         auto *row = new QTreeWidgetItem;
         row->setText(actionColumn, actionText(action));
-        row->setText(itemColumn, displayText(std::filesystem::path(action.key)));
+        row->setText(itemColumn, displayText(std::filesystem::path(action.path)));
         if (action.bytes() > 0 || action.kind == SyncAction::Kind::copyNew ||
             action.kind == SyncAction::Kind::replaceOlder)
             row->setText(sizeColumn, formattedByteCount(action.bytes()));

@@ -57,7 +57,10 @@ std::string syncFields(const SyncJob &sync)
     for (const SyncStep &step : sync.steps)
         text += field("step", std::string(syncStepKinds[int(step.kind)])) + field("source", step.source.native()) +
                 field("target", step.target.native()) + field("source-seal", step.sourceSeal) +
-                field("target-seal", step.targetSeal) + field("bytes", std::to_string(step.bytes));
+                field("target-seal", step.targetSeal) + field("bytes", std::to_string(step.bytes)) +
+                field("key", step.key);
+    for (const std::string &key : sync.pending)
+        text += field("pending", key);
     return text;
 }
 
@@ -250,10 +253,12 @@ std::optional<Job> syncOf(const Fields &fields)
     const auto left = only(fields, "left"), right = only(fields, "right"), remember = only(fields, "remember");
     if (!left || !right || (remember != "0" && remember != "1"))
         return std::nullopt;
-    SyncJob sync{*left, *right, remember == "1", {}};
+    SyncJob sync{*left, *right, remember == "1", {}, {}};
+    for (const auto &key : all(fields, "pending"))
+        sync.pending.push_back(key.native());
     if (all(fields, "step").empty())
         return sync;
-    const auto items = itemsOf(fields, {"step", "source", "target", "source-seal", "target-seal", "bytes"});
+    const auto items = itemsOf(fields, {"step", "source", "target", "source-seal", "target-seal", "bytes", "key"});
     if (!items)
         return std::nullopt;
     for (const auto &item : *items) {
@@ -264,7 +269,7 @@ std::optional<Job> syncOf(const Fields &fields)
             return std::nullopt;
         bytes = std::stoll(item[5]);
         sync.steps.push_back({SyncStep::Kind(kind - std::begin(syncStepKinds)), item[1], item[2], item[3], item[4],
-                              bytes});
+                              bytes, item[6]});
     }
     return sync;
 }

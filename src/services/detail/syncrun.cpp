@@ -8,6 +8,7 @@
 #include "operations/userfacing.h"
 #include "services/synctree.h"
 
+#include <optional>
 #include <sys/stat.h>
 
 namespace quillorn::detail {
@@ -110,6 +111,7 @@ std::vector<SyncSkip> runSync(const SyncJob &job, const FileOperations &operatio
         total += step.bytes;
     control.holdTotals(total, 0);
     std::vector<SyncSkip> skipped;
+    std::vector<std::string> undone = job.pending;
     for (const SyncStep &step : job.steps) {
         control.check();
         if (rerun && done(step)) {
@@ -146,11 +148,14 @@ std::vector<SyncSkip> runSync(const SyncJob &job, const FileOperations &operatio
         const std::filesystem::path &item = step.kind == SyncStep::Kind::trash ? step.target : step.source;
         AppDiagnostics::shared().record("SYNC ITEM SKIPPED item=" + logPath(item) + " reason=" + reason);
         skipped.push_back({item, reason});
+        undone.push_back(step.key);
     }
     if (job.remember) {
         try {
-            SyncMemory{SyncTree::of(job.left, control), SyncTree::of(job.right, control)}.save(memoryFolder, job.left,
-                                                                                              job.right);
+            SyncMemory now{SyncTree::of(job.left, control), SyncTree::of(job.right, control)};
+            const std::optional<SyncMemory> earlier = SyncMemory::load(memoryFolder, job.left, job.right);
+            now.keepEarlier(earlier ? &*earlier : nullptr, undone);
+            now.save(memoryFolder, job.left, job.right);
         } catch (const CancellationError &) {
             throw;
         } catch (const std::exception &error) {
