@@ -57,7 +57,7 @@ std::string syncFields(const SyncJob &sync)
     for (const SyncStep &step : sync.steps)
         text += field("step", std::string(syncStepKinds[int(step.kind)])) + field("source", step.source.native()) +
                 field("target", step.target.native()) + field("source-seal", step.sourceSeal) +
-                field("target-seal", step.targetSeal) + field("bytes", std::to_string(step.bytes)) +
+                field("target-seal", step.targetSeal) + field("size", std::to_string(step.bytes)) +
                 field("key", step.key);
     for (const std::string &key : sync.pending)
         text += field("pending", key);
@@ -258,7 +258,7 @@ std::optional<Job> syncOf(const Fields &fields)
         sync.pending.push_back(key.native());
     if (all(fields, "step").empty())
         return sync;
-    const auto items = itemsOf(fields, {"step", "source", "target", "source-seal", "target-seal", "bytes", "key"});
+    const auto items = itemsOf(fields, {"step", "source", "target", "source-seal", "target-seal", "size", "key"});
     if (!items)
         return std::nullopt;
     for (const auto &item : *items) {
