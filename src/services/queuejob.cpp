@@ -89,8 +89,8 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                    },
                    [&](const EraseFromTrashJob &erase) { detail::eraseFromTrash(erase, control); },
                    [&](const SyncJob &sync) {
-                       for (detail::SyncSkip &skip : detail::runSync(sync, m_operations, control, earlier != nullptr,
-                                                                     SyncMemory::defaultFolder()))
+                       for (detail::SyncSkip &skip : detail::runSync(
+                                sync, m_operations, control, earlier != nullptr, SyncMemory::defaultFolder()))
                            result.syncSkipped.emplace_back(std::move(skip.item), std::move(skip.reason));
                    },
                },

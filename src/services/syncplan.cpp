@@ -112,7 +112,8 @@ private:
         if (left.size != right.size)
             return false;
         if (m_digests) {
-            const auto [a, b] = m_digests->digests(pathOf(SyncSide::left, i), pathOf(SyncSide::right, j), m_control);
+            const auto [a, b] =
+                m_digests->digests(pathOf(SyncSide::left, i), pathOf(SyncSide::right, j), m_control);
             return a == b;
         }
         // Whole seconds, as rsync compares: not every volume keeps more.
@@ -199,7 +200,8 @@ private:
         if (unchanged(side, at))
             add(Kind::trashExtra, side, i, j, "deleted on the other side since the last run");
         else
-            add(Kind::conflict, side, i, j, "deleted on one side and changed on the other since the last run");
+            add(Kind::conflict, side, i, j,
+                "deleted on one side and changed on the other since the last run");
     }
 
     void both(std::size_t i, std::size_t j)
@@ -220,7 +222,8 @@ private:
             return;
         }
         if (m_memory) {
-            const bool leftChanged = !unchanged(SyncSide::left, i), rightChanged = !unchanged(SyncSide::right, j);
+            const bool leftChanged = !unchanged(SyncSide::left, i),
+                       rightChanged = !unchanged(SyncSide::right, j);
             if (leftChanged != rightChanged)
                 add(Kind::replaceOlder, leftChanged ? SyncSide::left : SyncSide::right, i, j);
             else
@@ -230,7 +233,8 @@ private:
         if (!sameKind)
             add(Kind::conflict, SyncSide::left, i, j, "different kinds of item");
         else if (left.modifiedNs != right.modifiedNs)
-            add(Kind::replaceOlder, left.modifiedNs > right.modifiedNs ? SyncSide::left : SyncSide::right, i, j);
+            add(Kind::replaceOlder, left.modifiedNs > right.modifiedNs ? SyncSide::left : SyncSide::right, i,
+                j);
         else
             add(Kind::conflict, SyncSide::left, i, j, "different contents with the same modification time");
     }
@@ -250,7 +254,8 @@ std::string sealOf(const std::filesystem::path &item, bool wholeTree, OperationC
 {
     try {
         return FileOperations::seal(item, control, true,
-                                    wholeTree ? FileOperations::SealScope::tree : FileOperations::SealScope::itemOnly);
+                                    wholeTree ? FileOperations::SealScope::tree
+                                              : FileOperations::SealScope::itemOnly);
     } catch (const CancellationError &) {
         throw;
     } catch (const std::exception &) {
@@ -265,8 +270,8 @@ void seal(SyncAction &action, OperationControl &control)
     const auto sealed = [&](bool present, bool folder, SyncSide side) {
         if (!present)
             return std::string();
-        const bool copiedFrom = action.kind != Kind::conflict && action.kind != Kind::trashExtra &&
-                                action.side == side;
+        const bool copiedFrom =
+            action.kind != Kind::conflict && action.kind != Kind::trashExtra && action.side == side;
         if (folder && copiedFrom)
             return std::string();
         return sealOf(side == SyncSide::left ? action.left : action.right, folder, control);
@@ -284,15 +289,15 @@ std::int64_t SyncAction::bytes() const
     return side == SyncSide::left ? leftBytes : rightBytes;
 }
 
-SyncPlan SyncPlan::make(const Path &left, const Path &right, const SyncOptions &options, const SyncMemory *memory,
-                        OperationControl &control)
+SyncPlan SyncPlan::make(const Path &left, const Path &right, const SyncOptions &options,
+                        const SyncMemory *memory, OperationControl &control)
 {
     SyncPlan plan;
     plan.m_left = left;
     plan.m_right = right;
     plan.m_options = options;
-    Differ(left, right, options, options.direction == SyncOptions::Direction::bothWays ? memory : nullptr, control,
-           plan.m_actions)
+    Differ(left, right, options, options.direction == SyncOptions::Direction::bothWays ? memory : nullptr,
+           control, plan.m_actions)
         .run();
     for (SyncAction &action : plan.m_actions)
         seal(action, control);
@@ -359,7 +364,8 @@ SyncJob SyncPlan::job() const
             job.steps.push_back({SyncStep::Kind::copy, from, to, fromSeal, {}, action.bytes(), action.key});
             break;
         case Kind::replaceOlder:
-            job.steps.push_back({SyncStep::Kind::replace, from, to, fromSeal, toSeal, action.bytes(), action.key});
+            job.steps.push_back(
+                {SyncStep::Kind::replace, from, to, fromSeal, toSeal, action.bytes(), action.key});
             break;
         case Kind::trashExtra:
             job.steps.push_back({SyncStep::Kind::trash, {}, from, {}, fromSeal, 0, action.key});

@@ -13,9 +13,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <fcntl.h>
 #include <iterator>
 #include <set>
-#include <fcntl.h>
 #include <sstream>
 #include <sys/stat.h>
 #include <system_error>
@@ -209,10 +209,10 @@ bool SyncTree::before(std::string_view a, std::string_view b)
 
 std::optional<std::size_t> SyncTree::find(std::string_view key) const
 {
-    const auto found = std::lower_bound(items.begin(), items.end(), key,
-                                        [](const SyncItem &item, std::string_view wanted) {
-                                            return before(item.key, wanted);
-                                        });
+    const auto found =
+        std::lower_bound(items.begin(), items.end(), key, [](const SyncItem &item, std::string_view wanted) {
+            return before(item.key, wanted);
+        });
     if (found == items.end() || found->key != key)
         return std::nullopt;
     return std::size_t(found - items.begin());
@@ -243,7 +243,8 @@ void SyncMemory::keepEarlier(const SyncMemory *earlier, const std::vector<std::s
         return;
     const std::set<std::string_view> kept(keys.begin(), keys.end());
     const auto underKept = [&](const SyncItem &item) {
-        for (std::size_t end = item.key.size(); end != std::string::npos && end > 0; end = item.key.rfind('/', end - 1))
+        for (std::size_t end = item.key.size(); end != std::string::npos && end > 0;
+             end = item.key.rfind('/', end - 1))
             if (kept.contains(std::string_view(item.key).substr(0, end)))
                 return true;
         return false;
@@ -262,7 +263,8 @@ std::filesystem::path SyncMemory::defaultFolder()
     return stateHome() / "Quillorn" / "sync";
 }
 
-std::optional<SyncMemory> SyncMemory::load(const std::filesystem::path &folder, const std::filesystem::path &left,
+std::optional<SyncMemory> SyncMemory::load(const std::filesystem::path &folder,
+                                           const std::filesystem::path &left,
                                            const std::filesystem::path &right)
 {
     if (const auto text = readFile(folder / pairName(left, right)))
@@ -282,9 +284,9 @@ void SyncMemory::save(const std::filesystem::path &folder, const std::filesystem
     std::string text = std::string(header) + '\n';
     for (const auto &[side, tree] : {std::pair{'L', &this->left}, std::pair{'R', &this->right}})
         for (const SyncItem &item : tree->items)
-            text += std::string(1, side) + ' ' + std::to_string(int(item.kind)) + ' ' + std::to_string(item.size) +
-                    ' ' + std::to_string(item.modifiedNs) + ' ' + std::to_string(item.inode) + ' ' +
-                    percentEncoded(item.key) + '\n';
+            text += std::string(1, side) + ' ' + std::to_string(int(item.kind)) + ' ' +
+                    std::to_string(item.size) + ' ' + std::to_string(item.modifiedNs) + ' ' +
+                    std::to_string(item.inode) + ' ' + percentEncoded(item.key) + '\n';
     text += "end\n";
     std::error_code error;
     std::filesystem::create_directories(folder, error);

@@ -62,7 +62,8 @@ struct SyncMemory {
     // What was remembered for the pair; a pair remembered the other way round
     // comes back with its sides swapped. Nothing when none was, or the file is
     // damaged (then no item is taken for deleted).
-    static std::optional<SyncMemory> load(const std::filesystem::path &folder, const std::filesystem::path &left,
+    static std::optional<SyncMemory> load(const std::filesystem::path &folder,
+                                          const std::filesystem::path &left,
                                           const std::filesystem::path &right);
     // Replaces what was remembered for the pair, atomically. Throws PosixError.
     void save(const std::filesystem::path &folder, const std::filesystem::path &left,

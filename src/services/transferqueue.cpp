@@ -52,8 +52,8 @@ QString syncRemark(const std::vector<std::pair<std::filesystem::path, std::strin
 {
     if (skipped.empty())
         return {};
-    const QString first = quoted(skipped.front().first) + " was skipped: " +
-                          QString::fromStdString(skipped.front().second) + ".";
+    const QString first = quoted(skipped.front().first) +
+                          " was skipped: " + QString::fromStdString(skipped.front().second) + ".";
     if (skipped.size() == 1)
         return first;
     return first + " " + QString::number(skipped.size() - 1) + " more items were skipped too (see the log).";

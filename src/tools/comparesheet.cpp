@@ -64,7 +64,8 @@ CompareSheet::CompareSheet(Path left, Path right, std::function<void()> dismiss,
 
     auto *bottom = new QHBoxLayout;
     bottom->addStretch(1);
-    m_syncButton = detail::sheetButton(QStringLiteral("Synchronize…"), QStringLiteral("synchronizeButton"), this);
+    m_syncButton =
+        detail::sheetButton(QStringLiteral("Synchronize…"), QStringLiteral("synchronizeButton"), this);
     m_syncButton->setEnabled(false);
     bottom->addWidget(m_syncButton);
     connect(m_syncButton, &QPushButton::clicked, this, &CompareSheet::synchronize);

@@ -129,7 +129,7 @@ SyncPanel::SyncPanel(Path left, Path right, Enqueue enqueue, QWidget *parent)
     auto *backButton = detail::sheetButton(QStringLiteral("Back"), QStringLiteral("backButton"), this);
     m_useLeft = detail::sheetButton(QStringLiteral("Use left"), QStringLiteral("useLeftButton"), this);
     m_useRight = detail::sheetButton(QStringLiteral("Use right"), QStringLiteral("useRightButton"), this);
-    m_run = detail::sheetButton(QStringLiteral("Synchronize"), QStringLiteral("synchronizeButton"), this);
+    m_run = detail::sheetButton(QStringLiteral("Synchronize"), QStringLiteral("runSyncButton"), this);
     bottom->addWidget(backButton);
     bottom->addStretch(1);
     bottom->addWidget(m_useLeft);
@@ -181,7 +181,8 @@ SyncOptions SyncPanel::options() const
     SyncOptions chosen;
     chosen.direction = SyncOptions::Direction(m_direction->checkedId());
     chosen.comparison = SyncOptions::Comparison(m_comparison->checkedId());
-    chosen.oneSideOnly = m_trashExtras->isChecked() ? SyncOptions::OneSideOnly::trash : SyncOptions::OneSideOnly::copy;
+    chosen.oneSideOnly =
+        m_trashExtras->isChecked() ? SyncOptions::OneSideOnly::trash : SyncOptions::OneSideOnly::copy;
     return chosen;
 }
 
@@ -201,7 +202,8 @@ void SyncPanel::replan()
     runInBackground(
         this,
         [left = m_left, right = m_right, chosen, control = m_control] {
-            const std::optional<SyncMemory> memory = SyncMemory::load(SyncMemory::defaultFolder(), left, right);
+            const std::optional<SyncMemory> memory =
+                SyncMemory::load(SyncMemory::defaultFolder(), left, right);
             return SyncPlan::make(left, right, chosen, memory ? &*memory : nullptr, *control);
         },
         [this, generation](SyncPlan plan) {
@@ -267,10 +269,9 @@ void SyncPanel::updateSummary()
         m_run->setEnabled(m_plan->options().direction == SyncOptions::Direction::bothWays);
         return;
     }
-    const auto conflicts = std::count_if(m_plan->actions().begin(), m_plan->actions().end(),
-                                         [](const SyncAction &action) {
-                                             return action.kind == SyncAction::Kind::conflict;
-                                         });
+    const auto conflicts =
+        std::count_if(m_plan->actions().begin(), m_plan->actions().end(),
+                      [](const SyncAction &action) { return action.kind == SyncAction::Kind::conflict; });
     QString text = QString::number(m_plan->checkedCount()) + QStringLiteral(" of ") + QString::number(all) +
                    QStringLiteral(" actions checked, ") + formattedByteCount(m_plan->bytesToTransfer()) +
                    QStringLiteral(" to transfer");

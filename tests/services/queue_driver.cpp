@@ -153,10 +153,11 @@ int main(int argc, char **argv)
                       std::getenv("PAUSE_SECONDS") ? std::atof(std::getenv("PAUSE_SECONDS")) : 2, argv[2]);
     } else if (mirror) {
         OperationControl control;
-        const SyncPlan plan = SyncPlan::make(argv[2], argv[3],
-                                             {SyncOptions::Direction::leftToRight, SyncOptions::OneSideOnly::trash,
-                                              SyncOptions::Comparison::sizeAndTime},
-                                             nullptr, control);
+        const SyncPlan plan =
+            SyncPlan::make(argv[2], argv[3],
+                           {SyncOptions::Direction::leftToRight, SyncOptions::OneSideOnly::trash,
+                            SyncOptions::Comparison::sizeAndTime},
+                           nullptr, control);
         queue.enqueue("Synchronize", plan.job());
     } else if (renames) {
         MultiRenameJob job{argv[2], {}};

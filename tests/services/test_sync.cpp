@@ -44,7 +44,8 @@ protected:
         OperationControl control;
         const auto memory = SyncMemory::load(SyncMemory::defaultFolder(), m_left, m_right);
         return SyncPlan::make(m_left, m_right,
-                              {direction, trashExtras ? SyncOptions::OneSideOnly::trash : SyncOptions::OneSideOnly::copy,
+                              {direction,
+                               trashExtras ? SyncOptions::OneSideOnly::trash : SyncOptions::OneSideOnly::copy,
                                comparison},
                               memory ? &*memory : nullptr, control);
     }
@@ -63,7 +64,7 @@ protected:
         for (const SyncAction &action : plan.actions())
             shown.push_back(std::string(kinds[int(action.kind)]) +
                             (action.kind == SyncAction::Kind::conflict ? ""
-                             : action.side == SyncSide::left          ? " L"
+                             : action.side == SyncSide::left           ? " L"
                                                                        : " R") +
                             " " + action.key);
         return shown;
@@ -94,10 +95,11 @@ TEST_F(Sync, AMirrorCopiesReplacesOlderAndTrashesExtrasWhereTheyCanBeRestored)
     file("R/extra.txt", "extra");
     file("R/old/x.txt", "x");
 
-    EXPECT_THAT(rows(plan(Direction::leftToRight)), ElementsAre("replace L a.txt", "folder L empty", "folder L sub"));
+    EXPECT_THAT(rows(plan(Direction::leftToRight)),
+                ElementsAre("replace L a.txt", "folder L empty", "folder L sub"));
     const SyncPlan mirror = plan(Direction::leftToRight, true);
-    EXPECT_THAT(rows(mirror), ElementsAre("replace L a.txt", "folder L empty", "trash R extra.txt", "trash R old",
-                                          "folder L sub"));
+    EXPECT_THAT(rows(mirror), ElementsAre("replace L a.txt", "folder L empty", "trash R extra.txt",
+                                          "trash R old", "folder L sub"));
     EXPECT_EQ(mirror.bytesToTransfer(), 6);
 
     EXPECT_THAT(run(mirror).syncSkipped, IsEmpty());
@@ -202,17 +204,17 @@ TEST_F(Sync, AnItemChangedAfterThePlanIsSkippedReportedAndNeverOverwritten)
     std::ofstream(m_right / "extra.txt", std::ios::app) << " grown";
     FileOperations::FileManager manager = FileOperations::FileManager::posix();
     bool edited = false;
-    manager.copyChunk = [&, copy = manager.copyChunk](int input, int output, std::size_t limit, const fs::path &source,
-                                                      const fs::path &target) {
+    manager.copyChunk = [&, copy = manager.copyChunk](int input, int output, std::size_t limit,
+                                                      const fs::path &source, const fs::path &target) {
         if (!edited && source == m_left / "a.txt") {
             edited = true;
             std::ofstream(m_right / "a.txt", std::ios::app) << " edited meanwhile";
         }
         return copy(input, output, limit, source, target);
     };
-    const JobRunner::Result result = run(mirror, FileOperations(FileOperations::defaultTrash(),
-                                                                FileOperations::defaultRemove(),
-                                                                FileOperations::defaultVolumeIsLocal(), manager));
+    const JobRunner::Result result =
+        run(mirror, FileOperations(FileOperations::defaultTrash(), FileOperations::defaultRemove(),
+                                   FileOperations::defaultVolumeIsLocal(), manager));
     EXPECT_TRUE(edited);
     EXPECT_THAT(result.syncSkipped,
                 ElementsAre(Pair(m_left / "a.txt", "it changed after the plan was made"),

@@ -149,7 +149,9 @@ private Q_SLOTS:
                               true, {{odd, "/d/x (2)", "c0de", false}, {"/y", "/d/y", "", true}}}}),
             entry("Restore from Trash", RestoreFromTrashJob{{"/T/files/a", odd}, true}),
             entry("Empty Trash", EraseFromTrashJob{{odd, "/T/files/b"}}),
-            entry("Synchronize", SyncJob{"/l", odd, true,
+            entry("Synchronize", SyncJob{"/l",
+                                         odd,
+                                         true,
                                          {{SyncStep::Kind::replace, odd, "/r/x", "5ea1", "", 7, "a\xff"},
                                           {SyncStep::Kind::trash, {}, "/r/y", "", "beef", 0, "y"}},
                                          {"pending \n"}}),
@@ -397,7 +399,8 @@ private Q_SLOTS:
         QVERIFY(fs::exists(right / "b.bin") && !fs::exists(right / "c.bin"));
 
         const DriverRun resumed = runDriver(tree, {"resume"});
-        QVERIFY2(resumed.output.contains("STATE title=Synchronize state=Interrupted"), qPrintable(resumed.output));
+        QVERIFY2(resumed.output.contains("STATE title=Synchronize state=Interrupted"),
+                 qPrintable(resumed.output));
         QVERIFY2(resumed.output.trimmed().endsWith("STATE title=Synchronize state=Complete"),
                  qPrintable(resumed.output));
         QCOMPARE(namesIn(right), (QStringList{"a.bin", "b.bin", "c.bin", "folder"}));

@@ -55,10 +55,10 @@ std::string syncFields(const SyncJob &sync)
     std::string text = field("kind", "sync") + field("left", sync.left.native()) +
                        field("right", sync.right.native()) + field("remember", sync.remember ? "1" : "0");
     for (const SyncStep &step : sync.steps)
-        text += field("step", std::string(syncStepKinds[int(step.kind)])) + field("source", step.source.native()) +
-                field("target", step.target.native()) + field("source-seal", step.sourceSeal) +
-                field("target-seal", step.targetSeal) + field("size", std::to_string(step.bytes)) +
-                field("key", step.key);
+        text += field("step", std::string(syncStepKinds[int(step.kind)])) +
+                field("source", step.source.native()) + field("target", step.target.native()) +
+                field("source-seal", step.sourceSeal) + field("target-seal", step.targetSeal) +
+                field("size", std::to_string(step.bytes)) + field("key", step.key);
     for (const std::string &key : sync.pending)
         text += field("pending", key);
     return text;
@@ -250,7 +250,8 @@ std::optional<UndoJob> undoOf(const std::string &kind, const Fields &fields)
 
 std::optional<Job> syncOf(const Fields &fields)
 {
-    const auto left = only(fields, "left"), right = only(fields, "right"), remember = only(fields, "remember");
+    const auto left = only(fields, "left"), right = only(fields, "right"),
+               remember = only(fields, "remember");
     if (!left || !right || (remember != "0" && remember != "1"))
         return std::nullopt;
     SyncJob sync{*left, *right, remember == "1", {}, {}};
@@ -258,7 +259,8 @@ std::optional<Job> syncOf(const Fields &fields)
         sync.pending.push_back(key.native());
     if (all(fields, "step").empty())
         return sync;
-    const auto items = itemsOf(fields, {"step", "source", "target", "source-seal", "target-seal", "size", "key"});
+    const auto items =
+        itemsOf(fields, {"step", "source", "target", "source-seal", "target-seal", "size", "key"});
     if (!items)
         return std::nullopt;
     for (const auto &item : *items) {
@@ -268,8 +270,8 @@ std::optional<Job> syncOf(const Fields &fields)
             item[5].find_first_not_of("0123456789") != std::string::npos)
             return std::nullopt;
         bytes = std::stoll(item[5]);
-        sync.steps.push_back({SyncStep::Kind(kind - std::begin(syncStepKinds)), item[1], item[2], item[3], item[4],
-                              bytes, item[6]});
+        sync.steps.push_back({SyncStep::Kind(kind - std::begin(syncStepKinds)), item[1], item[2], item[3],
+                              item[4], bytes, item[6]});
     }
     return sync;
 }

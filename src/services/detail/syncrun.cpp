@@ -42,7 +42,8 @@ bool sealMatches(const std::filesystem::path &item, const std::string &seal, Ope
 // a step a crash cut short after its publish.
 bool copied(const std::filesystem::path &source, const std::filesystem::path &target)
 {
-    struct stat from {}, to {};
+    struct stat from {
+    }, to{};
     if (::lstat(source.c_str(), &from) != 0 || ::lstat(target.c_str(), &to) != 0)
         return false;
     if ((from.st_mode & S_IFMT) != (to.st_mode & S_IFMT))
@@ -159,8 +160,8 @@ std::vector<SyncSkip> runSync(const SyncJob &job, const FileOperations &operatio
         } catch (const CancellationError &) {
             throw;
         } catch (const std::exception &error) {
-            skipped.push_back({job.left, "the state of both folders could not be remembered: " +
-                                             userFacingText(error)});
+            skipped.push_back(
+                {job.left, "the state of both folders could not be remembered: " + userFacingText(error)});
         }
     }
     return skipped;
