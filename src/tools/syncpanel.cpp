@@ -208,7 +208,7 @@ void SyncPanel::replan()
         },
         [this, generation](SyncPlan plan) {
             if (generation == m_generation)
-                show(std::move(plan));
+                present(std::move(plan));
         },
         [this, generation](const std::exception_ptr &error) {
             if (generation != m_generation)
@@ -224,7 +224,7 @@ void SyncPanel::replan()
         });
 }
 
-void SyncPanel::show(SyncPlan plan)
+void SyncPanel::present(SyncPlan plan)
 {
     m_planning = false;
     m_plan = std::move(plan);

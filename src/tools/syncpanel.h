@@ -54,7 +54,7 @@ Q_SIGNALS:
 
 private:
     SyncOptions options() const;
-    void show(SyncPlan plan);
+    void present(SyncPlan plan);
     void fill();
     void updateSummary();
     void settle(SyncSide winner);

@@ -171,7 +171,7 @@ private Q_SLOTS:
         QVERIFY(panel->findChild<QRadioButton *>("bothWays")->hasFocus());
         QTRY_VERIFY(!panel->planning());
         // Nothing remembered: both ways only copies.
-        QCOMPARE(panel->plan()->bytesToTransfer(), 6);
+        QCOMPARE(panel->plan()->bytesToTransfer(), 5);
 
         panel->findChild<QRadioButton *>("leftToRight")->click();
         panel->findChild<QCheckBox *>("trashExtrasToggle")->click();
