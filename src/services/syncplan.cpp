@@ -36,6 +36,11 @@ public:
         : m_roots{left, right}, m_trees{SyncTree::of(left, control), SyncTree::of(right, control)},
           m_options(options), m_memory(memory), m_control(control), m_actions(actions)
     {
+        // A side found empty where the last run left items is more likely an
+        // unmounted volume than a deletion of everything: nothing is deleted
+        // from the other side for it; its items are copied back instead.
+        if (m_memory && (m_trees[0].items.empty() || m_trees[1].items.empty()))
+            m_memory = nullptr;
         if (options.comparison == SyncOptions::Comparison::content)
             m_digests = std::make_unique<detail::PairDigest>();
     }

@@ -150,6 +150,13 @@ TEST_F(Sync, BothWaysTellsDeletionsFromCreationsOnlyOnceItRemembers)
     EXPECT_EQ(TestTree::read(m_right / "edited.txt"), "v2 from the left");
     EXPECT_THAT(trashed(), UnorderedElementsAre("edited.txt", "folder", "gone.txt"));
     EXPECT_THAT(rows(plan(Direction::bothWays)), IsEmpty());
+
+    // A side that is suddenly empty (a volume not mounted) deletes nothing.
+    fs::remove_all(m_right);
+    fs::create_directory(m_right);
+    EXPECT_THAT(rows(plan(Direction::bothWays)),
+                ElementsAre("copy L edited.txt", "copy L keep.txt", "copy L new-left.txt",
+                            "folder L new-right", "copy L only-left.txt", "copy L only-right.txt"));
 }
 
 TEST_F(Sync, AConflictWaitsForTheUserToPickASide)

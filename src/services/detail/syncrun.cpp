@@ -8,6 +8,7 @@
 #include "operations/userfacing.h"
 #include "services/synctree.h"
 
+#include <algorithm>
 #include <optional>
 #include <sys/stat.h>
 
@@ -140,7 +141,7 @@ std::vector<SyncSkip> runSync(const SyncJob &job, const FileOperations &operatio
             }
             // The engine counts what it copied; a skipped step counts whole.
             if (!reason.empty())
-                control.add(step.bytes - (control.progress().completed - before));
+                control.add(std::max<std::int64_t>(0, step.bytes - (control.progress().completed - before)));
         } else {
             control.add(step.bytes);
         }
