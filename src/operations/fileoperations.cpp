@@ -299,6 +299,20 @@ FileOperations::FileOperations(TrashService trash, RemoveService remove, VolumeI
 {
 }
 
+FileOperations FileOperations::checkingRemovals(std::function<void(const Path &item)> check) const
+{
+    FileOperations checked = *this;
+    checked.m_trash = [trash = m_trash, check](const Path &item) {
+        check(item);
+        return trash(item);
+    };
+    checked.m_remove = [remove = m_remove, check](const Path &item) {
+        check(item);
+        remove(item);
+    };
+    return checked;
+}
+
 bool FileOperations::exists(const Path &url)
 {
     struct stat attributes {};

@@ -83,6 +83,10 @@ public:
                             VolumeIsLocalService volumeIsLocal = defaultVolumeIsLocal(),
                             FileManager manager = FileManager::posix());
 
+    // The same engine, calling `check` with each item right before it goes to
+    // the Trash or is removed for good; an item that `check` throws for stays.
+    FileOperations checkingRemovals(std::function<void(const Path &item)> check) const;
+
     // The calls it was made with: a multi-rename renames through the same one.
     const FileManager &manager() const { return m_manager; }
 

@@ -99,7 +99,8 @@ void OperationControl::add(std::int64_t bytes)
 void OperationControl::total(std::int64_t bytes)
 {
     std::lock_guard guard(m_lock);
-    m_expected = bytes;
+    if (!m_totalsHeld)
+        m_expected = bytes;
 }
 
 void OperationControl::detail(std::string text)
@@ -117,7 +118,16 @@ void OperationControl::addItems(std::int64_t count)
 void OperationControl::totalItems(std::int64_t count)
 {
     std::lock_guard guard(m_lock);
-    m_itemsExpected = count;
+    if (!m_totalsHeld)
+        m_itemsExpected = count;
+}
+
+void OperationControl::holdTotals(std::int64_t bytes, std::int64_t items)
+{
+    std::lock_guard guard(m_lock);
+    m_expected = bytes;
+    m_itemsExpected = items;
+    m_totalsHeld = true;
 }
 
 OperationControl::Progress OperationControl::progress() const

@@ -72,6 +72,9 @@ public:
     void detail(std::string text);
     void addItems(std::int64_t count);
     void totalItems(std::int64_t count);
+    // A job made of several engine calls counts its own totals: from now on
+    // total() and totalItems() leave these ones as they are.
+    void holdTotals(std::int64_t bytes, std::int64_t items);
     Progress progress() const;
 
 private:
@@ -83,6 +86,7 @@ private:
     std::int64_t m_expected = 0;
     std::int64_t m_itemsDone = 0;
     std::int64_t m_itemsExpected = 0;
+    bool m_totalsHeld = false;
     std::string m_currentDetail = "Preparing";
     PublishedListener m_published;
     PublishingListener m_publishing;

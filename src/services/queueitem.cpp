@@ -75,6 +75,9 @@ QString QueueItem::carries() const
             [](const UndoJob &undo) { return undoCarries(undo); },
             [](const RestoreFromTrashJob &restore) { return firstAndMore(restore.items); },
             [](const EraseFromTrashJob &erase) { return firstAndMore(erase.items); },
+            [](const SyncJob &sync) {
+                return quotedName(sync.left) + QStringLiteral(" and ") + quotedName(sync.right);
+            },
         },
         job);
 }

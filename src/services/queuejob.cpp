@@ -6,7 +6,9 @@
 #include "operations/multirename.h"
 #include "operations/operationcontrol.h"
 #include "services/detail/filecommands.h"
+#include "services/detail/syncrun.h"
 #include "services/detail/trashcommands.h"
+#include "services/synctree.h"
 
 #include <algorithm>
 #include <sys/stat.h>
@@ -86,6 +88,11 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                        result.restored = detail::restoreFromTrash(restore, control, earlier != nullptr);
                    },
                    [&](const EraseFromTrashJob &erase) { detail::eraseFromTrash(erase, control); },
+                   [&](const SyncJob &sync) {
+                       for (detail::SyncSkip &skip : detail::runSync(
+                                sync, m_operations, control, earlier != nullptr, SyncMemory::defaultFolder()))
+                           result.syncSkipped.emplace_back(std::move(skip.item), std::move(skip.reason));
+                   },
                },
                job);
     return result;
@@ -95,7 +102,7 @@ JobRunner::Result JobRunner::transfer(const TransferJob &job, OperationControl &
                                       const Earlier *earlier) const
 {
     std::vector<Path> sources = job.sources;
-    Result result{{}, {}, job.move, job.destination, {}, {}};
+    Result result{{}, {}, job.move, job.destination, {}, {}, {}};
     std::vector<KeptSource> &kept = result.kept;
     if (earlier && !earlier->published.empty()) {
         std::vector<Path> done;
@@ -168,6 +175,12 @@ std::optional<std::int64_t> JobRunner::measure(const Job &job, OperationControl 
 {
     if (std::holds_alternative<OpaqueJob>(job))
         return std::nullopt;
+    if (const auto *sync = std::get_if<SyncJob>(&job)) {
+        std::int64_t total = 0;
+        for (const SyncStep &step : sync->steps)
+            total += step.bytes;
+        return total;
+    }
     const auto *transfer = std::get_if<TransferJob>(&job);
     if (!transfer)
         return 0; // renames, new folders, trash and extractions count no bytes

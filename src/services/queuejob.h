@@ -4,6 +4,7 @@
 #include "operations/fileoperations.h"
 #include "operations/operationcontrol.h"
 #include "services/archiveextraction.h"
+#include "services/syncjob.h"
 #include "services/undojob.h"
 
 #include <cstdint>
@@ -67,7 +68,7 @@ struct OpaqueJob {
 // An ArchiveExtraction is journaled without the member's bytes it may carry: run
 // again, it reads the member from the archive.
 using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob,
-                         MultiRenameJob, UndoJob, RestoreFromTrashJob, EraseFromTrashJob>;
+                         MultiRenameJob, UndoJob, RestoreFromTrashJob, EraseFromTrashJob, SyncJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {
@@ -109,6 +110,8 @@ public:
         std::vector<UndoJob::Trash::Item> trashed;
         // Where each item a restore put back is now, in its order.
         std::vector<Path> restored;
+        // The steps of a synchronisation left undone, each with its reason.
+        std::vector<std::pair<Path, std::string>> syncSkipped;
     };
 
     // Runs the job; throws what its work throws. Run again after a crash

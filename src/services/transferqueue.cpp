@@ -47,6 +47,18 @@ QString skippedRemark(const JobRunner::Result &result)
            " items already exist in " + where + " and were skipped.";
 }
 
+// Steps of a synchronisation passed over: the first by name and reason.
+QString syncRemark(const std::vector<std::pair<std::filesystem::path, std::string>> &skipped)
+{
+    if (skipped.empty())
+        return {};
+    const QString first = quoted(skipped.front().first) +
+                          " was skipped: " + QString::fromStdString(skipped.front().second) + ".";
+    if (skipped.size() == 1)
+        return first;
+    return first + " " + QString::number(skipped.size() - 1) + " more items were skipped too (see the log).";
+}
+
 QString keptRemark(const std::vector<JobRunner::KeptSource> &kept)
 {
     if (kept.empty())
@@ -440,6 +452,8 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
     QString remark = skippedRemark(result);
     if (const QString kept = keptRemark(result.kept); !kept.isEmpty())
         remark = remark.isEmpty() ? kept : remark + " " + kept;
+    if (const QString sync = syncRemark(result.syncSkipped); !sync.isEmpty())
+        remark = remark.isEmpty() ? sync : remark + " " + sync;
     return {item.id, JobState::complete, {}, remark, std::move(made), std::move(undo)};
 }
 

@@ -6,7 +6,9 @@
 #include "services/directorytools.h"
 #include "services/errortext.h"
 #include "tools/backgroundwork.h"
+#include "tools/detail/sheetbutton.h"
 #include "tools/detail/sheetlabels.h"
+#include "tools/syncpanel.h"
 
 #include <QFontDatabase>
 #include <QHBoxLayout>
@@ -14,16 +16,22 @@
 #include <QLabel>
 #include <QPlainTextEdit>
 #include <QPushButton>
+#include <QStackedLayout>
 #include <QVBoxLayout>
 
 namespace quillorn {
 
-CompareSheet::CompareSheet(Path left, Path right, std::function<void()> dismiss, QWidget *parent)
+CompareSheet::CompareSheet(Path left, Path right, std::function<void()> dismiss, Enqueue enqueue,
+                           QWidget *parent)
     : QWidget(parent), m_left(std::move(left)), m_right(std::move(right)), m_dismiss(std::move(dismiss)),
-      m_control(std::make_shared<OperationControl>())
+      m_enqueue(std::move(enqueue)), m_control(std::make_shared<OperationControl>())
 {
     setObjectName(QStringLiteral("compareSheet"));
-    auto *layout = new QVBoxLayout(this);
+    m_pages = new QStackedLayout(this);
+    m_pages->setContentsMargins(0, 0, 0, 0);
+    m_comparePage = new QWidget(this);
+    m_pages->addWidget(m_comparePage);
+    auto *layout = new QVBoxLayout(m_comparePage);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(8);
 
@@ -56,6 +64,11 @@ CompareSheet::CompareSheet(Path left, Path right, std::function<void()> dismiss,
 
     auto *bottom = new QHBoxLayout;
     bottom->addStretch(1);
+    m_syncButton =
+        detail::sheetButton(QStringLiteral("Synchronize…"), QStringLiteral("synchronizeButton"), this);
+    m_syncButton->setEnabled(false);
+    bottom->addWidget(m_syncButton);
+    connect(m_syncButton, &QPushButton::clicked, this, &CompareSheet::synchronize);
     auto *closeButton = new QPushButton(QStringLiteral("Close / Cancel"), this);
     closeButton->setObjectName(QStringLiteral("closeButton"));
     closeButton->setAutoDefault(false);
@@ -103,6 +116,24 @@ void CompareSheet::finish(const std::vector<std::string> &rows)
     m_rowList->setPlainText(m_rows.join(QLatin1Char('\n')));
     setStatus(m_rows.isEmpty() ? QStringLiteral("Folder contents match")
                                : QString::number(m_rows.size()) + QStringLiteral(" differences"));
+    m_syncButton->setEnabled(true);
+}
+
+void CompareSheet::synchronize()
+{
+    auto *panel = new SyncPanel(m_left, m_right, m_enqueue, this);
+    m_pages->addWidget(panel);
+    m_pages->setCurrentWidget(panel);
+    setFocusProxy(panel);
+    panel->findChild<QWidget *>(QStringLiteral("bothWays"))->setFocus();
+    connect(panel, &SyncPanel::back, this, [this, panel] {
+        m_pages->setCurrentWidget(m_comparePage);
+        setFocusProxy(m_syncButton);
+        m_syncButton->setFocus();
+        panel->deleteLater();
+    });
+    // The queue shows the job from here on.
+    connect(panel, &SyncPanel::queued, this, &CompareSheet::close);
 }
 
 void CompareSheet::fail(const std::exception_ptr &error)

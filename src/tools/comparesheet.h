@@ -1,5 +1,7 @@
 #pragma once
 
+#include "services/queuejob.h"
+
 #include <QString>
 #include <QStringList>
 #include <QWidget>
@@ -12,6 +14,8 @@
 
 class QLabel;
 class QPlainTextEdit;
+class QPushButton;
+class QStackedLayout;
 
 namespace quillorn {
 
@@ -20,13 +24,18 @@ class OperationControl;
 // Compares the folders of the two panes: DirectoryTools::comparison starts in
 // the background as soon as the sheet is made, exactly once, and its rows
 // appear when it has finished (never part of them). "Close / Cancel" and every
-// other way the sheet goes away stop a running comparison.
+// other way the sheet goes away stop a running comparison. After a comparison
+// that ended, "Synchronize…" turns the sheet to the plan for the two folders
+// (SyncPanel), which queues its checked actions through `enqueue`.
 class CompareSheet : public QWidget {
     Q_OBJECT
 public:
     using Path = std::filesystem::path;
 
-    CompareSheet(Path left, Path right, std::function<void()> dismiss, QWidget *parent = nullptr);
+    using Enqueue = std::function<void(const QString &title, Job job)>;
+
+    CompareSheet(Path left, Path right, std::function<void()> dismiss, Enqueue enqueue = {},
+                 QWidget *parent = nullptr);
     ~CompareSheet() override;
 
     // Cancels the comparison and dismisses the sheet.
@@ -49,16 +58,21 @@ private:
     void finish(const std::vector<std::string> &rows);
     void fail(const std::exception_ptr &error);
     void setStatus(const QString &status);
+    void synchronize();
 
     Path m_left;
     Path m_right;
     std::function<void()> m_dismiss;
+    Enqueue m_enqueue;
     QStringList m_rows;
     QString m_status = initialStatus;
     std::shared_ptr<OperationControl> m_control;
 
     QLabel *m_statusLabel = nullptr;
     QPlainTextEdit *m_rowList = nullptr;
+    QPushButton *m_syncButton = nullptr;
+    QStackedLayout *m_pages = nullptr;
+    QWidget *m_comparePage = nullptr;
 };
 
 } // namespace quillorn

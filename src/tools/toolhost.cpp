@@ -48,7 +48,10 @@ QWidget *makeSheet(const ToolSheet::Search &search, SheetContext &context)
 
 QWidget *makeSheet(const ToolSheet::Compare &compare, SheetContext &context)
 {
-    return new CompareSheet(compare.left, compare.right, context.dismiss);
+    return new CompareSheet(compare.left, compare.right, context.dismiss,
+                            [&model = context.model](const QString &title, Job job) {
+                                model.queue().enqueue(title, std::move(job));
+                            });
 }
 
 QWidget *makeSheet(const ToolSheet::Info &info, SheetContext &context)

@@ -6,11 +6,14 @@
 #include "tools/infosheet.h"
 #include "tools/multirenamesheet.h"
 #include "tools/searchsheet.h"
+#include "tools/syncpanel.h"
 
 #include <QCheckBox>
 #include <QElapsedTimer>
 #include <QPlainTextEdit>
+#include <QRadioButton>
 #include <QTableView>
+#include <QTreeWidget>
 
 #include <fcntl.h>
 #include <grp.h>
@@ -187,6 +190,53 @@ private Q_SLOTS:
         QVERIFY(!m_f.view->model().tool());
         QVERIFY2(answer.elapsed() < 50, qPrintable(QString::number(answer.elapsed())));
         QVERIFY(control->isCancelled());
+    }
+
+    // Compare, Synchronize…, a mirror with one action unchecked by the keyboard,
+    // confirmed: the sheet closes and the queue runs the plan.
+    void aMirrorPlannedInTheCompareSheetRunsInTheQueue()
+    {
+        auto *sheet = openCompare();
+        auto *synchronize = sheet->findChild<QPushButton *>("synchronizeButton");
+        QTRY_VERIFY(synchronize->isEnabled());
+        QVERIFY(m_f.view->model().queue().items().empty());
+        synchronize->click();
+        auto *panel = sheet->findChild<SyncPanel *>();
+        QVERIFY(panel && panel->isVisible());
+        QVERIFY(panel->findChild<QRadioButton *>("bothWays")->hasFocus());
+        QTRY_VERIFY(!panel->planning());
+        // Nothing remembered: both ways only copies.
+        QCOMPARE(panel->plan()->bytesToTransfer(), 5);
+
+        panel->findChild<QRadioButton *>("leftToRight")->click();
+        panel->findChild<QCheckBox *>("trashExtrasToggle")->click();
+        QTRY_VERIFY(!panel->planning() && panel->plan());
+        auto *list = panel->findChild<QTreeWidget *>("planList");
+        QStringList shown;
+        for (int row = 0; row < list->topLevelItemCount(); ++row)
+            shown << list->topLevelItem(row)->text(0) + " " + list->topLevelItem(row)->text(1);
+        QCOMPARE(shown, (QStringList{"Copy new → .hidden", "Trash extra on right Archive",
+                                     "Create folder → alpha", "Copy new → b.txt", "Copy new → c.txt",
+                                     "Copy new → d.txt", "Trash extra on right r.txt"}));
+        QVERIFY(m_f.view->model().queue().items().empty()); // nothing runs before the confirmation
+        list->setFocus();
+        list->setCurrentItem(list->topLevelItem(3));
+        QTest::keyClick(list, Qt::Key_Space);
+        QCOMPARE(list->topLevelItem(3)->checkState(0), Qt::Unchecked);
+        QVERIFY2(label(panel, "syncStatusLabel").startsWith("6 of 7 actions checked"),
+                 qPrintable(label(panel, "syncStatusLabel")));
+
+        panel->findChild<QPushButton *>("runSyncButton")->click();
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+        const auto &items = m_f.view->model().queue().items();
+        QCOMPARE(items.size(), std::size_t(1));
+        QCOMPARE(items.front().title, "Synchronize");
+        QTRY_COMPARE(items.front().state, JobState::complete);
+        QCOMPARE(items.front().stateText(), "Complete");
+        const fs::path right = *m_f.tree / "Right";
+        QCOMPARE(TestTree::names(right), (std::vector<std::string>{".hidden", "alpha", "c.txt", "d.txt"}));
+        QCOMPARE(TestTree::names(m_f.home / "data/Trash/files"),
+                 (std::vector<std::string>{"Archive", "r.txt"}));
     }
 
     void searchAndCompareReportAnUnreadableFolder()

@@ -3,6 +3,8 @@
 //   queue_driver move DESTINATION SOURCE...  queues a move and waits for it;
 //   queue_driver copy DESTINATION SOURCE...  the same with a copy;
 //   queue_driver multirename FOLDER OLD NEW… renames items of FOLDER together;
+//   queue_driver mirror LEFT RIGHT           plans a mirror of LEFT to RIGHT (extras
+//                                            to the Trash) and queues it;
 //   queue_driver resume                      offers what a killed run left, as
 //                                            start-up does, and resumes it all.
 // Both print one line per change of a job: "STATE title=TITLE state=TEXT".
@@ -17,6 +19,7 @@
 #include "operations/fileoperations.h"
 #include "operations/stagingjournal.h"
 #include "services/jobjournal.h"
+#include "services/syncplan.h"
 #include "services/transferqueue.h"
 
 #include <QCoreApplication>
@@ -106,6 +109,7 @@ int main(int argc, char **argv)
     const QStringList arguments = application.arguments();
     const bool transfer = arguments.size() > 1 && (arguments[1] == "move" || arguments[1] == "copy");
     const bool renames = arguments.size() > 1 && arguments[1] == "multirename";
+    const bool mirror = arguments.size() == 4 && arguments[1] == "mirror";
     if (arguments.size() < 2 || (transfer && arguments.size() < 4) ||
         (renames && arguments.size() % 2 != 1)) {
         std::fprintf(stderr, "usage: queue_driver move|copy DESTINATION SOURCE... | multirename FOLDER OLD "
@@ -147,6 +151,14 @@ int main(int argc, char **argv)
         if (const char *at = std::getenv("PAUSE_AT_BYTES"))
             pauseOnce(queue, id, std::atoll(at),
                       std::getenv("PAUSE_SECONDS") ? std::atof(std::getenv("PAUSE_SECONDS")) : 2, argv[2]);
+    } else if (mirror) {
+        OperationControl control;
+        const SyncPlan plan =
+            SyncPlan::make(argv[2], argv[3],
+                           {SyncOptions::Direction::leftToRight, SyncOptions::OneSideOnly::trash,
+                            SyncOptions::Comparison::sizeAndTime},
+                           nullptr, control);
+        queue.enqueue("Synchronize", plan.job());
     } else if (renames) {
         MultiRenameJob job{argv[2], {}};
         for (int index = 3; index + 1 < argc; index += 2)

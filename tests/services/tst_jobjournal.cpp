@@ -149,6 +149,12 @@ private Q_SLOTS:
                               true, {{odd, "/d/x (2)", "c0de", false}, {"/y", "/d/y", "", true}}}}),
             entry("Restore from Trash", RestoreFromTrashJob{{"/T/files/a", odd}, true}),
             entry("Empty Trash", EraseFromTrashJob{{odd, "/T/files/b"}}),
+            entry("Synchronize", SyncJob{"/l",
+                                         odd,
+                                         true,
+                                         {{SyncStep::Kind::replace, odd, "/r/x", "5ea1", "", 7, "a\xff"},
+                                          {SyncStep::Kind::trash, {}, "/r/y", "", "beef", 0, "y"}},
+                                         {"pending \n"}}),
         };
         const std::string text = detail::journalText(entries);
         const auto parsed = detail::parseJournal(text);
@@ -174,6 +180,7 @@ private Q_SLOTS:
         const auto &restore = std::get<RestoreFromTrashJob>((*parsed)[12].job);
         QVERIFY(restore.keepBoth && restore.items == std::get<RestoreFromTrashJob>(entries[12].job).items);
         QVERIFY(std::get<EraseFromTrashJob>((*parsed)[13].job).items.back() == "/T/files/b");
+        QVERIFY(std::get<SyncJob>((*parsed)[14].job) == std::get<SyncJob>(entries[14].job));
     }
 
     void damagedTextIsRefused_data()
@@ -372,6 +379,36 @@ private Q_SLOTS:
         }
         QVERIFY(!stagingBelow(tree.root()));
         QVERIFY(namesIn(tree / "state/Quillorn").filter(QRegularExpression("^jobs-.*journal$")).isEmpty());
+    }
+
+    // A mirror killed right after its second file was published: resumed, every
+    // file is there once, the extra is in the Trash once, and nothing done is
+    // taken for an item that changed since the plan.
+    void aMirrorKilledInTheMiddleResumesAndEndsComplete()
+    {
+        TestTree tree;
+        const fs::path left = tree.folder("L"), right = tree.folder("R");
+        const std::size_t size = 2 * FileOperations::chunkSize + 3;
+        for (const char *name : {"a.bin", "b.bin", "c.bin"})
+            tree.file(fs::path("L") / name, pattern(size, name[0]));
+        tree.file("L/folder/inner.txt", "inner");
+        tree.file("R/extra.txt", "extra");
+        const QStringList arguments{"mirror", QString::fromStdString(left.string()),
+                                    QString::fromStdString(right.string())};
+        QVERIFY2(runDriver(tree, arguments, {{"KILL_AFTER_RENAME_TO", "b.bin"}}).killed, "not killed");
+        QVERIFY(fs::exists(right / "b.bin") && !fs::exists(right / "c.bin"));
+
+        const DriverRun resumed = runDriver(tree, {"resume"});
+        QVERIFY2(resumed.output.contains("STATE title=Synchronize state=Interrupted"),
+                 qPrintable(resumed.output));
+        QVERIFY2(resumed.output.trimmed().endsWith("STATE title=Synchronize state=Complete"),
+                 qPrintable(resumed.output));
+        QCOMPARE(namesIn(right), (QStringList{"a.bin", "b.bin", "c.bin", "folder"}));
+        for (const char *name : {"a.bin", "b.bin", "c.bin"})
+            QCOMPARE(TestTree::read(right / name), pattern(size, name[0]));
+        QCOMPARE(TestTree::read(right / "folder/inner.txt"), std::string("inner"));
+        QCOMPARE(namesIn(tree / "data/Trash/files"), QStringList{"extra.txt"});
+        QVERIFY(!stagingBelow(tree.root()));
     }
 
     // Killed after the copy was published and recorded, before the source went to

@@ -48,6 +48,22 @@ std::string restoreFields(const RestoreFromTrashJob &restore)
     return itemFields("restoreFromTrash", restore.items) + field("keepBoth", restore.keepBoth ? "1" : "0");
 }
 
+constexpr std::string_view syncStepKinds[] = {"copy", "replace", "trash"};
+
+std::string syncFields(const SyncJob &sync)
+{
+    std::string text = field("kind", "sync") + field("left", sync.left.native()) +
+                       field("right", sync.right.native()) + field("remember", sync.remember ? "1" : "0");
+    for (const SyncStep &step : sync.steps)
+        text += field("step", std::string(syncStepKinds[int(step.kind)])) +
+                field("source", step.source.native()) + field("target", step.target.native()) +
+                field("source-seal", step.sourceSeal) + field("target-seal", step.targetSeal) +
+                field("size", std::to_string(step.bytes)) + field("key", step.key);
+    for (const std::string &key : sync.pending)
+        text += field("pending", key);
+    return text;
+}
+
 // The items of an undo one after another, each as its fields in a fixed order.
 std::string undoFields(const UndoJob &undo)
 {
@@ -118,6 +134,7 @@ std::string jobFields(const Job &job)
                           [](const UndoJob &undo) { return undoFields(undo); },
                           [](const RestoreFromTrashJob &restore) { return restoreFields(restore); },
                           [](const EraseFromTrashJob &erase) { return eraseFields(erase); },
+                          [](const SyncJob &sync) { return syncFields(sync); },
                       },
                       job);
 }
@@ -231,6 +248,34 @@ std::optional<UndoJob> undoOf(const std::string &kind, const Fields &fields)
     return std::nullopt;
 }
 
+std::optional<Job> syncOf(const Fields &fields)
+{
+    const auto left = only(fields, "left"), right = only(fields, "right"),
+               remember = only(fields, "remember");
+    if (!left || !right || (remember != "0" && remember != "1"))
+        return std::nullopt;
+    SyncJob sync{*left, *right, remember == "1", {}, {}};
+    for (const auto &key : all(fields, "pending"))
+        sync.pending.push_back(key.native());
+    if (all(fields, "step").empty())
+        return sync;
+    const auto items =
+        itemsOf(fields, {"step", "source", "target", "source-seal", "target-seal", "size", "key"});
+    if (!items)
+        return std::nullopt;
+    for (const auto &item : *items) {
+        const auto kind = std::find(std::begin(syncStepKinds), std::end(syncStepKinds), item[0]);
+        std::int64_t bytes = 0;
+        if (kind == std::end(syncStepKinds) || item[5].empty() || item[5].size() > 18 ||
+            item[5].find_first_not_of("0123456789") != std::string::npos)
+            return std::nullopt;
+        bytes = std::stoll(item[5]);
+        sync.steps.push_back({SyncStep::Kind(kind - std::begin(syncStepKinds)), item[1], item[2], item[3],
+                              item[4], bytes, item[6]});
+    }
+    return sync;
+}
+
 std::optional<Job> jobOf(const Fields &fields)
 {
     const std::optional<std::string> kind = only(fields, "kind");
@@ -291,6 +336,8 @@ std::optional<Job> jobOf(const Fields &fields)
     }
     if (kind == "eraseFromTrash" && !all(fields, "item").empty())
         return EraseFromTrashJob{all(fields, "item")};
+    if (kind == "sync")
+        return syncOf(fields);
     return std::nullopt;
 }
 
