@@ -17,9 +17,10 @@ JOBS        ?= $(shell nproc)
 # Running: the toolchain, Qt and the libraries; GIO's headers (libglib2.0-dev)
 # for the applications of a MIME type and "Open with"; rsvg-convert
 # (librsvg2-bin) to render the PNG icons; and at run time xdg-utils (xdg-open,
-# xdg-mime), Qt's Wayland platform and unzip for archives.
+# xdg-mime), Qt's Wayland platform and unzip for archives; libarchive's headers
+# (libarchive-dev, which brings the library) for tar, 7z, ISO, cpio and RAR.
 RUN_PACKAGES := cmake g++ make pkg-config ninja-build \
-	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev librsvg2-bin \
+	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev librsvg2-bin libarchive-dev \
 	xdg-utils qt6-wayland unzip
 
 # Testing: GoogleTest; the X server and tools the window tests drive (xvfb,
@@ -39,7 +40,7 @@ TEST_PACKAGES := libgtest-dev libgmock-dev \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
 	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
-	python3 desktop-file-utils appstream man-db binutils gtk-update-icon-cache \
+	python3 libarchive-tools desktop-file-utils appstream man-db binutils gtk-update-icon-cache \
 	at-spi2-core python3-pyatspi python3-dbus python3-gi
 
 # Only `make bench` installs these: the benchmark library, reference programs the

@@ -75,6 +75,8 @@ QString QueueItem::carries() const
             [](const UndoJob &undo) { return undoCarries(undo); },
             [](const RestoreFromTrashJob &restore) { return firstAndMore(restore.items); },
             [](const EraseFromTrashJob &erase) { return firstAndMore(erase.items); },
+            [](const ArchiveUnpackJob &unpack) { return quotedName(unpack.archive); },
+            [](const ArchivePackJob &pack) { return firstAndMore(pack.items); },
         },
         job);
 }

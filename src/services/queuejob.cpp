@@ -86,6 +86,10 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                        result.restored = detail::restoreFromTrash(restore, control, earlier != nullptr);
                    },
                    [&](const EraseFromTrashJob &erase) { detail::eraseFromTrash(erase, control); },
+                   // Run again after a crash, both start afresh: the staging item
+                   // the first run left is removed by the staging journal.
+                   [&](const ArchiveUnpackJob &unpack) { result.made = unpack(control); },
+                   [&](const ArchivePackJob &pack) { result.made = pack(control); },
                },
                job);
     return result;
@@ -95,7 +99,7 @@ JobRunner::Result JobRunner::transfer(const TransferJob &job, OperationControl &
                                       const Earlier *earlier) const
 {
     std::vector<Path> sources = job.sources;
-    Result result{{}, {}, job.move, job.destination, {}, {}};
+    Result result{{}, {}, job.move, job.destination, {}, {}, {}};
     std::vector<KeptSource> &kept = result.kept;
     if (earlier && !earlier->published.empty()) {
         std::vector<Path> done;
@@ -168,6 +172,17 @@ std::optional<std::int64_t> JobRunner::measure(const Job &job, OperationControl 
 {
     if (std::holds_alternative<OpaqueJob>(job))
         return std::nullopt;
+    if (const auto *pack = std::get_if<ArchivePackJob>(&job)) {
+        std::int64_t total = 0;
+        for (const Path &item : pack->items)
+            total += FileOperations::byteCount(item, control);
+        return total;
+    }
+    if (const auto *unpack = std::get_if<ArchiveUnpackJob>(&job)) {
+        // Progress is the archive read so far.
+        struct stat info {};
+        return ::stat(unpack->archive.c_str(), &info) == 0 ? std::int64_t(info.st_size) : 0;
+    }
     const auto *transfer = std::get_if<TransferJob>(&job);
     if (!transfer)
         return 0; // renames, new folders, trash and extractions count no bytes

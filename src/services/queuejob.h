@@ -4,6 +4,8 @@
 #include "operations/fileoperations.h"
 #include "operations/operationcontrol.h"
 #include "services/archiveextraction.h"
+#include "services/archivepacking.h"
+#include "services/archiveunpacking.h"
 #include "services/undojob.h"
 
 #include <cstdint>
@@ -66,8 +68,9 @@ struct OpaqueJob {
 
 // An ArchiveExtraction is journaled without the member's bytes it may carry: run
 // again, it reads the member from the archive.
-using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob,
-                         MultiRenameJob, UndoJob, RestoreFromTrashJob, EraseFromTrashJob>;
+using Job =
+    std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob, MultiRenameJob,
+                 UndoJob, RestoreFromTrashJob, EraseFromTrashJob, ArchiveUnpackJob, ArchivePackJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {
@@ -109,6 +112,8 @@ public:
         std::vector<UndoJob::Trash::Item> trashed;
         // Where each item a restore put back is now, in its order.
         std::vector<Path> restored;
+        // The folder an unpacking made, or the archive a packing made.
+        std::optional<Path> made;
     };
 
     // Runs the job; throws what its work throws. Run again after a crash
