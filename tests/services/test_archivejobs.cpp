@@ -260,8 +260,9 @@ TEST(ArchiveJobs, createdArchivesRoundTripThroughBsdtarAndUnzip)
         EXPECT_EQ(status, 0) << extension;
         EXPECT_EQ(TestTree::read(back / "photos/a.txt"), "alpha") << extension;
         // 7z keeps names as UTF-16: one that is not UTF-8 cannot be stored there.
-        if (extension != ".7z")
+        if (extension != ".7z") {
             EXPECT_TRUE(TestTree::read(back / "photos/sub" / odd) == std::string(300000, 'z')) << extension;
+        }
         EXPECT_EQ(fs::read_symlink(back / "photos/link"), "/etc/passwd") << extension;
         struct stat info {};
         ::lstat((back / "photos/a.txt").c_str(), &info);
