@@ -179,8 +179,9 @@ TEST_F(Unpacking, damagedOrForeignFilesFailWithOneMessageAndLeaveNothing)
 
 TEST_F(Unpacking, seventyThousandMembersListAndUnpackAndSelectedMembersAlone)
 {
-    const fs::path archive = tarOf(tree / "many.tar.gz", "for n in range(70000):\n"
-                                                         "    add('d%d/m%05d' % (n % 7, n), b'x')\n");
+    const fs::path archive =
+        tarOf(tree / "many.tar.gz", "for n in range(70000):\n"
+                                    "    add('d%d/m%05d' % (n % 7, n), b'x' if n in (8, 12) else b'')\n");
     const std::vector<ZipEntry> entries = ArchiveCatalog::list(archive);
     ASSERT_EQ(entries.size(), 70000u);
     EXPECT_EQ(entries[8].name, "d1/m00008");
@@ -188,7 +189,6 @@ TEST_F(Unpacking, seventyThousandMembersListAndUnpackAndSelectedMembersAlone)
     EXPECT_EQ(entries[8].modified, 1000000000);
     const fs::path all = unpack(archive);
     EXPECT_EQ(TestTree::names(all / "d3").size(), 10000u);
-    fs::remove_all(all);
     const fs::path some = unpack(archive, {"d2/m00002", "d5/m00012"});
     EXPECT_EQ(TestTree::names(some), (std::vector<std::string>{"d2", "d5"}));
     EXPECT_EQ(TestTree::names(some / "d2"), std::vector<std::string>{"m00002"});
