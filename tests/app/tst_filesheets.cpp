@@ -134,13 +134,13 @@ private Q_SLOTS:
         QTest::keyClick(all, Qt::Key_Escape);
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
 
-        // From the pane: Alt+F9 unpacks the archive under the cursor beside
-        // the first ("photos (2)"), Alt+F5 packs the items under the name asked.
-        m_f.openOn<ArchiveSheet>("photos.bin", Qt::Key_F9, Qt::AltModifier);
+        // From the pane: Ctrl+Shift+E unpacks the archive under the cursor beside
+        // the first ("photos (2)"), Ctrl+Shift+A packs the items under the name asked.
+        m_f.openOn<ArchiveSheet>("photos.bin", Qt::Key_E, Qt::ControlModifier | Qt::ShiftModifier);
         QTRY_VERIFY(!m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/photos (2)/a.txt"));
         QCOMPARE(m_f.view->model().right().cursor(), *m_f.tree / "Right/photos (2)");
         m_f.prompt = [](const QString &, const QString &value) { return value.chopped(7) + ".zip"; };
-        m_f.openOn<ArchiveSheet>("b.txt", Qt::Key_F5, Qt::AltModifier);
+        m_f.openOn<ArchiveSheet>("b.txt", Qt::Key_A, Qt::ControlModifier | Qt::ShiftModifier);
         QTRY_VERIFY(!m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/b.zip"));
         runCommand("unzip -t " + shellQuote((*m_f.tree / "Right/b.zip").string()), &status);
         QCOMPARE(status, 0);
