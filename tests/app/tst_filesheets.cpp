@@ -123,25 +123,34 @@ private Q_SLOTS:
         auto *extract = sheet->findChild<QPushButton *>("extractButton");
         extract->setFocus();
         QTest::keyClick(extract, Qt::Key_Space);
-        QTRY_COMPARE(TestTree::read(*m_f.tree / "Right/a.txt"), "alpha");
+        QTRY_COMPARE_WITH_TIMEOUT(TestTree::read(*m_f.tree / "Right/a.txt"), "alpha", 60000);
         QCOMPARE(QApplication::focusWidget(), extract);
         auto *all = sheet->findChild<QPushButton *>("extractAllButton");
         all->setFocus();
         QTest::keyClick(all, Qt::Key_Space);
-        QTRY_VERIFY(!m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/photos/dir/b.bin"));
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/photos/dir/b.bin"), 120000);
         QCOMPARE(QApplication::focusWidget(), all);
         QCOMPARE(m_f.view->model().queue().items().back().title, "Extract photos.bin");
         QTest::keyClick(all, Qt::Key_Escape);
         QTRY_VERIFY(!m_f.view->toolHost()->sheet());
 
-        // From the pane: Ctrl+Shift+E unpacks the archive under the cursor beside
-        // the first ("photos (2)"), Ctrl+Shift+A packs the items under the name asked.
-        m_f.openOn<ArchiveSheet>("photos.bin", Qt::Key_E, Qt::ControlModifier | Qt::ShiftModifier);
-        QTRY_VERIFY(!m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/photos (2)/a.txt"));
+        // From the pane's commands: "Extract archive" unpacks the archive under the cursor
+        // beside the first ("photos (2)"), "Create archive…" packs the items under the name asked.
+        const auto run = [this](const QString &item, const char *id) {
+            for (const FileEntry &entry : m_f.left().visible())
+                if (displayName(entry.url()) == item)
+                    m_f.left().setCursor(entry.url());
+            m_f.view->commands().find(QString::fromLatin1(id))->invoke({});
+        };
+        run("photos.bin", "extractArchive");
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/photos (2)/a.txt"), 120000);
         QCOMPARE(m_f.view->model().right().cursor(), *m_f.tree / "Right/photos (2)");
         m_f.prompt = [](const QString &, const QString &value) { return value.chopped(7) + ".zip"; };
-        m_f.openOn<ArchiveSheet>("b.txt", Qt::Key_A, Qt::ControlModifier | Qt::ShiftModifier);
-        QTRY_VERIFY(!m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/b.zip"));
+        run("b.txt", "createArchive");
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/b.zip"), 120000);
         runCommand("unzip -t " + shellQuote((*m_f.tree / "Right/b.zip").string()), &status);
         QCOMPARE(status, 0);
     }
