@@ -124,14 +124,14 @@ void addItemCommands(CommanderModel &model, const WindowHooks &hooks, std::vecto
         {.id = QStringLiteral("extractArchive"),
          .text = QStringLiteral("Extract archive"),
          .help = QStringLiteral("Extract the archives, each into a new folder in the other pane"),
-         .keys = {Qt::CTRL | Qt::SHIFT | Qt::Key_E},
+         .keys = {Qt::ALT | Qt::SHIFT | Qt::Key_E},
          .enabled = hasItems,
          .invoke = [&model](const Invocation &) { model.extractArchives(model.active().selected()); }});
     table.push_back(
         {.id = QStringLiteral("createArchive"),
          .text = QStringLiteral("Create archive…"),
          .help = QStringLiteral("Pack the items into a zip, tar.gz, tar.xz, tar.zst or 7z in the other pane"),
-         .keys = {Qt::CTRL | Qt::SHIFT | Qt::Key_A},
+         .keys = {Qt::ALT | Qt::SHIFT | Qt::Key_A},
          .enabled = hasItems,
          .invoke = [&model](const Invocation &) { model.createArchive(model.active().selected()); }});
     table.push_back({.id = QStringLiteral("copyPath"),
