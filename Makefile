@@ -19,10 +19,11 @@ JOBS        ?= $(shell nproc)
 # the regular expressions of the search inside files; rsvg-convert
 # (librsvg2-bin) to render the PNG icons; and at run time xdg-utils (xdg-open,
 # xdg-mime), Qt's Wayland platform, unzip for archives and shared-mime-info, the
-# MIME database the editor picks a file's syntax colouring by.
+# MIME database the editor picks a file's syntax colouring by; libarchive's headers
+# (libarchive-dev, which brings the library) for tar, 7z, ISO, cpio and RAR.
 RUN_PACKAGES := cmake g++ make pkg-config ninja-build \
 	qt6-base-dev qt6-base-dev-tools libgl-dev libicu-dev libssl-dev libglib2.0-dev libpcre2-dev librsvg2-bin \
-	xdg-utils qt6-wayland unzip shared-mime-info
+	libarchive-dev xdg-utils qt6-wayland unzip shared-mime-info
 
 # Testing: GoogleTest; the X server and tools the window tests drive (xvfb,
 # xauth, xdotool, x11-utils, x11-xkb-utils); what the fault tests mount and
@@ -41,7 +42,7 @@ TEST_PACKAGES := libgtest-dev libgmock-dev \
 	xvfb xauth xdotool x11-utils x11-xkb-utils \
 	bindfs fusefat dosfstools mount util-linux e2fsprogs strace acl attr \
 	libglib2.0-bin gvfs gvfs-daemons dbus-daemon \
-	python3 desktop-file-utils appstream man-db binutils gtk-update-icon-cache \
+	python3 libarchive-tools desktop-file-utils appstream man-db binutils gtk-update-icon-cache \
 	at-spi2-core python3-pyatspi python3-dbus python3-gi
 
 # Only `make bench` installs these: the benchmark library, reference programs the

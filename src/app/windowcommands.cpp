@@ -120,6 +120,20 @@ void addItemCommands(CommanderModel &model, const WindowHooks &hooks, std::vecto
          .invoke = [&model, choose](const Invocation &) { choose(model.active().selected()); },
          .choices = [&model, launcher,
                      choose] { return openWithChoices(model.active().selected(), launcher, choose); }});
+    table.push_back(
+        {.id = QStringLiteral("extractArchive"),
+         .text = QStringLiteral("Extract archive"),
+         .help = QStringLiteral("Extract the archives, each into a new folder in the other pane"),
+         .keys = {Qt::ALT | Qt::SHIFT | Qt::Key_E},
+         .enabled = hasItems,
+         .invoke = [&model](const Invocation &) { model.extractArchives(model.active().selected()); }});
+    table.push_back(
+        {.id = QStringLiteral("createArchive"),
+         .text = QStringLiteral("Create archive…"),
+         .help = QStringLiteral("Pack the items into a zip, tar.gz, tar.xz, tar.zst or 7z in the other pane"),
+         .keys = {Qt::ALT | Qt::SHIFT | Qt::Key_A},
+         .enabled = hasItems,
+         .invoke = [&model](const Invocation &) { model.createArchive(model.active().selected()); }});
     table.push_back({.id = QStringLiteral("copyPath"),
                      .text = QStringLiteral("Copy path"),
                      .help = QStringLiteral("Copy the items' full paths as text"),

@@ -2,6 +2,7 @@
 
 #include "platform/core/displaytext.h"
 #include "platform/posix/userfolders.h"
+#include "services/archivecatalog.h"
 
 #include <QCoreApplication>
 #include <QPointer>
@@ -28,14 +29,6 @@ std::filesystem::path homeFolder()
     return std::filesystem::path(qgetenv("HOME").toStdString());
 }
 
-bool hasZipExtension(const std::filesystem::path &path)
-{
-    std::string extension = path.extension().string();
-    std::transform(extension.begin(), extension.end(), extension.begin(),
-                   [](unsigned char c) { return c >= 'A' && c <= 'Z' ? char(c - 'A' + 'a') : char(c); });
-    return extension == ".zip";
-}
-
 // The one folder a job works within, where the items it makes are the user's
 // next concern: a rename's, a multi-rename's, a new folder's, that of a copy
 // or move whose sources all lie in the folder they go to, and that of an undo
@@ -56,6 +49,10 @@ std::optional<std::filesystem::path> workingFolder(const Job &job)
         return folder->folder;
     if (const auto *renames = std::get_if<MultiRenameJob>(&job))
         return renames->folder;
+    if (const auto *unpack = std::get_if<ArchiveUnpackJob>(&job))
+        return unpack->destination;
+    if (const auto *pack = std::get_if<ArchivePackJob>(&job))
+        return pack->destination;
     if (const auto *transfer = std::get_if<TransferJob>(&job)) {
         const bool within =
             !transfer->sources.empty() &&
@@ -320,8 +317,55 @@ void CommanderModel::undo()
     m_undoing[id] = latest.what;
 }
 
+void CommanderModel::extractArchives(const std::vector<Path> &archives)
+{
+    const Path destination = other().directory();
+    for (const Path &archive : archives) {
+        if (ArchiveCatalog::kind(archive) == ArchiveCatalog::Kind::none) {
+            setStatus("\u2018" + displayName(archive) + "\u2019 is not an archive Quillorn can read.");
+            continue;
+        }
+        const ArchiveUnpackJob job{archive, destination};
+        m_queue->enqueue(job.title(), job);
+    }
+}
+
+void CommanderModel::createArchive(const std::vector<Path> &items)
+{
+    if (items.empty())
+        return;
+    const std::optional<QString> name =
+        prompt(QStringLiteral("Create archive (.zip, .tar.gz, .tar.xz, .tar.zst or .7z)"),
+               QString::fromStdString(ArchivePackJob::suggestedName(items, ".tar.gz")));
+    if (!name || name->trimmed().isEmpty())
+        return;
+    const ArchivePackJob job{items, other().directory(), name->toStdString()};
+    if (!ArchivePackJob::formatOf(job.name)) {
+        setStatus("\u2018" + *name + "\u2019 does not end in .zip, .tar.gz, .tar.xz, .tar.zst or .7z.");
+        return;
+    }
+    m_queue->enqueue(job.title(), job);
+}
+
+void CommanderModel::askToUnpackLarge(const QueueItem &finished)
+{
+    const auto *unpack = std::get_if<ArchiveUnpackJob>(&finished.job);
+    if (!unpack || finished.state != JobState::failed || unpack->allowLarge ||
+        !finished.failure.startsWith(QString::fromStdString(ArchiveUnpackJob::tooLargePrefix)))
+        return;
+    const QString message =
+        finished.failure.mid(QString::fromStdString(ArchiveUnpackJob::tooLargePrefix).size());
+    if (alert(message, QStringLiteral("Extract it all the same?"),
+              {QStringLiteral("Extract"), QStringLiteral("Cancel")}) != 0)
+        return;
+    ArchiveUnpackJob again = *unpack;
+    again.allowLarge = true;
+    m_queue->enqueue(again.title(), again);
+}
+
 void CommanderModel::recordFinished(const QueueItem &finished)
 {
+    askToUnpackLarge(finished);
     QString status;
     if (const auto undone = m_undoing.find(finished.id); undone != m_undoing.end()) {
         if (finished.state == JobState::complete)
@@ -359,7 +403,7 @@ void CommanderModel::open(const FileEntry &entry)
     const std::filesystem::path url = entry.url();
     if (entry.directory) {
         active().navigate(url);
-    } else if (hasZipExtension(url)) {
+    } else if (ArchiveCatalog::kind(url) != ArchiveCatalog::Kind::none) {
         setTool(ToolSheet::Archive{url});
     } else if (m_desktop.openFile) {
         m_desktop.openFile(url);

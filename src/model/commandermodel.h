@@ -85,6 +85,12 @@ public:
     void openMultiRename();
     // Opens the connect-to-server sheet.
     void connect();
+    // Queues the unpacking of each archive into a folder of its own in the
+    // other pane; an item that is no archive is named in the status line.
+    void extractArchives(const std::vector<Path> &archives);
+    // Asks for the new archive's name (its extension picks the format) and
+    // queues the packing of the items into it, in the other pane.
+    void createArchive(const std::vector<Path> &items);
     // Opens the Trash sheet on the home trash and those on the volumes.
     void openTrash(std::vector<Path> volumes);
     // The Trash sheet's commands on items of the trash folders' files/, each
@@ -134,6 +140,8 @@ private:
     // Keeps a completed job's undo, or tells how an undo ended, in the status line.
     void recordFinished(const QueueItem &finished);
     std::optional<QString> prompt(const QString &title, const QString &value);
+    // An unpacking that stopped at its size limit is offered again, past it.
+    void askToUnpackLarge(const QueueItem &finished);
     int alert(const QString &message, const QString &informativeText, const QStringList &buttons = {});
 
     DesktopServices m_desktop;

@@ -5,6 +5,7 @@
 #include "operations/operationcontrol.h"
 #include "platform/posix/filecontents.h"
 #include "platform/posix/posixerror.h"
+#include "services/archivecatalog.h"
 #include "services/archivetools.h"
 #include "services/detail/journaledstaging.h"
 
@@ -27,7 +28,11 @@ void ArchiveExtraction::operator()(OperationControl &control) const
     control.check();
     const std::string name = fileName().toStdString();
     const Path target = FileOperations::child(name, destination);
-    const QByteArray data = bytes ? *bytes : ArchiveTools::member(member, archive);
+    // Run again after a crash the bytes are read anew, from whichever reader the archive needs.
+    const QByteArray data = bytes ? *bytes
+                            : ArchiveCatalog::kind(archive) == ArchiveCatalog::Kind::other
+                                ? ArchiveCatalog::member(member.toStdString(), archive)
+                                : ArchiveTools::member(member, archive);
     control.check();
     try {
         createFile(target, std::string_view(data.constData(), std::size_t(data.size())),

@@ -78,6 +78,8 @@ QString QueueItem::carries() const
             [](const SyncJob &sync) {
                 return quotedName(sync.left) + QStringLiteral(" and ") + quotedName(sync.right);
             },
+            [](const ArchiveUnpackJob &unpack) { return quotedName(unpack.archive); },
+            [](const ArchivePackJob &pack) { return firstAndMore(pack.items); },
         },
         job);
 }

@@ -93,6 +93,10 @@ JobRunner::Result JobRunner::run(const Job &job, OperationControl &control, cons
                                 sync, m_operations, control, earlier != nullptr, SyncMemory::defaultFolder()))
                            result.syncSkipped.emplace_back(std::move(skip.item), std::move(skip.reason));
                    },
+                   // Run again after a crash, both start afresh: the staging item
+                   // the first run left is removed by the staging journal.
+                   [&](const ArchiveUnpackJob &unpack) { result.made = unpack(control); },
+                   [&](const ArchivePackJob &pack) { result.made = pack(control); },
                },
                job);
     return result;
@@ -180,6 +184,17 @@ std::optional<std::int64_t> JobRunner::measure(const Job &job, OperationControl 
         for (const SyncStep &step : sync->steps)
             total += step.bytes;
         return total;
+    }
+    if (const auto *pack = std::get_if<ArchivePackJob>(&job)) {
+        std::int64_t total = 0;
+        for (const Path &item : pack->items)
+            total += FileOperations::byteCount(item, control);
+        return total;
+    }
+    if (const auto *unpack = std::get_if<ArchiveUnpackJob>(&job)) {
+        // Progress is the archive read so far.
+        struct stat info {};
+        return ::stat(unpack->archive.c_str(), &info) == 0 ? std::int64_t(info.st_size) : 0;
     }
     const auto *transfer = std::get_if<TransferJob>(&job);
     if (!transfer)

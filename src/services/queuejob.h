@@ -4,6 +4,8 @@
 #include "operations/fileoperations.h"
 #include "operations/operationcontrol.h"
 #include "services/archiveextraction.h"
+#include "services/archivepacking.h"
+#include "services/archiveunpacking.h"
 #include "services/syncjob.h"
 #include "services/undojob.h"
 
@@ -67,8 +69,9 @@ struct OpaqueJob {
 
 // An ArchiveExtraction is journaled without the member's bytes it may carry: run
 // again, it reads the member from the archive.
-using Job = std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob,
-                         MultiRenameJob, UndoJob, RestoreFromTrashJob, EraseFromTrashJob, SyncJob>;
+using Job =
+    std::variant<TransferJob, RenameJob, NewFolderJob, TrashJob, ArchiveExtraction, OpaqueJob, MultiRenameJob,
+                 UndoJob, RestoreFromTrashJob, EraseFromTrashJob, SyncJob, ArchiveUnpackJob, ArchivePackJob>;
 
 // Runs jobs on the calling (background) thread with one engine.
 class JobRunner {
@@ -112,6 +115,8 @@ public:
         std::vector<Path> restored;
         // The steps of a synchronisation left undone, each with its reason.
         std::vector<std::pair<Path, std::string>> syncSkipped;
+        // The folder an unpacking made, or the archive a packing made.
+        std::optional<Path> made;
     };
 
     // Runs the job; throws what its work throws. Run again after a crash

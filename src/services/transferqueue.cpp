@@ -449,6 +449,8 @@ TransferQueue::Outcome TransferQueue::runWork(const QueueItem &item, const JobRu
     }
     log("COMPLETE", item.title);
     made.insert(made.end(), result.restored.begin(), result.restored.end());
+    if (result.made)
+        made.push_back(*result.made);
     QString remark = skippedRemark(result);
     if (const QString kept = keptRemark(result.kept); !kept.isEmpty())
         remark = remark.isEmpty() ? kept : remark + " " + kept;

@@ -1,8 +1,10 @@
 #include "tools/archivesheet.h"
 
 #include "platform/core/displaytext.h"
+#include "services/archivecatalog.h"
 #include "services/archiveextraction.h"
 #include "services/archivetools.h"
+#include "services/archiveunpacking.h"
 #include "services/errortext.h"
 #include "services/transferqueue.h"
 #include "tools/backgroundwork.h"
@@ -25,15 +27,20 @@ namespace quillorn {
 
 ArchiveSheet::ArchiveSheet(Path url, Path destination, TransferQueue &queue, std::function<void()> dismiss,
                            QWidget *parent)
-    : QWidget(parent), m_url(std::move(url)), m_destination(std::move(destination)), m_queue(queue),
-      m_dismiss(std::move(dismiss))
+    : QWidget(parent), m_url(std::move(url)),
+      m_zip(ArchiveCatalog::kind(m_url) != ArchiveCatalog::Kind::other),
+      m_destination(std::move(destination)), m_queue(queue), m_dismiss(std::move(dismiss))
 {
+    if (!m_zip)
+        m_status = otherInitialStatus;
     setObjectName(QStringLiteral("archiveSheet"));
     auto *layout = new QVBoxLayout(this);
     layout->setContentsMargins(0, 0, 0, 0);
     layout->setSpacing(8);
 
-    auto *header = new QLabel(QStringLiteral("ZIP \u00b7 ") + displayName(m_url), this);
+    auto *header = new QLabel((m_zip ? QStringLiteral("ZIP \u00b7 ") : QStringLiteral("Archive \u00b7 ")) +
+                                  displayName(m_url),
+                              this);
     header->setObjectName(QStringLiteral("sheetTitle"));
     QFont headerFont = header->font();
     headerFont.setBold(true);
@@ -78,6 +85,12 @@ ArchiveSheet::ArchiveSheet(Path url, Path destination, TransferQueue &queue, std
     auto *closeButton = detail::sheetButton(QStringLiteral("Close"), QStringLiteral("closeButton"), this);
     buttons->addWidget(m_previewButton);
     buttons->addWidget(m_extractButton);
+    if (!m_zip) {
+        m_extractAllButton = detail::sheetButton(QStringLiteral("Extract all to opposite pane"),
+                                                 QStringLiteral("extractAllButton"), this);
+        buttons->addWidget(m_extractAllButton);
+        connect(m_extractAllButton, &QPushButton::clicked, this, &ArchiveSheet::extractAll);
+    }
     buttons->addStretch(1);
     buttons->addWidget(closeButton);
     layout->addLayout(buttons);
@@ -96,7 +109,8 @@ ArchiveSheet::ArchiveSheet(Path url, Path destination, TransferQueue &queue, std
     setFocusProxy(m_filter);
 
     runInBackground(
-        this, [url = m_url] { return ArchiveTools::list(url); },
+        this,
+        [url = m_url, zip = m_zip] { return zip ? ArchiveTools::list(url) : ArchiveCatalog::list(url); },
         [this](std::vector<ZipEntry> entries) { listed(std::move(entries)); },
         [this](const std::exception_ptr &error) { setStatus(userFacingDescription(error)); });
 }
@@ -159,8 +173,15 @@ void ArchiveSheet::readMember(bool extract)
         return;
     setLoading(true);
     const QString name = *m_selected;
+    std::string stored;
+    for (const ZipEntry &entry : m_members->entries())
+        if (entry.name == name)
+            stored = entry.bytes;
     runInBackground(
-        this, [name, url = m_url] { return ArchiveTools::member(name, url); },
+        this,
+        [name, stored, url = m_url, zip = m_zip] {
+            return zip ? ArchiveTools::member(name, url) : ArchiveCatalog::member(stored, url);
+        },
         [this, name, extract](const QByteArray &bytes) { memberRead(name, extract, bytes); },
         [this](const std::exception_ptr &error) {
             setLoading(false);
@@ -181,6 +202,16 @@ void ArchiveSheet::memberRead(const QString &name, bool extract, const QByteArra
     m_queue.enqueue(extraction.title(), extraction);
     setStatus(QStringLiteral("Queued extraction to ") + displayText(m_destination) +
               QStringLiteral(". Existing names are refused."));
+}
+
+void ArchiveSheet::extractAll()
+{
+    if (m_zip)
+        return;
+    const ArchiveUnpackJob job{m_url, m_destination};
+    m_queue.enqueue(job.title(), job);
+    setStatus(QStringLiteral("Queued extraction of the whole archive into a new folder of ") +
+              displayText(m_destination) + QStringLiteral("."));
 }
 
 QString ArchiveSheet::leadingCharacters(const QString &text, qsizetype count)

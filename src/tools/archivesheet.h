@@ -24,12 +24,16 @@ namespace detail {
 class ArchiveMemberModel;
 }
 
-// The read-only ZIP browser: lists the archive's members once, in the
+// The read-only archive browser: lists the archive's members once, in the
 // background, filters them by path, previews one as text and extracts one as a
 // single file into `destination` (the opposite pane's folder) through the
-// queue. It never unpacks the whole archive. Work still running when the sheet
-// closes finishes on its own; its result is dropped, except that an extraction
-// asked for before is still queued.
+// queue. Work still running when the sheet closes finishes on its own; its
+// result is dropped, except that an extraction asked for before is still queued.
+//
+// A ZIP is read through unzip, and the sheet does nothing more; the other
+// formats (tar in its compressions, 7z, ISO 9660, cpio, RAR) are read through
+// the archive library, show each member's size and date, and can also be
+// unpacked whole into a new folder of the destination.
 class ArchiveSheet : public QWidget {
     Q_OBJECT
 public:
@@ -55,6 +59,11 @@ public:
 
     static constexpr qsizetype previewCharacters = 100'000;
     static inline const QString initialStatus = QStringLiteral("Reading ZIP directory\u2026");
+    static inline const QString otherInitialStatus = QStringLiteral("Reading archive directory\u2026");
+
+    // Queues the unpacking of the whole archive (not for ZIP: the pane's command does that).
+    void extractAll();
+    bool readsZip() const { return m_zip; }
     static inline const QString binary = QStringLiteral("Binary member; extract to open it.");
 
 private:
@@ -68,6 +77,7 @@ private:
     void reselect();
 
     Path m_url;
+    bool m_zip = true;
     Path m_destination;
     TransferQueue &m_queue;
     std::function<void()> m_dismiss;
@@ -84,6 +94,7 @@ private:
     QPlainTextEdit *m_previewText = nullptr;
     QPushButton *m_previewButton = nullptr;
     QPushButton *m_extractButton = nullptr;
+    QPushButton *m_extractAllButton = nullptr;
     QPushButton *m_pressed = nullptr; // the action button that had the keyboard when a read began
 };
 

@@ -97,6 +97,65 @@ private Q_SLOTS:
         QVERIFY(!broken->findChild<QPushButton *>("previewButton")->isEnabled());
     }
 
+    void otherFormatsOpenTheSameSheetByContentAndUnpackWholeOrPackFromThePane()
+    {
+        m_f.tree->file("src/a.txt", "alpha");
+        m_f.tree->file("src/dir/b.bin", std::string("\x89PNG\r\n\x1a\n\0\xff", 10));
+        int status = 0;
+        // A tar.gz under a name that does not say so: its first bytes do.
+        runCommand("cd " + shellQuote((*m_f.tree / "src").string()) + " && bsdtar -czf " +
+                       shellQuote((*m_f.tree / "Left/photos.bin").string()) + " a.txt dir",
+                   &status);
+        QCOMPARE(status, 0);
+        auto *sheet = openFromLeft<ArchiveSheet>("photos.bin", Qt::Key_Return);
+        QVERIFY(sheet);
+        QCOMPARE(label(sheet, "sheetTitle"), "Archive \u00b7 photos.bin");
+        QTRY_COMPARE(sheet->status(),
+                     "3 members. Select individual files to preview or extract (16 MB limit).");
+        auto *list = sheet->findChild<QListView *>("memberList");
+        sheet->setFilter("A.TXT");
+        QCOMPARE(sheet->shownNames(), QStringList{"a.txt"});
+        QVERIFY(list->model()->index(0, 0).data().toString().startsWith("a.txt  \u00b7  5"));
+        sheet->setFilter("");
+        sheet->select("dir/b.bin");
+        sheet->findChild<QPushButton *>("previewButton")->click();
+        QTRY_COMPARE(sheet->preview(), "Binary member; extract to open it.");
+        sheet->select("a.txt");
+        auto *extract = sheet->findChild<QPushButton *>("extractButton");
+        extract->setFocus();
+        QTest::keyClick(extract, Qt::Key_Space);
+        QTRY_COMPARE_WITH_TIMEOUT(TestTree::read(*m_f.tree / "Right/a.txt"), "alpha", 60000);
+        QCOMPARE(QApplication::focusWidget(), extract);
+        auto *all = sheet->findChild<QPushButton *>("extractAllButton");
+        all->setFocus();
+        QTest::keyClick(all, Qt::Key_Space);
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/photos/dir/b.bin"), 120000);
+        QCOMPARE(QApplication::focusWidget(), all);
+        QCOMPARE(m_f.view->model().queue().items().back().title, "Extract photos.bin");
+        QTest::keyClick(all, Qt::Key_Escape);
+        QTRY_VERIFY(!m_f.view->toolHost()->sheet());
+
+        // From the pane's commands: "Extract archive" unpacks the archive under the cursor
+        // beside the first ("photos (2)"), "Create archive…" packs the items under the name asked.
+        const auto run = [this](const QString &item, const char *id) {
+            for (const FileEntry &entry : m_f.left().visible())
+                if (displayName(entry.url()) == item)
+                    m_f.left().setCursor(entry.url());
+            m_f.view->commands().find(QString::fromLatin1(id))->invoke({});
+        };
+        run("photos.bin", "extractArchive");
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/photos (2)/a.txt"), 120000);
+        QCOMPARE(m_f.view->model().right().cursor(), *m_f.tree / "Right/photos (2)");
+        m_f.prompt = [](const QString &, const QString &value) { return value.chopped(7) + ".zip"; };
+        run("b.txt", "createArchive");
+        QTRY_VERIFY_WITH_TIMEOUT(
+            !m_f.view->model().queue().hasWork() && fs::exists(*m_f.tree / "Right/b.zip"), 120000);
+        runCommand("unzip -t " + shellQuote((*m_f.tree / "Right/b.zip").string()), &status);
+        QCOMPARE(status, 0);
+    }
+
     void editorSavesAsksBeforeDiscardingHoldsOffQuittingAndRefusesWhatItCannotEdit()
     {
         new QuitGuard(m_f.view.get());

@@ -64,6 +64,22 @@ std::string syncFields(const SyncJob &sync)
     return text;
 }
 
+std::string unpackFields(const ArchiveUnpackJob &unpack)
+{
+    std::string text = field("kind", "unpack") + field("archive", unpack.archive.native()) +
+                       field("destination", unpack.destination.native()) +
+                       field("allowLarge", unpack.allowLarge ? "1" : "0");
+    for (const std::string &member : unpack.members)
+        text += field("member", member);
+    return text;
+}
+
+std::string packFields(const ArchivePackJob &pack)
+{
+    return itemFields("pack", pack.items) + field("destination", pack.destination.native()) +
+           field("name", pack.name);
+}
+
 // The items of an undo one after another, each as its fields in a fixed order.
 std::string undoFields(const UndoJob &undo)
 {
@@ -135,6 +151,8 @@ std::string jobFields(const Job &job)
                           [](const RestoreFromTrashJob &restore) { return restoreFields(restore); },
                           [](const EraseFromTrashJob &erase) { return eraseFields(erase); },
                           [](const SyncJob &sync) { return syncFields(sync); },
+                          [](const ArchiveUnpackJob &unpack) { return unpackFields(unpack); },
+                          [](const ArchivePackJob &pack) { return packFields(pack); },
                       },
                       job);
 }
@@ -308,6 +326,22 @@ std::optional<Job> jobOf(const Fields &fields)
         if (!archive || !member || !destination)
             return std::nullopt;
         return ArchiveExtraction{*archive, QString::fromStdString(*member), *destination, nullptr};
+    }
+    if (kind == "unpack") {
+        const auto archive = only(fields, "archive"), destination = only(fields, "destination"),
+                   allowLarge = only(fields, "allowLarge");
+        if (!archive || !destination || (allowLarge != "0" && allowLarge != "1"))
+            return std::nullopt;
+        std::vector<std::string> members;
+        for (const auto &member : all(fields, "member"))
+            members.push_back(member.native());
+        return ArchiveUnpackJob{*archive, *destination, std::move(members), allowLarge == "1"};
+    }
+    if (kind == "pack") {
+        const auto destination = only(fields, "destination"), name = only(fields, "name");
+        if (!destination || !name || all(fields, "item").empty())
+            return std::nullopt;
+        return ArchivePackJob{all(fields, "item"), *destination, *name};
     }
     if (kind == "multiRename") {
         const auto folder = only(fields, "folder");

@@ -1,6 +1,9 @@
 #include "tools/detail/archivemembermodel.h"
 
+#include "platform/desktop/bytecount.h"
+
 #include <QApplication>
+#include <QDateTime>
 #include <QStyle>
 
 namespace quillorn::detail {
@@ -44,6 +47,20 @@ int ArchiveMemberModel::rowOf(const QString &name) const
     return -1;
 }
 
+QString ArchiveMemberModel::described(const ZipEntry &entry)
+{
+    // unzip's listing gives names alone; the library's also sizes and dates.
+    QString text = entry.name;
+    if (entry.size >= 0)
+        text += QStringLiteral("  \u00b7  ") + formattedByteCount(entry.size);
+    if (entry.modified >= 0)
+        text += QStringLiteral("  \u00b7  ") +
+                QDateTime::fromSecsSinceEpoch(entry.modified).toString(QStringLiteral("yyyy-MM-dd HH:mm"));
+    if (entry.encrypted)
+        text += QStringLiteral("  \u00b7  encrypted");
+    return text;
+}
+
 int ArchiveMemberModel::rowCount(const QModelIndex &parent) const
 {
     return parent.isValid() ? 0 : int(m_shown.size());
@@ -57,7 +74,7 @@ QVariant ArchiveMemberModel::data(const QModelIndex &index, int role) const
     switch (role) {
     case Qt::DisplayRole:
     case Qt::ToolTipRole:
-        return shown.name;
+        return described(shown);
     case Qt::DecorationRole:
         return shown.directory() ? m_folder : m_document;
     default:

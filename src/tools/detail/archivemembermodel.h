@@ -23,6 +23,9 @@ public:
     int rowOf(const QString &name) const;
     const ZipEntry &entry(int row) const { return m_entries[std::size_t(m_shown[std::size_t(row)])]; }
 
+    // A row's text: the name, then size, date and "encrypted" where known.
+    static QString described(const ZipEntry &entry);
+
     int rowCount(const QModelIndex &parent = {}) const override;
     QVariant data(const QModelIndex &index, int role) const override;
 

@@ -1,0 +1,283 @@
+#include "scopedmount.h"
+#include "testtree.h"
+
+#include "operations/commandererror.h"
+#include "operations/operationcontrol.h"
+#include "platform/posix/archivelibrary.h"
+#include "services/archivecatalog.h"
+#include "services/archivepacking.h"
+#include "services/archiveunpacking.h"
+#include "services/detail/journaltext.h"
+
+#include <gmock/gmock.h>
+
+#include <fcntl.h>
+#include <fstream>
+#include <sys/stat.h>
+#include <unistd.h>
+
+using namespace quillorn;
+using namespace quillorn::test;
+using namespace testing;
+namespace fs = std::filesystem;
+
+namespace {
+
+// The staging journal of these tests stays in a folder of their own.
+TestTree stateTree;
+const bool stateHome = ::setenv("XDG_STATE_HOME", stateTree.root().c_str(), 1) == 0;
+
+// Runs a python3 script with OUT set to the archive's path.
+fs::path python(const fs::path &out, const std::string &script)
+{
+    const fs::path file = out.parent_path() / "make.py";
+    std::ofstream(file) << "import tarfile, zipfile, io, os, sys\nOUT = "
+                        << "'" << out.string() << "'\n"
+                        << script;
+    int status = 0;
+    const std::string output = runCommand("python3 " + shellQuote(file.string()) + " 2>&1", &status);
+    fs::remove(file);
+    if (status != 0)
+        throw std::runtime_error("python3 failed: " + output);
+    return out;
+}
+
+// A tar.gz of TarInfo members made by the lines of `adds` (each uses `t`).
+fs::path tarOf(const fs::path &out, const std::string &adds)
+{
+    return python(out, "t = tarfile.open(OUT, 'w:gz', format=tarfile.GNU_FORMAT, encoding='utf-8', "
+                       "errors='surrogateescape')\n"
+                       "def add(name, data=b'', **kw):\n"
+                       "    i = tarfile.TarInfo(name); i.size = len(data); i.mtime = 1000000000\n"
+                       "    for k, v in kw.items(): setattr(i, k, v)\n"
+                       "    t.addfile(i, io.BytesIO(data) if data else None)\n" +
+                           adds + "t.close()\n");
+}
+
+std::string failure(const std::function<void()> &body)
+{
+    try {
+        body();
+    } catch (const CommanderError &error) {
+        return error.what();
+    } catch (const std::exception &error) {
+        return std::string("other: ") + error.what();
+    }
+    return "(none)";
+}
+
+// Every path below a folder, relative, sorted, with what each is.
+std::vector<std::string> contents(const fs::path &folder)
+{
+    std::vector<std::string> found;
+    for (const auto &entry : fs::recursive_directory_iterator(folder)) {
+        const char kind = entry.is_symlink()        ? 'l'
+                          : entry.is_directory()    ? 'd'
+                          : entry.is_regular_file() ? 'f'
+                                                    : '?';
+        found.push_back(kind + (" " + entry.path().lexically_relative(folder).string()));
+    }
+    std::sort(found.begin(), found.end());
+    return found;
+}
+
+class Unpacking : public Test {
+protected:
+    TestTree tree;
+    fs::path destination = tree.folder("dest");
+    fs::path outside = tree.folder("outside");
+    OperationControl control;
+
+    fs::path unpack(const fs::path &archive, std::vector<std::string> members = {})
+    {
+        return ArchiveUnpackJob{archive, destination, std::move(members)}(control);
+    }
+};
+
+TEST_F(Unpacking, hostileMembersAreLeftOutAndNothingIsWrittenOutsideTheFolder)
+{
+    const std::string escape = (outside / "escaped").string();
+    struct Case {
+        const char *what;
+        std::string adds;
+        std::vector<std::string> expected;
+    } cases[] = {
+        {"dot-dot", "add('../x', b'bad')\nadd('ok.txt', b'ok')\n", {"f ok.txt"}},
+        {"absolute", "add('" + escape + "', b'bad')\nadd('ok.txt', b'ok')\n", {"f ok.txt"}},
+        {"inner dot-dot", "add('a/../../x', b'bad')\nadd('a/ok', b'ok')\n", {"d a", "f a/ok"}},
+        {"through a link",
+         "add('l', type=tarfile.SYMTYPE, linkname='" + outside.string() + "')\nadd('l/evil', b'bad')\n",
+         {"l l"}},
+        {"through a relative link",
+         "add('up', type=tarfile.SYMTYPE, linkname='..')\nadd('up/evil', b'bad')\n",
+         {"l up"}},
+        {"hard link outside",
+         "add('h', type=tarfile.LNKTYPE, linkname='../outside/x')\n"
+         "add('p', type=tarfile.LNKTYPE, linkname='/etc/passwd')\n",
+         {}},
+        {"devices",
+         "add('fifo', type=tarfile.FIFOTYPE)\nadd('null', type=tarfile.CHRTYPE, devmajor=1, devminor=3)\n",
+         {}},
+    };
+    for (const Case &item : cases) {
+        const fs::path archive = tarOf(tree / "hostile.tar.gz", item.adds);
+        const std::string message = failure([&] { unpack(archive); });
+        EXPECT_THAT(message, StartsWith("Extracted into \u2018hostile\u2019 without")) << item.what;
+        EXPECT_EQ(contents(destination / "hostile"), item.expected) << item.what;
+        EXPECT_THAT(TestTree::names(outside), IsEmpty()) << item.what;
+        EXPECT_FALSE(fs::exists(tree / "x")) << item.what;
+        EXPECT_EQ(TestTree::names(destination), std::vector<std::string>{"hostile"}) << item.what;
+        fs::remove_all(destination / "hostile");
+    }
+}
+
+TEST_F(Unpacking, keepsBytesLinksAndModesWithoutPrivilegeAndNeverReplaces)
+{
+    const std::string odd = "caf\xe9";
+    const fs::path archive =
+        tarOf(tree / "photos.tar.gz", "add('caf\\udce9', b'latin')\n"
+                                      "add('dir', type=tarfile.DIRTYPE, mode=0o750)\n"
+                                      "add('dir/su', b'#!', mode=0o4755)\n"
+                                      "add('dir/hard', type=tarfile.LNKTYPE, linkname='dir/su')\n"
+                                      "add('link', type=tarfile.SYMTYPE, linkname='/etc/passwd')\n");
+    tree.file("dest/photos/mine.txt", "mine");
+    const fs::path made = unpack(archive);
+    EXPECT_EQ(made, destination / "photos (2)");
+    EXPECT_EQ(TestTree::read(destination / "photos/mine.txt"), "mine");
+    EXPECT_EQ(TestTree::read(made / odd), "latin");
+    struct stat su {
+    }, hard{}, folder{};
+    ASSERT_EQ(::stat((made / "dir/su").c_str(), &su), 0);
+    ASSERT_EQ(::stat((made / "dir/hard").c_str(), &hard), 0);
+    ASSERT_EQ(::stat((made / "dir").c_str(), &folder), 0);
+    EXPECT_EQ(su.st_mode & 07777, 0755u);
+    EXPECT_EQ(su.st_ino, hard.st_ino);
+    EXPECT_EQ(su.st_mtime, 1000000000);
+    EXPECT_EQ(folder.st_mode & 0777, 0750u);
+    EXPECT_EQ(fs::read_symlink(made / "link"), "/etc/passwd");
+    // Only the folders published: no hidden staging item stays behind.
+    EXPECT_EQ(TestTree::names(destination), (std::vector<std::string>{"photos", "photos (2)"}));
+}
+
+TEST_F(Unpacking, damagedOrForeignFilesFailWithOneMessageAndLeaveNothing)
+{
+    const fs::path whole =
+        tarOf(tree / "big.tar.gz", "import random\nrandom.seed(1)\n"
+                                   "add('a', bytes(random.getrandbits(8) for _ in range(200000)))\n");
+    std::string bytes = TestTree::read(whole);
+    const fs::path cut = tree.file("cut.tar.gz", bytes.substr(0, bytes.size() / 2));
+    const fs::path text = tree.file("notes.txt", "just some words, not an archive\n");
+    EXPECT_EQ(failure([&] { unpack(cut); }), ArchiveCatalog::unreadable);
+    EXPECT_EQ(failure([&] { unpack(text); }), ArchiveCatalog::unreadable);
+    EXPECT_EQ(failure([&] { ArchiveCatalog::list(text); }), ArchiveCatalog::unreadable);
+    EXPECT_EQ(ArchiveCatalog::kind(text), ArchiveCatalog::Kind::none);
+    EXPECT_THAT(TestTree::names(destination), IsEmpty());
+    // Recognised by content, whatever the name.
+    fs::rename(whole, tree / "backup.bin");
+    EXPECT_EQ(ArchiveCatalog::kind(tree / "backup.bin"), ArchiveCatalog::Kind::other);
+}
+
+TEST_F(Unpacking, seventyThousandMembersListAndUnpackAndSelectedMembersAlone)
+{
+    const fs::path archive =
+        tarOf(tree / "many.tar.gz", "for n in range(70000):\n"
+                                    "    add('d%d/m%05d' % (n % 7, n), b'x' if n in (8, 12) else b'')\n");
+    const std::vector<ZipEntry> entries = ArchiveCatalog::list(archive);
+    ASSERT_EQ(entries.size(), 70000u);
+    EXPECT_EQ(entries[8].name, "d1/m00008");
+    EXPECT_EQ(entries[8].size, 1);
+    EXPECT_EQ(entries[8].modified, 1000000000);
+    const fs::path all = unpack(archive);
+    EXPECT_EQ(TestTree::names(all / "d3").size(), 10000u);
+    const fs::path some = unpack(archive, {"d2/m00002", "d5/m00012"});
+    EXPECT_EQ(TestTree::names(some), (std::vector<std::string>{"d2", "d5"}));
+    EXPECT_EQ(TestTree::names(some / "d2"), std::vector<std::string>{"m00002"});
+    EXPECT_EQ(TestTree::names(some / "d5"), std::vector<std::string>{"m00012"});
+    EXPECT_EQ(ArchiveCatalog::member("d5/m00012", archive), QByteArray("x"));
+}
+
+TEST_F(Unpacking, aCancelledUnpackingLeavesNoStagingItem)
+{
+    const fs::path archive = tarOf(tree / "c.tar.gz", "add('a', b'1')\n");
+    control.cancel();
+    EXPECT_THROW(unpack(archive), CancellationError);
+    EXPECT_THAT(TestTree::names(destination), IsEmpty());
+}
+
+TEST(ArchiveJobs, roundTripThroughTheJournal)
+{
+    const std::vector<detail::JournalEntry> entries = {
+        {QUuid::createUuid(), "Extract a.tar", ArchiveUnpackJob{"/a/\xff.tar", "/b", {"x/", "y"}, true}, {}},
+        {QUuid::createUuid(), "Compress b.zip", ArchivePackJob{{"/a/1", "/a/\xfe"}, "/c", "b.zip"}, {}},
+    };
+    const auto parsed = detail::parseJournal(detail::journalText(entries));
+    ASSERT_TRUE(parsed);
+    const auto &unpack = std::get<ArchiveUnpackJob>(parsed->at(0).job);
+    EXPECT_EQ(unpack.archive, "/a/\xff.tar");
+    EXPECT_EQ(unpack.members, (std::vector<std::string>{"x/", "y"}));
+    EXPECT_TRUE(unpack.allowLarge);
+    const auto &pack = std::get<ArchivePackJob>(parsed->at(1).job);
+    EXPECT_EQ(pack.items, (std::vector<fs::path>{"/a/1", "/a/\xfe"}));
+    EXPECT_EQ(pack.name, "b.zip");
+    EXPECT_EQ(ArchiveCatalog::folderName("photos.tar.gz"), "photos");
+    EXPECT_EQ(ArchiveCatalog::folderName("Photos.TGZ"), "Photos");
+    EXPECT_EQ(ArchiveCatalog::folderName("data.bin"), "data");
+}
+
+TEST(ArchiveJobs, createdArchivesRoundTripThroughBsdtarAndUnzip)
+{
+    TestTree tree;
+    const std::string odd = "n\xe9w";
+    tree.file("photos/a.txt", "alpha");
+    tree.file("photos/sub/" + odd, std::string(300000, 'z'));
+    tree.symlink("photos/link", "/etc/passwd");
+    ::chmod((tree / "photos/a.txt").c_str(), 0640);
+    const struct timespec times[2] = {{0, UTIME_OMIT}, {1200000000, 0}};
+    ::utimensat(AT_FDCWD, (tree / "photos/a.txt").c_str(), times, 0);
+    const fs::path out = tree.folder("out");
+    for (const std::string &extension : ArchivePackJob::extensions) {
+        const std::string name = ArchivePackJob::suggestedName({tree / "photos"}, extension);
+        EXPECT_EQ(name, "photos" + extension);
+        OperationControl control;
+        const fs::path made = ArchivePackJob{{tree / "photos"}, out, name}(control);
+        EXPECT_EQ(made, out / name);
+        int status = 0;
+        const std::string listing = runCommand("bsdtar -tvf " + shellQuote(made.string()) + " 2>&1", &status);
+        EXPECT_EQ(status, 0) << extension << listing;
+        EXPECT_THAT(listing, HasSubstr("photos/a.txt")) << extension;
+        if (extension != ".zip" && extension != ".7z") {
+            EXPECT_THAT(listing, HasSubstr("-rw-r-----")) << extension << listing;
+            EXPECT_THAT(listing, HasSubstr("photos/link -> /etc/passwd")) << extension;
+        }
+        if (extension == ".zip") {
+            runCommand("unzip -t " + shellQuote(made.string()) + " 2>&1", &status);
+            EXPECT_EQ(status, 0);
+        }
+        const fs::path back = tree.folder("back" + extension);
+        runCommand("cd " + shellQuote(back.string()) + " && bsdtar -xf " + shellQuote(made.string()) +
+                       " 2>&1",
+                   &status);
+        EXPECT_EQ(status, 0) << extension;
+        EXPECT_EQ(TestTree::read(back / "photos/a.txt"), "alpha") << extension;
+        // 7z keeps names as UTF-16: one that is not UTF-8 cannot be stored there.
+        if (extension != ".7z") {
+            EXPECT_TRUE(TestTree::read(back / "photos/sub" / odd) == std::string(300000, 'z')) << extension;
+        }
+        EXPECT_EQ(fs::read_symlink(back / "photos/link"), "/etc/passwd") << extension;
+        struct stat info {};
+        ::lstat((back / "photos/a.txt").c_str(), &info);
+        EXPECT_EQ(info.st_mode & 0777, 0640u) << extension;
+        EXPECT_EQ(info.st_mtime, 1200000000) << extension;
+        // And its own browser lists what it made.
+        EXPECT_EQ(ArchiveCatalog::kind(made),
+                  extension == ".zip" ? ArchiveCatalog::Kind::zip : ArchiveCatalog::Kind::other);
+    }
+    OperationControl control;
+    EXPECT_THAT(failure([&] {
+                    ArchivePackJob{{tree / "photos"}, out, "photos.zip"}(control);
+                }),
+                HasSubstr("already exists"));
+    EXPECT_EQ(TestTree::names(out).size(), ArchivePackJob::extensions.size());
+}
+
+} // namespace
