@@ -106,7 +106,7 @@ JobRunner::Result JobRunner::transfer(const TransferJob &job, OperationControl &
                                       const Earlier *earlier) const
 {
     std::vector<Path> sources = job.sources;
-    Result result{{}, {}, job.move, job.destination, {}, {}, {}};
+    Result result{{}, {}, job.move, job.destination, {}, {}, {}, {}};
     std::vector<KeptSource> &kept = result.kept;
     if (earlier && !earlier->published.empty()) {
         std::vector<Path> done;
