@@ -13,6 +13,7 @@
 #include "services/archivecatalog.h"
 
 #include <cerrno>
+#include <cstdio>
 #include <fcntl.h>
 #include <optional>
 #include <sys/stat.h>
@@ -144,7 +145,9 @@ private:
         for (std::size_t index = 0; current && index < count; ++index) {
             const char *name = path[index].c_str();
             int next = ::openat(current.get(), name, folderFlags);
-            if (next < 0 && errno == ENOENT && make && ::mkdirat(current.get(), name, 0700) == 0)
+            // A folder the archive only implies gets the mode mkdir gives; the
+            // staging folder above keeps everything private until the publish.
+            if (next < 0 && errno == ENOENT && make && ::mkdirat(current.get(), name, 0777) == 0)
                 next = ::openat(current.get(), name, folderFlags);
             current = FileDescriptor(next);
         }
@@ -273,6 +276,22 @@ std::string leftOutMessage(const std::string &folder, const std::vector<std::str
 }
 
 // Publishes the staging folder under the first free one of "name", "name (2)", …
+// The process's umask, read without setting it (umask(2) would change it for
+// every thread for a moment); 022 where the kernel does not say.
+mode_t creationMask()
+{
+    std::FILE *status = std::fopen("/proc/self/status", "re");
+    unsigned mask = 022;
+    if (status) {
+        char line[128];
+        while (std::fgets(line, sizeof line, status))
+            if (std::sscanf(line, "Umask: %o", &mask) == 1)
+                break;
+        std::fclose(status);
+    }
+    return static_cast<mode_t>(mask & 0777);
+}
+
 std::string publish(int destination, const std::string &staging, const std::string &name, const Path &shown)
 {
     for (int number = 1;; ++number) {
@@ -375,6 +394,9 @@ Path ArchiveUnpackJob::operator()(OperationControl &control) const
             reported = consumed;
         }
         unpacker.finish();
+        // Published, the folder is the user's own new folder, not a private staging one.
+        if (::fchmod(root.get(), 0777 & ~creationMask()) != 0)
+            throwPosixError(stagingPath);
         // Every file and folder on stable storage before the name appears, as a copy's are.
         if (::syncfs(root.get()) != 0)
             throwPosixError(stagingPath);

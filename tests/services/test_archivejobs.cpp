@@ -155,6 +155,11 @@ TEST_F(Unpacking, keepsBytesLinksAndModesWithoutPrivilegeAndNeverReplaces)
     EXPECT_EQ(su.st_mtime, 1000000000);
     EXPECT_EQ(folder.st_mode & 0777, 0750u);
     EXPECT_EQ(fs::read_symlink(made / "link"), "/etc/passwd");
+    // The new folder is made as mkdir makes one, not left private as its staging was.
+    const mode_t mask = ::umask(022);
+    ::umask(mask);
+    ASSERT_EQ(::stat(made.c_str(), &folder), 0);
+    EXPECT_EQ(folder.st_mode & 0777, 0777u & ~mask);
     // Only the folders published: no hidden staging item stays behind.
     EXPECT_EQ(TestTree::names(destination), (std::vector<std::string>{"photos", "photos (2)"}));
 }
