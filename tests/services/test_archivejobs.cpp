@@ -285,4 +285,35 @@ TEST(ArchiveJobs, createdArchivesRoundTripThroughBsdtarAndUnzip)
     EXPECT_EQ(TestTree::names(out).size(), ArchivePackJob::extensions.size());
 }
 
+// Past a few write-back windows the archive is still whole, and a volume that
+// fills up fails the job with the disk's reason and keeps nothing.
+TEST(ArchiveJobs, largeArchivesAreWholeAndAFullVolumeKeepsNothing)
+{
+    TestTree tree;
+    const fs::path big = tree.file("big/random.bin", "");
+    int status = 0;
+    runCommand("head -c 50331648 /dev/urandom > " + shellQuote(big.string()), &status);
+    ASSERT_EQ(status, 0);
+    tree.file("big/after.txt", "the last member");
+    const fs::path out = tree.folder("out");
+    OperationControl control;
+    const fs::path made = ArchivePackJob{{tree / "big"}, out, "big.tar.zst"}(control);
+    const fs::path back = tree.folder("back");
+    runCommand("cd " + shellQuote(back.string()) + " && bsdtar -xf " + shellQuote(made.string()), &status);
+    ASSERT_EQ(status, 0);
+    EXPECT_TRUE(TestTree::read(back / "big/random.bin") == TestTree::read(big));
+    EXPECT_EQ(TestTree::read(back / "big/after.txt"), "the last member");
+    EXPECT_EQ(control.progress().completed, std::int64_t(50331648 + 15));
+
+    if (!runningAsRoot())
+        GTEST_SKIP() << "mounting a small volume needs root";
+    const ScopedMount volume("tmpfs", tree.folder("small"), "size=32m");
+    OperationControl again;
+    EXPECT_THAT(failure([&] {
+                    ArchivePackJob{{tree / "big"}, volume.path(), "big.tar.zst"}(again);
+                }),
+                AllOf(HasSubstr("big.tar.zst"), HasSubstr("No space left on device")));
+    EXPECT_TRUE(TestTree::names(volume.path()).empty());
+}
+
 } // namespace

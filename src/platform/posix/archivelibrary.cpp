@@ -1,13 +1,16 @@
 #include "platform/posix/archivelibrary.h"
 
 #include "platform/posix/posixerror.h"
+#include "platform/posix/writeback.h"
 
 #include <archive.h>
 #include <archive_entry.h>
 
 #include <cerrno>
+#include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 namespace quillorn {
 
@@ -150,9 +153,21 @@ bool readableArchive(const std::filesystem::path &archive) noexcept
     }
 }
 
+// The archive is flushed before it is published. Its data goes to the disk
+// while the rest is still being compressed, so that flush finds little left to
+// write, and no more than two windows of it wait in memory at a time.
+constexpr off_t writeBackWindow = 16 * 1024 * 1024;
+// Fewer, larger writes than the library's 10 KiB tape blocks.
+constexpr int writeBlockSize = 0x40000;
+
 struct ArchiveWriter::Handle {
     struct archive *archive = nullptr;
     struct archive_entry *entry = nullptr;
+    int descriptor = -1;
+    off_t position = 0;
+    off_t started = 0; // write-back started for everything before this
+    off_t awaited = 0; // and finished before this
+
     ~Handle()
     {
         if (entry)
@@ -160,12 +175,45 @@ struct ArchiveWriter::Handle {
         if (archive)
             archive_write_free(archive);
     }
+
+    static la_ssize_t writeOut(struct archive *archive, void *client, const void *buffer, size_t length)
+    {
+        auto &self = *static_cast<Handle *>(client);
+        const char *data = static_cast<const char *>(buffer);
+        std::size_t left = length;
+        while (left > 0) {
+            const ssize_t count = ::write(self.descriptor, data, left);
+            if (count < 0 && errno == EINTR)
+                continue;
+            if (count < 0) {
+                archive_set_error(archive, errno, "%s", std::strerror(errno));
+                return -1;
+            }
+            data += count;
+            left -= std::size_t(count);
+            self.position += count;
+        }
+        if (self.position - self.started >= writeBackWindow) {
+            int error = startWriteBack(self.descriptor, self.started, self.position - self.started);
+            if (!error && self.started - self.awaited >= writeBackWindow) {
+                error = awaitWriteBack(self.descriptor, self.awaited, self.started - self.awaited);
+                self.awaited = self.started;
+            }
+            if (error) {
+                archive_set_error(archive, error, "%s", std::strerror(error));
+                return -1;
+            }
+            self.started = self.position;
+        }
+        return la_ssize_t(length);
+    }
 };
 
 ArchiveWriter::ArchiveWriter(int descriptor, ArchiveFormat format) : m_handle(std::make_unique<Handle>())
 {
     struct archive *handle = m_handle->archive = archive_write_new();
     m_handle->entry = archive_entry_new();
+    m_handle->descriptor = descriptor;
     if (!handle || !m_handle->entry)
         throw std::bad_alloc();
     int status = ARCHIVE_OK;
@@ -192,11 +240,13 @@ ArchiveWriter::ArchiveWriter(int descriptor, ArchiveFormat format) : m_handle(st
             status = archive_write_add_filter_zstd(handle);
         break;
     }
-    // Whole blocks only where tar needs them: a short last block is fine for a file.
-    if (status == ARCHIVE_OK && format != ArchiveFormat::zip && format != ArchiveFormat::sevenZip)
+    if (status == ARCHIVE_OK)
+        status = archive_write_set_bytes_per_block(handle, writeBlockSize);
+    // A short last block is fine for a file; tar would pad it to a whole one.
+    if (status == ARCHIVE_OK)
         status = archive_write_set_bytes_in_last_block(handle, 1);
     if (status == ARCHIVE_OK)
-        status = archive_write_open_fd(handle, descriptor);
+        status = archive_write_open2(handle, m_handle.get(), nullptr, &Handle::writeOut, nullptr, nullptr);
     if (status != ARCHIVE_OK)
         throw ArchiveError(reason(handle, "Cannot write this archive format"));
 }
