@@ -9,6 +9,7 @@
 #include "services/archivepacking.h"
 #include "services/archiveunpacking.h"
 
+#include <clocale>
 #include <cstdio>
 #include <exception>
 #include <string>
@@ -17,6 +18,8 @@
 int main(int argc, char **argv)
 {
     using namespace quillorn;
+    // As the program runs: the user's locale, which the library converts names by.
+    std::setlocale(LC_ALL, "");
     const std::string mode = argc >= 3 ? argv[1] : "";
     try {
         OperationControl control;

@@ -78,6 +78,8 @@ private:
     void add(int parent, const std::string &name, const std::string &stored, const struct stat &info,
              const Path &shown)
     {
+        if (!m_writer.holds(stored))
+            refuse(shown);
         ArchiveMember member;
         member.path = stored;
         member.mode = info.st_mode & 07777;
@@ -94,12 +96,22 @@ private:
             if (length < 0)
                 throwPosixError(shown);
             target.resize(std::size_t(length));
+            if (!m_writer.holds(target))
+                refuse(shown);
             member.linkTarget = target;
             m_writer.add(member, info.st_uid, info.st_gid);
         } else if (S_ISREG(info.st_mode)) {
             file(parent, name, member, info, shown);
         }
         // FIFOs, sockets and devices have no contents to keep.
+    }
+
+    // A 7z keeps names as UTF-16: another name could only be stored changed.
+    [[noreturn]] static void refuse(const Path &shown)
+    {
+        throw CommanderError("\u2018" + displayText(shown).toStdString() +
+                             "\u2019 cannot be stored in a 7z archive, which holds only names in UTF-8. "
+                             "Choose ZIP or tar to keep it.");
     }
 
     void file(int parent, const std::string &name, ArchiveMember &member, const struct stat &info,

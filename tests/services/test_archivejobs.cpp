@@ -11,6 +11,7 @@
 
 #include <gmock/gmock.h>
 
+#include <clocale>
 #include <fcntl.h>
 #include <fstream>
 #include <sys/stat.h>
@@ -241,6 +242,9 @@ TEST(ArchiveJobs, createdArchivesRoundTripThroughBsdtarAndUnzip)
     ::utimensat(AT_FDCWD, (tree / "photos/a.txt").c_str(), times, 0);
     const fs::path out = tree.folder("out");
     for (const std::string &extension : ArchivePackJob::extensions) {
+        // 7z keeps names as UTF-16: one that is not UTF-8 is refused there (tested below).
+        if (extension == ".7z")
+            fs::rename(tree / "photos/sub" / odd, tree / "photos/sub/new");
         const std::string name = ArchivePackJob::suggestedName({tree / "photos"}, extension);
         EXPECT_EQ(name, "photos" + extension);
         OperationControl control;
@@ -264,10 +268,9 @@ TEST(ArchiveJobs, createdArchivesRoundTripThroughBsdtarAndUnzip)
                    &status);
         EXPECT_EQ(status, 0) << extension;
         EXPECT_EQ(TestTree::read(back / "photos/a.txt"), "alpha") << extension;
-        // 7z keeps names as UTF-16: one that is not UTF-8 cannot be stored there.
-        if (extension != ".7z") {
-            EXPECT_TRUE(TestTree::read(back / "photos/sub" / odd) == std::string(300000, 'z')) << extension;
-        }
+        EXPECT_TRUE(TestTree::read(back / "photos/sub" / (extension == ".7z" ? "new" : odd)) ==
+                    std::string(300000, 'z'))
+            << extension;
         EXPECT_EQ(fs::read_symlink(back / "photos/link"), "/etc/passwd") << extension;
         struct stat info {};
         ::lstat((back / "photos/a.txt").c_str(), &info);
@@ -314,6 +317,53 @@ TEST(ArchiveJobs, largeArchivesAreWholeAndAFullVolumeKeepsNothing)
                 }),
                 AllOf(HasSubstr("big.tar.zst"), HasSubstr("No space left on device")));
     EXPECT_TRUE(TestTree::names(volume.path()).empty());
+}
+
+// The program runs in the user's locale, which the archive library converts and
+// marks names by: in none of them may a name change or a member go missing.
+TEST(ArchiveJobs, namesKeepTheirBytesWhateverTheLocale)
+{
+    const std::string previous = std::setlocale(LC_ALL, nullptr);
+    for (const char *locale : {"C.UTF-8", "C"}) {
+        ASSERT_TRUE(std::setlocale(LC_ALL, locale)) << locale;
+        TestTree tree;
+        const std::string accented = "\xc3\xa9t\xc3\xa9", raw = "n\xe9w";
+        tree.file("p/" + accented + "/in", "utf-8");
+        tree.file("p/" + raw, "raw");
+        tree.symlink("p/link", raw);
+        const fs::path out = tree.folder("out");
+        for (const std::string name : {"p.zip", "p.tar.gz"}) {
+            OperationControl control;
+            const fs::path made = ArchivePackJob{{tree / "p"}, out, name}(control);
+            int status = 0;
+            // A name marked UTF-8 that is not would make both refuse the archive.
+            const std::string listed =
+                runCommand("LC_ALL=C.UTF-8 bsdtar -tf " + shellQuote(made.string()) + " 2>&1", &status);
+            EXPECT_EQ(status, 0) << locale << name << listed;
+            runCommand("python3 -c 'import sys, zipfile; zipfile.ZipFile(sys.argv[1]).namelist()' " +
+                           shellQuote(made.string()) + " 2>&1",
+                       &status);
+            EXPECT_EQ(status, name == "p.zip" ? 0 : 1) << locale << name;
+            const fs::path back = ArchiveUnpackJob{made, tree.folder("back-" + name), {}}(control);
+            EXPECT_EQ(contents(back), (std::vector<std::string>{"d p", "d p/" + accented, "f p/" + raw,
+                                                                "f p/" + accented + "/in", "l p/link"}))
+                << locale << name;
+            EXPECT_EQ(fs::read_symlink(back / "p/link"), raw) << locale << name;
+        }
+        // A 7z holds UTF-16 names only: the one that is not UTF-8 is refused, not changed.
+        OperationControl control;
+        EXPECT_THAT(failure([&] {
+                        ArchivePackJob{{tree / "p"}, out, "p.7z"}(control);
+                    }),
+                    HasSubstr("cannot be stored in a 7z archive"));
+        fs::remove(tree / "p" / raw);
+        fs::remove(tree / "p/link");
+        const fs::path seven = ArchivePackJob{{tree / "p"}, out, "p.7z"}(control);
+        const fs::path back = ArchiveUnpackJob{seven, tree.folder("back-7z"), {}}(control);
+        EXPECT_EQ(TestTree::read(back / "p" / accented / "in"), "utf-8") << locale;
+        EXPECT_EQ(TestTree::names(out).size(), 3u) << locale;
+    }
+    std::setlocale(LC_ALL, previous.c_str());
 }
 
 } // namespace

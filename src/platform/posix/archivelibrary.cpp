@@ -7,6 +7,8 @@
 #include <archive_entry.h>
 
 #include <cerrno>
+#include <clocale>
+#include <cstdlib>
 #include <cstring>
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -23,6 +25,44 @@ std::string reason(struct archive *handle, const char *fallback)
     const char *text = handle ? archive_error_string(handle) : nullptr;
     return text && *text ? std::string(text) : std::string(fallback);
 }
+
+// The library converts and marks names by the thread's locale. Reading in the C
+// locale loses every name a ZIP marks as UTF-8 or a 7z keeps as UTF-16, so the
+// reader runs under a UTF-8 locale, whatever the user's. Writing in a UTF-8
+// locale marks every ZIP name that is not ASCII as UTF-8, even one that is not
+// (unzip tools then refuse it), and in the C locale a ZIP or tar keeps the bytes
+// unmarked. So each member is written under the locale that describes its name:
+// UTF-8 where it is valid UTF-8, else C. Its bytes are kept either way.
+class NameLocale {
+public:
+    explicit NameLocale(locale_t chosen) : m_previous(chosen ? ::uselocale(chosen) : nullptr) {}
+    ~NameLocale()
+    {
+        if (m_previous)
+            ::uselocale(m_previous);
+    }
+    NameLocale(const NameLocale &) = delete;
+    NameLocale &operator=(const NameLocale &) = delete;
+
+    static locale_t utf8()
+    {
+        static const locale_t made = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", locale_t(nullptr));
+        return made;
+    }
+    static locale_t plain()
+    {
+        static const locale_t made = ::newlocale(LC_CTYPE_MASK, "C", locale_t(nullptr));
+        return made;
+    }
+    static bool isUtf8(const std::string &text)
+    {
+        const NameLocale scoped(utf8());
+        return std::mbstowcs(nullptr, text.c_str(), 0) != std::size_t(-1);
+    }
+
+private:
+    locale_t m_previous;
+};
 
 // Only the formats the program offers to browse: the library's catch-alls
 // ("raw", "mtree", "empty") would take any text file for an archive.
@@ -89,6 +129,7 @@ ArchiveReader::~ArchiveReader() = default;
 
 bool ArchiveReader::next(ArchiveMember &member)
 {
+    const NameLocale scoped(NameLocale::utf8());
     struct archive_entry *entry = nullptr;
     const int status = archive_read_next_header(m_handle->archive, &entry);
     if (status == ARCHIVE_EOF)
@@ -163,6 +204,7 @@ constexpr int writeBlockSize = 0x40000;
 struct ArchiveWriter::Handle {
     struct archive *archive = nullptr;
     struct archive_entry *entry = nullptr;
+    ArchiveFormat format = ArchiveFormat::zip;
     int descriptor = -1;
     off_t position = 0;
     off_t started = 0; // write-back started for everything before this
@@ -214,6 +256,7 @@ ArchiveWriter::ArchiveWriter(int descriptor, ArchiveFormat format) : m_handle(st
     struct archive *handle = m_handle->archive = archive_write_new();
     m_handle->entry = archive_entry_new();
     m_handle->descriptor = descriptor;
+    m_handle->format = format;
     if (!handle || !m_handle->entry)
         throw std::bad_alloc();
     int status = ARCHIVE_OK;
@@ -253,8 +296,17 @@ ArchiveWriter::ArchiveWriter(int descriptor, ArchiveFormat format) : m_handle(st
 
 ArchiveWriter::~ArchiveWriter() = default;
 
+bool ArchiveWriter::holds(const std::string &name) const
+{
+    return m_handle->format != ArchiveFormat::sevenZip || NameLocale::isUtf8(name);
+}
+
 void ArchiveWriter::add(const ArchiveMember &member, unsigned owner, unsigned group)
 {
+    if (!holds(member.path) || !holds(member.linkTarget))
+        throw ArchiveError("A 7z archive holds only UTF-8 names");
+    const bool utf8 = NameLocale::isUtf8(member.path) && NameLocale::isUtf8(member.linkTarget);
+    const NameLocale scoped(utf8 ? NameLocale::utf8() : NameLocale::plain());
     struct archive_entry *entry = archive_entry_clear(m_handle->entry);
     archive_entry_copy_pathname(entry, member.path.c_str());
     archive_entry_set_perm(entry, member.mode & 07777);

@@ -79,8 +79,11 @@ public:
     ArchiveWriter(const ArchiveWriter &) = delete;
     ArchiveWriter &operator=(const ArchiveWriter &) = delete;
 
+    // Whether the format stores this name (or link text) byte for byte: a 7z
+    // holds only UTF-8 names, as UTF-16.
+    bool holds(const std::string &name) const;
     // Starts a member; data of a file follows through write(). `owner` and
-    // `group` are numeric ids.
+    // `group` are numeric ids. Throws ArchiveError for a name it does not hold.
     void add(const ArchiveMember &member, unsigned owner, unsigned group);
     void write(const char *data, std::size_t size);
     // Writes the archive's end; throws ArchiveError when it could not.
