@@ -14,6 +14,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <fcntl.h>
+#include <map>
 #include <memory>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -101,6 +102,16 @@ private:
             member.linkTarget = target;
             m_writer.add(member, info.st_uid, info.st_gid);
         } else if (S_ISREG(info.st_mode)) {
+            if (info.st_nlink > 1 && m_writer.keepsHardLinks()) {
+                // The second name of a file already stored is stored as a link to the first.
+                const auto [first, added] = m_linked.try_emplace({info.st_dev, info.st_ino}, stored);
+                if (!added) {
+                    member.type = ArchiveMember::Type::hardlink;
+                    member.linkTarget = first->second;
+                    m_writer.add(member, info.st_uid, info.st_gid);
+                    return;
+                }
+            }
             file(parent, name, member, info, shown);
         }
         // FIFOs, sockets and devices have no contents to keep.
@@ -155,6 +166,7 @@ private:
     std::string m_prefix;
     Path m_root;
     std::unique_ptr<char[]> m_buffer;
+    std::map<std::pair<dev_t, ino_t>, std::string> m_linked;
 };
 
 } // namespace

@@ -301,6 +301,11 @@ bool ArchiveWriter::holds(const std::string &name) const
     return m_handle->format != ArchiveFormat::sevenZip || NameLocale::isUtf8(name);
 }
 
+bool ArchiveWriter::keepsHardLinks() const
+{
+    return m_handle->format != ArchiveFormat::zip && m_handle->format != ArchiveFormat::sevenZip;
+}
+
 void ArchiveWriter::add(const ArchiveMember &member, unsigned owner, unsigned group)
 {
     if (!holds(member.path) || !holds(member.linkTarget))
@@ -322,6 +327,13 @@ void ArchiveWriter::add(const ArchiveMember &member, unsigned owner, unsigned gr
     case ArchiveMember::Type::symlink:
         archive_entry_set_filetype(entry, AE_IFLNK);
         archive_entry_copy_symlink(entry, member.linkTarget.c_str());
+        archive_entry_set_size(entry, 0);
+        break;
+    case ArchiveMember::Type::hardlink:
+        if (!keepsHardLinks())
+            throw ArchiveError("This archive format does not keep hard links");
+        archive_entry_set_filetype(entry, AE_IFREG);
+        archive_entry_copy_hardlink(entry, member.linkTarget.c_str());
         archive_entry_set_size(entry, 0);
         break;
     default:

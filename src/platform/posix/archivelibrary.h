@@ -82,6 +82,9 @@ public:
     // Whether the format stores this name (or link text) byte for byte: a 7z
     // holds only UTF-8 names, as UTF-16.
     bool holds(const std::string &name) const;
+    // Whether a hard link can be stored as one (tar), naming the member stored
+    // first, rather than as a second copy of the data (ZIP, 7z).
+    bool keepsHardLinks() const;
     // Starts a member; data of a file follows through write(). `owner` and
     // `group` are numeric ids. Throws ArchiveError for a name it does not hold.
     void add(const ArchiveMember &member, unsigned owner, unsigned group);
