@@ -14,6 +14,7 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <unordered_map>
 
 namespace quillorn {
 
@@ -123,6 +124,7 @@ std::vector<ZipEntry> ArchiveCatalog::list(const Path &archive)
         ArchiveMember member;
         std::int64_t names = 0;
         QSet<QString> seen;
+        std::unordered_map<std::string, std::int64_t> sizes; // of files, for the hard links to them
         while (reader.next(member)) {
             names += std::int64_t(member.path.size()) + 1;
             if (names > ArchiveTools::listingLimit)
@@ -135,8 +137,13 @@ std::vector<ZipEntry> ArchiveCatalog::list(const Path &archive)
             if (seen.contains(shown))
                 std::erase_if(entries, [&](const ZipEntry &entry) { return entry.name == shown; });
             seen.insert(shown);
-            entries.push_back({std::move(shown), member.path,
-                               member.type == ArchiveMember::Type::file ? member.size : std::int64_t(-1),
+            std::int64_t size = -1;
+            if (member.type == ArchiveMember::Type::file)
+                size = sizes[member.path] = member.size;
+            else if (const auto linked = sizes.find(member.linkTarget);
+                     member.type == ArchiveMember::Type::hardlink && linked != sizes.end())
+                size = sizes[member.path] = linked->second;
+            entries.push_back({std::move(shown), member.path, size,
                                member.hasModified ? member.modified : std::int64_t(-1), member.encrypted});
         }
     } catch (const ArchiveError &) {
@@ -150,34 +157,53 @@ std::vector<ZipEntry> ArchiveCatalog::list(const Path &archive)
 QByteArray ArchiveCatalog::member(const std::string &bytes, const Path &archive)
 {
     try {
-        ArchiveReader reader(archive);
-        ArchiveMember member;
-        bool found = false;
-        QByteArray data;
-        // The last member of that name is the one that counts, as when unpacking.
-        while (reader.next(member)) {
-            if (member.path != bytes)
-                continue;
-            if (member.type == ArchiveMember::Type::folder)
-                throw CommanderError("This member name cannot be streamed safely.");
-            if (member.encrypted)
-                throw CommanderError("\u2018" + bytes + "\u2019 is encrypted and cannot be read.");
-            found = true;
-            data.clear();
-            const char *block = nullptr;
-            std::size_t size = 0;
-            std::int64_t offset = 0;
-            while (reader.readBlock(block, size, offset)) {
-                if (offset + std::int64_t(size) > ArchiveTools::memberLimit)
-                    throw CommanderError("Archive output exceeds the supported size limit.");
-                if (data.size() < offset)
-                    data.append(qsizetype(offset - data.size()), '\0'); // a hole of a sparse file
-                data.append(block, qsizetype(size));
+        std::string wanted = bytes;
+        // A hard link holds no data of its own: it is that of the member it names,
+        // stored before it (which may be a link too, though never in a cycle).
+        for (int hops = 0; hops < 16; ++hops) {
+            ArchiveReader reader(archive);
+            ArchiveMember member;
+            bool found = false;
+            std::string linkedTo;
+            QByteArray data;
+            // The last member of that name is the one that counts, as when unpacking.
+            while (reader.next(member)) {
+                if (member.path != wanted)
+                    continue;
+                if (member.type == ArchiveMember::Type::folder)
+                    throw CommanderError("This member name cannot be streamed safely.");
+                if (member.encrypted)
+                    throw CommanderError("\u2018" + bytes + "\u2019 is encrypted and cannot be read.");
+                found = true;
+                data.clear();
+                linkedTo.clear();
+                if (member.type == ArchiveMember::Type::hardlink) {
+                    linkedTo = member.linkTarget;
+                    continue;
+                }
+                // A symbolic link gives its text, never what it points to, as unzip gives a ZIP's.
+                if (member.type == ArchiveMember::Type::symlink) {
+                    data = QByteArray::fromStdString(member.linkTarget);
+                    continue;
+                }
+                const char *block = nullptr;
+                std::size_t size = 0;
+                std::int64_t offset = 0;
+                while (reader.readBlock(block, size, offset)) {
+                    if (offset + std::int64_t(size) > ArchiveTools::memberLimit)
+                        throw CommanderError("Archive output exceeds the supported size limit.");
+                    if (data.size() < offset)
+                        data.append(qsizetype(offset - data.size()), '\0'); // a hole of a sparse file
+                    data.append(block, qsizetype(size));
+                }
             }
+            if (!found)
+                throw unreadableError();
+            if (linkedTo.empty())
+                return data;
+            wanted = linkedTo;
         }
-        if (!found)
-            throw unreadableError();
-        return data;
+        throw unreadableError();
     } catch (const ArchiveError &error) {
         const std::string text = error.what();
         if (text.find("ncrypt") != std::string::npos || text.find("assphrase") != std::string::npos)

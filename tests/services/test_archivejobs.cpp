@@ -163,6 +163,18 @@ TEST_F(Unpacking, keepsBytesLinksAndModesWithoutPrivilegeAndNeverReplaces)
     EXPECT_EQ(folder.st_mode & 0777, 0777u & ~mask);
     // Only the folders published: no hidden staging item stays behind.
     EXPECT_EQ(TestTree::names(destination), (std::vector<std::string>{"photos", "photos (2)"}));
+    // Taken out one by one, a hard link gives the data it names and a symbolic
+    // link its text; listed, the hard link has that data's size.
+    EXPECT_EQ(ArchiveCatalog::member("dir/hard", archive), QByteArray("#!"));
+    EXPECT_EQ(ArchiveCatalog::member("link", archive), QByteArray("/etc/passwd"));
+    const std::vector<ZipEntry> listed = ArchiveCatalog::list(archive);
+    const auto sizeOf = [&](const char *name) {
+        const auto found =
+            std::find_if(listed.begin(), listed.end(), [&](const ZipEntry &e) { return e.name == name; });
+        return found == listed.end() ? std::int64_t(-2) : found->size;
+    };
+    EXPECT_EQ(sizeOf("dir/hard"), 2);
+    EXPECT_EQ(sizeOf("link"), -1);
 }
 
 TEST_F(Unpacking, damagedOrForeignFilesFailWithOneMessageAndLeaveNothing)
