@@ -147,8 +147,19 @@ void StagingJournal::add(const fs::path &staging, const fs::path &target) noexce
 {
     try {
         std::lock_guard guard(m_lock);
-        open();
         std::string fields = addFields(staging, target);
+        if (!m_files->journal) {
+            // The first record is written with the journal itself, which is flushed
+            // anyway: beside a busy writer every flush can cost a second.
+            m_live[staging.native()] = std::move(fields);
+            try {
+                open();
+            } catch (...) {
+                m_live.erase(staging.native());
+                throw;
+            }
+            return;
+        }
         writeRecord("add " + percentEncoded(staging.native()) + " " + fields + "\n");
         m_live[staging.native()] = std::move(fields);
         detail::flushData(m_files->journal.get(),

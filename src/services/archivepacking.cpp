@@ -109,6 +109,7 @@ private:
                     member.type = ArchiveMember::Type::hardlink;
                     member.linkTarget = first->second;
                     m_writer.add(member, info.st_uid, info.st_gid);
+                    m_control.add(info.st_size); // the total counts every name's bytes
                     return;
                 }
             }
