@@ -101,6 +101,7 @@ private:
                 refuse(shown);
             member.linkTarget = target;
             m_writer.add(member, info.st_uid, info.st_gid);
+            m_control.add(info.st_size); // as the total counts it
         } else if (S_ISREG(info.st_mode)) {
             if (info.st_nlink > 1 && m_writer.keepsHardLinks()) {
                 // The second name of a file already stored is stored as a link to the first.

@@ -2,6 +2,7 @@
 #include "testtree.h"
 
 #include "operations/commandererror.h"
+#include "operations/fileoperations.h"
 #include "operations/operationcontrol.h"
 #include "platform/posix/archivelibrary.h"
 #include "services/archivecatalog.h"
@@ -263,6 +264,10 @@ TEST(ArchiveJobs, createdArchivesRoundTripThroughBsdtarAndUnzip)
         OperationControl control;
         const fs::path made = ArchivePackJob{{tree / "photos"}, out, name}(control);
         EXPECT_EQ(made, out / name);
+        // Progress ends at the total the queue counted, a hard link's bytes included.
+        OperationControl counting;
+        EXPECT_EQ(control.progress().completed, FileOperations::byteCount(tree / "photos", counting))
+            << extension;
         int status = 0;
         const std::string listing = runCommand("bsdtar -tvf " + shellQuote(made.string()) + " 2>&1", &status);
         EXPECT_EQ(status, 0) << extension << listing;
