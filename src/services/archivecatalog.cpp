@@ -124,7 +124,7 @@ std::vector<ZipEntry> ArchiveCatalog::list(const Path &archive)
         ArchiveMember member;
         std::int64_t names = 0;
         QSet<QString> seen;
-        std::unordered_map<std::string, std::int64_t> sizes; // of files, for the hard links to them
+        std::vector<std::pair<std::string, std::string>> links; // hard links: name, the member named
         while (reader.next(member)) {
             names += std::int64_t(member.path.size()) + 1;
             if (names > ArchiveTools::listingLimit)
@@ -137,14 +137,22 @@ std::vector<ZipEntry> ArchiveCatalog::list(const Path &archive)
             if (seen.contains(shown))
                 std::erase_if(entries, [&](const ZipEntry &entry) { return entry.name == shown; });
             seen.insert(shown);
-            std::int64_t size = -1;
-            if (member.type == ArchiveMember::Type::file)
-                size = sizes[member.path] = member.size;
-            else if (const auto linked = sizes.find(member.linkTarget);
-                     member.type == ArchiveMember::Type::hardlink && linked != sizes.end())
-                size = sizes[member.path] = linked->second;
-            entries.push_back({std::move(shown), member.path, size,
+            if (member.type == ArchiveMember::Type::hardlink)
+                links.emplace_back(member.path, member.linkTarget);
+            entries.push_back({std::move(shown), member.path,
+                               member.type == ArchiveMember::Type::file ? member.size : std::int64_t(-1),
                                member.hasModified ? member.modified : std::int64_t(-1), member.encrypted});
+        }
+        // Rare, so looked up only when there are any: a hard link shows the size of the data it names.
+        if (!links.empty()) {
+            std::unordered_map<std::string_view, ZipEntry *> named;
+            for (ZipEntry &entry : entries)
+                named[entry.bytes] = &entry;
+            for (const auto &[name, target] : links) {
+                const auto link = named.find(name), data = named.find(target);
+                if (link != named.end() && data != named.end())
+                    link->second->size = data->second->size;
+            }
         }
     } catch (const ArchiveError &) {
         throw unreadableError();
