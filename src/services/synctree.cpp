@@ -75,18 +75,10 @@ public:
 
     TreeWalk::Next failed(const TreeWalk::Entry &entry, int error) override
     {
-        if (!m_error) {
-            m_error = error;
-            m_failedItem = m_root / std::string(entry.relativePath);
-        }
-        return TreeWalk::Next::stop;
+        return m_failure.record(m_root / std::string(entry.relativePath), error);
     }
 
-    void throwIfFailed() const
-    {
-        if (m_error)
-            throw PosixError(m_error, m_failedItem);
-    }
+    void throwIfFailed() const { m_failure.throwIfFailed(); }
 
 private:
     SyncTree &m_tree;
@@ -94,8 +86,7 @@ private:
     OperationControl &m_control;
     std::string m_key;
     std::vector<std::size_t> m_lengths;
-    int m_error = 0;
-    std::filesystem::path m_failedItem;
+    WalkFailure m_failure;
 };
 
 void sortAndKeepLast(std::vector<SyncItem> &items)

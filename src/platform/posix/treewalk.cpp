@@ -268,4 +268,10 @@ void TreeWalk::walk(Start start, const Options &options, Visitor &visitor)
     }
 }
 
+void WalkFailure::throwIfFailed() const
+{
+    if (m_error)
+        throw PosixError(m_error, m_item);
+}
+
 } // namespace quillorn

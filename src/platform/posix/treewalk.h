@@ -95,4 +95,23 @@ public:
     static int openBelow(int rootFd, std::string_view relativePath);
 };
 
+// The first item a walk could not read, thrown as a PosixError once the walk has
+// stopped (a visitor's failed() must not throw through the walk's open folders).
+class WalkFailure {
+public:
+    TreeWalk::Next record(std::filesystem::path item, int error)
+    {
+        if (!m_error) {
+            m_error = error;
+            m_item = std::move(item);
+        }
+        return TreeWalk::Next::stop;
+    }
+    void throwIfFailed() const;
+
+private:
+    int m_error = 0;
+    std::filesystem::path m_item;
+};
+
 } // namespace quillorn

@@ -3,7 +3,6 @@
 #include "operations/commandererror.h"
 #include "operations/operationcontrol.h"
 #include "platform/core/canonicalname.h"
-#include "platform/posix/posixerror.h"
 #include "platform/posix/treewalk.h"
 
 #include <algorithm>
@@ -40,24 +39,17 @@ public:
 
     TreeWalk::Next failed(const TreeWalk::Entry &entry, int error) override
     {
-        m_error = error;
-        m_failedItem = m_inventory.m_root / std::string(entry.relativePath);
-        return TreeWalk::Next::stop;
+        return m_failure.record(m_inventory.m_root / std::string(entry.relativePath), error);
     }
 
-    void throwIfFailed() const
-    {
-        if (m_error)
-            throw PosixError(m_error, m_failedItem);
-    }
+    void throwIfFailed() const { m_failure.throwIfFailed(); }
 
 private:
     Inventory &m_inventory;
     OperationControl &m_control;
     std::string m_key;
     std::vector<std::size_t> m_lengths;
-    int m_error = 0;
-    std::filesystem::path m_failedItem;
+    WalkFailure m_failure;
 };
 
 Inventory Inventory::of(const std::filesystem::path &resolvedRoot, OperationControl &control)
