@@ -15,6 +15,7 @@
 #include "platform/posix/removal.h"
 #include "platform/posix/renaming.h"
 #include "platform/posix/stagingname.h"
+#include "platform/posix/unnamedfile.h"
 #include "platform/posix/writeback.h"
 
 #include <fcntl.h>
@@ -210,6 +211,47 @@ private:
     FileOperations::Fingerprint m_summary;
 };
 
+// What a seal covers of one entry, below the sealed item by its path there.
+std::string sealRecord(std::string below, const struct stat &info, bool changeTimes)
+{
+    std::string record = std::move(below);
+    record.push_back('\0');
+    const auto field = [&record](auto value) {
+        record.append(reinterpret_cast<const char *>(&value), sizeof value);
+    };
+    field(static_cast<std::uint32_t>(info.st_mode & S_IFMT));
+    field(static_cast<std::int64_t>(info.st_size));
+    field(static_cast<std::int64_t>(info.st_mtim.tv_sec));
+    field(static_cast<std::int64_t>(info.st_mtim.tv_nsec));
+    field(static_cast<std::uint64_t>(info.st_ino));
+    if (changeTimes) {
+        field(static_cast<std::int64_t>(info.st_ctim.tv_sec));
+        field(static_cast<std::int64_t>(info.st_ctim.tv_nsec));
+    }
+    return record;
+}
+
+std::string sealDigest(const std::vector<std::string> &records)
+{
+    detail::Sha256 digest;
+    for (const std::string &record : records) {
+        // Each record's length first, so no two lists of records digest alike.
+        const std::uint64_t length = record.size();
+        digest.add({reinterpret_cast<const char *>(&length), sizeof length});
+        digest.add(record);
+    }
+    return digest.hex();
+}
+
+// copySeal of a file that has no name yet: what seal() will say of it once named.
+std::string copySeal(int descriptor)
+{
+    struct stat info {};
+    if (::fstat(descriptor, &info) != 0)
+        return {};
+    return sealDigest({sealRecord({}, info, false)});
+}
+
 // Collects what a seal covers of every entry, then digests it in path order, so
 // that the order a volume lists a folder in does not matter.
 class Sealer : public detail::TreeVisitor {
@@ -222,35 +264,14 @@ public:
     {
         m_control.check();
         const std::string path = (folder / entry.name).native();
-        std::string record = path.size() > m_top.size() ? path.substr(m_top.size()) : std::string();
-        record.push_back('\0');
-        const struct stat &info = entry.info;
-        const auto field = [&record](auto value) {
-            record.append(reinterpret_cast<const char *>(&value), sizeof value);
-        };
-        field(static_cast<std::uint32_t>(info.st_mode & S_IFMT));
-        field(static_cast<std::int64_t>(info.st_size));
-        field(static_cast<std::int64_t>(info.st_mtim.tv_sec));
-        field(static_cast<std::int64_t>(info.st_mtim.tv_nsec));
-        field(static_cast<std::uint64_t>(info.st_ino));
-        if (m_changeTimes) {
-            field(static_cast<std::int64_t>(info.st_ctim.tv_sec));
-            field(static_cast<std::int64_t>(info.st_ctim.tv_nsec));
-        }
-        m_records.push_back(std::move(record));
+        m_records.push_back(sealRecord(path.size() > m_top.size() ? path.substr(m_top.size()) : std::string(),
+                                       entry.info, m_changeTimes));
         return m_wholeTree;
     }
     std::string digest()
     {
         std::sort(m_records.begin(), m_records.end());
-        detail::Sha256 digest;
-        for (const std::string &record : m_records) {
-            // Each record's length first, so no two lists of records digest alike.
-            const std::uint64_t length = record.size();
-            digest.add({reinterpret_cast<const char *>(&length), sizeof length});
-            digest.add(record);
-        }
-        return digest.hex();
+        return sealDigest(m_records);
     }
 
 private:
@@ -278,6 +299,10 @@ FileOperations::FileManager FileOperations::FileManager::posix()
     manager.rename = [](const Folder &from, const std::string &fromName, const Folder &to,
                         const std::string &toName) {
         renameWithoutReplacing(from.fd.get(), fromName, to.fd.get(), toName, from / fromName);
+    };
+    manager.name = [](int descriptor, const Folder &to, const std::string &toName) {
+        if (const int error = nameUnnamedFile(descriptor, to.fd.get(), toName))
+            throwPosixError(to / toName, error);
     };
     manager.flush = [](int descriptor, const Path &item) {
         if (::fsync(descriptor) != 0)
@@ -509,9 +534,15 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
     const std::string before = run.move ? seal(source, control, true) : std::string();
     const std::string stagingName = quillorn::stagingName();
     const Path staging = run.destination / stagingName;
-    // Known before it exists, so a start after a crash can clear it away.
+    // A lone file is written with no name where the volume can make one: nothing
+    // is left to clear away after a crash, so no journal of it is flushed first
+    // (beside other writers every flush waits behind their data). The second
+    // name of a file already copied in this transfer is a hard link instead.
+    const struct stat &info = item.entry.info;
+    const bool unnamedPossible = S_ISREG(info.st_mode) && (info.st_nlink == 1 || !run.links.find(info));
+    FileDescriptor unnamed;
     StagingJournal &journal = StagingJournal::shared();
-    journal.add(staging, target);
+    bool journaled = false;
     std::string phase;
     bool published = false;
     const auto step = [&](std::string text) {
@@ -520,7 +551,17 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
     };
     try {
         step("Copying " + quoted(name));
-        detail::TreeCopy(m_manager, control, run.links).copy(item, run.destination, stagingName, target);
+        detail::TreeCopy copy(m_manager, control, run.links);
+        if (unnamedPossible)
+            unnamed = detail::TreeCopy::createUnnamed(item, run.destination);
+        if (unnamed) {
+            copy.copyUnnamed(item, run.destination, unnamed.get(), target);
+        } else {
+            // Known before it exists, so a start after a crash can clear it away.
+            journal.add(staging, target);
+            journaled = true;
+            copy.copy(item, run.destination, stagingName, target);
+        }
         control.check();
         step("Verifying " + quoted(name));
         const std::string verified = run.move ? seal(source, control, true) : std::string();
@@ -536,17 +577,27 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
         }
         step("Publishing " + quoted(name) + " at the destination");
         // On record before the rename: should the program be killed right after
-        // it, the next run knows the item under the final name as this copy.
-        control.publishing({source, staging, target, verified, copySeal(staging, control)});
+        // it, the next run knows the item under the final name as this copy. (An
+        // unnamed copy is recorded under the staging name it would have had, so
+        // the record still tells a copy from an item moved by a rename.)
+        control.publishing({source, staging, target, verified,
+                            unnamed ? copySeal(unnamed.get()) : copySeal(staging, control)});
         try {
-            m_manager.rename(run.destination, stagingName, run.destination, targetName);
+            if (unnamed)
+                m_manager.name(unnamed.get(), run.destination, targetName);
+            else
+                m_manager.rename(run.destination, stagingName, run.destination, targetName);
         } catch (const std::system_error &error) {
             // Named after the item the user expects, not the hidden staging name.
             throw PosixError(error.code().value(), target);
         }
         published = true;
-        journal.remove(staging);
-        run.links.renameTop(stagingName, targetName);
+        if (journaled)
+            journal.remove(staging);
+        if (!unnamed)
+            run.links.renameTop(stagingName, targetName);
+        else if (info.st_nlink > 1)
+            run.links.remember(info, targetName, {});
         flushFolder(run.destination);
         control.published(source, target);
         if (run.move) {
@@ -554,14 +605,15 @@ FileOperations::Path FileOperations::copyAndPublish(Run &run, const detail::Item
             discard(source, run.permanentlyRemoveRemoteItems);
         }
     } catch (const std::exception &error) {
-        if (!published) {
+        if (!published && journaled) {
             run.links.renameTop(stagingName, {});
             removeStaging(staging);
             journal.remove(staging);
         }
         AppDiagnostics::shared().record(
             "TRANSFER FAILED phase=" + detail::logText(phase) + " source=" + detail::logPath(source) +
-            " destination=" + detail::logPath(target) + " staging=" + detail::logPath(staging) +
+            " destination=" + detail::logPath(target) +
+            " staging=" + (unnamed ? std::string("unnamed") : detail::logPath(staging)) +
             " error=" + AppDiagnostics::describe(error));
         if (dynamic_cast<const CancellationError *>(&error))
             throw;

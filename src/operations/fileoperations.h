@@ -52,6 +52,9 @@ public:
         std::function<void(const Folder &from, const std::string &fromName, const Folder &to,
                            const std::string &toName)>
             rename;
+        // Gives a file the engine wrote with no name yet the name toName in to,
+        // never replacing an item there: publishing a lone file.
+        std::function<void(int descriptor, const Folder &to, const std::string &toName)> name;
         // fsync(2) of an open file or folder.
         std::function<void(int descriptor, const Path &item)> flush;
         // syncfs(2) of the volume holding an open folder: where it reaches every

@@ -171,13 +171,14 @@ TEST_F(StagingJournalTest, aLinkPlantedAsTheJournalFolderIsRefusedAndReportedOnc
                                                  " error=POSIX code=20: Not a directory")));
 }
 
-// A real copy killed by the kernel in the middle of its data.
+// A real copy of a folder killed by the kernel in the middle of its data. (A lone
+// file is written with no name and leaves nothing: see the transfer's fault tests.)
 TEST_F(StagingJournalTest, copyKilledMidwayLeavesAStagingItemThatTheNextStartRemoves)
 {
     if (std::system("strace -V >/dev/null 2>&1") != 0)
         GTEST_SKIP() << "strace is not installed";
-    const fs::path source = m_tree.file("src/big.bin", pattern(3 * 1024 * 1024 + 7)),
-                   destination = m_tree.folder("dst");
+    m_tree.file("src/box/big.bin", pattern(3 * 1024 * 1024 + 7));
+    const fs::path source = m_tree / "src/box", destination = m_tree.folder("dst");
     drive(injectFault + "copy_file_range:signal=KILL:when=2", "copy", destination, source);
     const std::map<std::string, std::string> left = contents(destination);
     ASSERT_EQ(left.size(), 1u) << "the driver was not killed in the middle of the copy";
@@ -186,7 +187,7 @@ TEST_F(StagingJournalTest, copyKilledMidwayLeavesAStagingItemThatTheNextStartRem
     EXPECT_THAT(StagingJournal::shared().recover(), ElementsAre(item));
     EXPECT_TRUE(fs::is_empty(destination));
     EXPECT_THAT(logged(), ElementsAre("STAGING REMOVED staging=" + item.string() +
-                                      " target=" + (destination / "big.bin").string()));
+                                      " target=" + (destination / "box").string()));
 }
 
 // A copy killed on a removable volume that is not plugged in at the next start:
@@ -201,7 +202,8 @@ TEST_F(StagingJournalTest, anItemOnAVolumeAbsentAtTheNextStartIsRemovedOnceItIsB
               0);
     const std::string mountCommand = "mount -o loop " + shellQuote(image) + " " + shellQuote(where);
     MOUNT_OR_SKIP(volume, ScopedMount::byCommand(mountCommand, where));
-    const fs::path source = m_tree.file("src/big.bin", pattern(3 * 1024 * 1024 + 7));
+    m_tree.file("src/box/big.bin", pattern(3 * 1024 * 1024 + 7));
+    const fs::path source = m_tree / "src/box";
     drive(injectFault + "copy_file_range:signal=KILL:when=2", "copy", where, source);
     std::map<std::string, std::string> left = contents(where);
     left.erase("lost+found");
@@ -222,7 +224,7 @@ TEST_F(StagingJournalTest, anItemOnAVolumeAbsentAtTheNextStartIsRemovedOnceItIsB
     EXPECT_THAT(StagingJournal::shared().recover(), ElementsAre(item));
     EXPECT_FALSE(fs::exists(item));
     EXPECT_THAT(logged(), ElementsAre("STAGING REMOVED staging=" + item.string() +
-                                      " target=" + (where / "big.bin").string()));
+                                      " target=" + (where / "box").string()));
     EXPECT_THAT(stagingFiles(), IsEmpty());
     EXPECT_THAT(StagingJournal::shared().recover(), IsEmpty());
 }

@@ -10,7 +10,8 @@
 namespace {
 
 // The default services, with afterChunk() run after the first chunk copied and
-// beforeRename(from, to) before each rename.
+// beforeRename(from, to) before each rename (from empty when a file written
+// with no name is named).
 FileOperations hooked(
     std::function<void()> afterChunk,
     std::function<void(const fs::path &, const fs::path &)> beforeRename = [](auto &, auto &) {})
@@ -20,6 +21,11 @@ FileOperations hooked(
                                                              const Folder &to, const std::string &toName) {
         beforeRename(from / fromName, to / toName);
         rename(from, fromName, to, toName);
+    };
+    manager.name = [beforeRename, name = manager.name](int descriptor, const Folder &to,
+                                                       const std::string &toName) {
+        beforeRename({}, to / toName);
+        name(descriptor, to, toName);
     };
     manager.copyChunk = [afterChunk, copy = manager.copyChunk, calls = 0](auto &&...arguments) mutable {
         const std::size_t count = copy(arguments...);
@@ -31,31 +37,39 @@ FileOperations hooked(
                           FileOperations::defaultVolumeIsLocal(), manager);
 }
 
-TEST(TransferCopy, treeArrivesWithHiddenFilesLinksModesDatesAndExtendedAttributes)
+// A folder's files are made under their names, a lone file with no name until
+// it is published: both ways carry the same metadata. The destination hands a
+// default ACL to what is made in it, which a copy of a file without one drops.
+TEST(TransferCopy, treeAndLoneFileArriveWithHiddenFilesLinksModesDatesAndExtendedAttributes)
 {
     TestTree tree;
     tree.file("src/box/.hidden", "h");
     tree.symlink("src/box/dangling", "../nowhere");
-    const fs::path data = tree.file("src/box/sub/data.bin", pattern(3 * 1024 * 1024 + 5));
-    ::chmod(data.c_str(), 0640);
+    const fs::path data = tree.file("src/box/sub/data.bin", pattern(3 * 1024 * 1024 + 5)),
+                   lone = tree.file("src/lone.bin", "lone"), plain = tree.file("src/plain.txt", "plain"),
+                   dst = tree.folder("dst");
     const auto metadata = [](const fs::path &item) {
         return runCommand("getfacl -cp " + shellQuote(item) + "; getfattr --only-values -n user.colour " +
-                          shellQuote(item));
+                          shellQuote(item) + " 2>/dev/null");
     };
-    runCommand("setfacl -m u:nobody:rw " + shellQuote(data) + "; setfattr -n user.colour -v blue " +
-               shellQuote(data));
-    ASSERT_THAT(metadata(data), AllOf(HasSubstr("user:nobody:rw-"), EndsWith("blue")));
     const timespec stamp[2] = {{1'600'000'000, 123'456'789}, {1'500'000'000, 987'654'321}};
-    for (const fs::path &item : {data, data.parent_path(), tree / "src/box"})
+    for (const fs::path &file : {data, lone}) {
+        ::chmod(file.c_str(), 0640);
+        runCommand("setfacl -m u:nobody:rw " + shellQuote(file) + "; setfattr -n user.colour -v blue " +
+                   shellQuote(file));
+        ASSERT_THAT(metadata(file), AllOf(HasSubstr("user:nobody:rw-"), EndsWith("blue")));
+    }
+    runCommand("setfacl -d -m u:nobody:rwx " + shellQuote(dst));
+    for (const fs::path &item : {data, data.parent_path(), tree / "src/box", lone, plain})
         ::utimensat(AT_FDCWD, item.c_str(), stamp, 0);
     OperationControl control;
-    FileOperations().transfer({tree / "src/box"}, tree.folder("dst"), false, stop, control, false);
+    FileOperations().transfer({tree / "src/box", lone, plain}, dst, false, stop, control, false);
     EXPECT_THAT(contents(tree / "dst/box"),
                 ElementsAre(Pair(".hidden", "h"), Pair("dangling", ""), Pair("sub", "/")));
     EXPECT_EQ(fs::read_symlink(tree / "dst/box/dangling"), "../nowhere");
-    const fs::path copied = tree / "dst/box/sub/data.bin";
-    EXPECT_EQ(TestTree::read(copied), pattern(3 * 1024 * 1024 + 5));
-    for (const char *item : {"box/sub/data.bin", "box/sub", "box"}) {
+    EXPECT_EQ(TestTree::read(tree / "dst/box/sub/data.bin"), pattern(3 * 1024 * 1024 + 5));
+    EXPECT_EQ(TestTree::read(tree / "dst/lone.bin"), "lone");
+    for (const char *item : {"box/sub/data.bin", "box/sub", "box", "lone.bin", "plain.txt"}) {
         struct stat source {
         }, copy{};
         ::lstat((tree / "src" / item).c_str(), &source);
@@ -63,9 +77,13 @@ TEST(TransferCopy, treeArrivesWithHiddenFilesLinksModesDatesAndExtendedAttribute
         EXPECT_EQ(std::tuple(copy.st_mode, copy.st_mtim.tv_sec, copy.st_mtim.tv_nsec),
                   std::tuple(source.st_mode, 1'500'000'000L, 987'654'321L))
             << item;
+        if (S_ISREG(source.st_mode)) {
+            EXPECT_EQ(metadata(tree / "dst" / item), metadata(tree / "src" / item)) << item;
+        }
     }
-    EXPECT_EQ(metadata(copied), metadata(data));
-    EXPECT_EQ(control.progress().expected, 1 + 3 * 1024 * 1024 + 5 + 10); // the link counts its own size
+    EXPECT_THAT(metadata(tree / "dst/plain.txt"), Not(HasSubstr("nobody")));
+    EXPECT_EQ(control.progress().expected,
+              1 + 3 * 1024 * 1024 + 5 + 10 + 4 + 5); // the link counts its own size
     EXPECT_EQ(control.progress().completed, control.progress().expected);
 }
 
@@ -122,12 +140,12 @@ TEST(TransferCopy, cancellingWithinAChunkOrBetweenItemsKeepsOnlyFinishedItems)
                      CancellationError);
         EXPECT_THAT(contents(dst), SizeIs(withinChunk ? 0 : 1));
         EXPECT_EQ(control.progress().completed, withinChunk ? 1024 * 1024 : 3 * 1024 * 1024);
-        EXPECT_THAT(logged().back(),
-                    StartsWith(withinChunk
-                                   ? "TRANSFER FAILED phase=Copying \u2018a.bin\u2019 source=" +
-                                         source.string() + " destination=" + (dst / "a.bin").string() +
-                                         " staging=" + (dst / ".quillorn-").string()
-                                   : "TRANSFER ITEM COMPLETE phase=copy target=" + (dst / "a.bin").string()));
+        EXPECT_THAT(
+            logged().back(),
+            StartsWith(withinChunk
+                           ? "TRANSFER FAILED phase=Copying \u2018a.bin\u2019 source=" + source.string() +
+                                 " destination=" + (dst / "a.bin").string() + " staging=unnamed"
+                           : "TRANSFER ITEM COMPLETE phase=copy target=" + (dst / "a.bin").string()));
     }
 }
 
@@ -245,7 +263,15 @@ TEST(TransferMove, aFileRewrittenWithinTheSameSecondAfterItWasCopiedStopsTheMove
     }
 }
 
-TEST(TransferPause, holdsItsStagingItemStillThenFinishesOrCancelsCleanly)
+// The size of the file this process is writing with no name in folder, or -1.
+long long unnamedSize(const fs::path &folder)
+{
+    struct stat info {};
+    const fs::path unnamed = unnamedFileIn(folder);
+    return !unnamed.empty() && ::stat(unnamed.c_str(), &info) == 0 ? info.st_size : -1;
+}
+
+TEST(TransferPause, holdsItsUnnamedCopyStillThenFinishesOrCancelsCleanly)
 {
     for (const bool resume : {true, false}) {
         TestTree tree;
@@ -255,17 +281,15 @@ TEST(TransferPause, holdsItsStagingItemStillThenFinishesOrCancelsCleanly)
         const FileOperations operations = hooked([&] { control.pause(); });
         auto worker = std::async(std::launch::async,
                                  [&] { operations.transfer({source}, dst, false, stop, control, false); });
-        // Paused after the first chunk: the staging file keeps its size.
+        // Paused after the first chunk: the copy keeps its size, and nothing is
+        // seen in the folder.
         while (control.progress().completed < static_cast<std::int64_t>(FileOperations::chunkSize))
             std::this_thread::yield();
-        const auto stagingSize = [&] {
-            const auto left = contents(dst);
-            return left.size() == 1 ? left.begin()->second.size() : std::size_t(0);
-        };
-        const std::size_t held = stagingSize();
+        const long long held = unnamedSize(dst);
         std::this_thread::sleep_for(std::chrono::milliseconds(300));
-        EXPECT_EQ(stagingSize(), held);
-        EXPECT_EQ(held, FileOperations::chunkSize);
+        EXPECT_EQ(unnamedSize(dst), held);
+        EXPECT_EQ(held, static_cast<long long>(FileOperations::chunkSize));
+        EXPECT_TRUE(fs::is_empty(dst));
         EXPECT_TRUE(control.isPaused());
         if (resume) {
             control.resume();
@@ -275,6 +299,7 @@ TEST(TransferPause, holdsItsStagingItemStillThenFinishesOrCancelsCleanly)
             control.cancel();
             EXPECT_THROW(worker.get(), CancellationError);
             EXPECT_TRUE(fs::is_empty(dst));
+            EXPECT_EQ(unnamedSize(dst), -1);
         }
     }
 }

@@ -244,11 +244,12 @@ TEST(Fidelity, sparseFilesKeepTheirHolesAndHardLinksStayLinkedWithinTheTransfer)
     const fs::path first = tree.file("src/box/a.txt", "linked");
     fs::create_hard_link(first, tree.folder("src/box/sub") / "b.txt");
     fs::create_hard_link(first, tree / "src/second.txt");
+    fs::create_hard_link(first, tree / "src/a-lone.txt"); // copied first, on its own
     tree.file("src/box/c.txt", "linked");
 
     OperationControl control;
-    FileOperations().transfer({tree / "src/box", tree / "src/second.txt"}, tree.folder("dst"), false, stop,
-                              control, false);
+    FileOperations().transfer({tree / "src/box", tree / "src/second.txt", tree / "src/a-lone.txt"},
+                              tree.folder("dst"), false, stop, control, false);
     struct stat copy {};
     ASSERT_EQ(::stat((tree / "dst/box/disk.img").c_str(), &copy), 0);
     EXPECT_EQ(copy.st_size, 256 * 1024 * 1024);
@@ -258,6 +259,7 @@ TEST(Fidelity, sparseFilesKeepTheirHolesAndHardLinksStayLinkedWithinTheTransfer)
               "same\n");
     EXPECT_TRUE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/box/sub/b.txt"));
     EXPECT_TRUE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/second.txt"));
+    EXPECT_TRUE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/a-lone.txt"));
     EXPECT_FALSE(fs::equivalent(tree / "dst/box/a.txt", tree / "dst/box/c.txt"));
     EXPECT_FALSE(fs::equivalent(first, tree / "dst/box/a.txt"));
     EXPECT_EQ(control.progress().completed, control.progress().expected);

@@ -14,7 +14,7 @@
 // right after a rename that gives an item the name KILL_AFTER_RENAME_TO, or right
 // before its first move of an item to the Trash with KILL_AT_TRASH=1. PAUSE_AT_BYTES
 // pauses the job once it has copied that much, prints the size of its staging
-// item every 100 ms for PAUSE_SECONDS ("PAUSED size=N"), then resumes it (or,
+// item (or unnamed copy) every 100 ms for PAUSE_SECONDS ("PAUSED size=N"), then resumes it (or,
 // with PAUSE_THEN=cancel, cancels it).
 #include "operations/fileoperations.h"
 #include "operations/stagingjournal.h"
@@ -44,7 +44,7 @@ FileOperations slowed(int delayMs)
         std::this_thread::sleep_for(std::chrono::milliseconds(delayMs));
         return copy(input, output, limit, source, target);
     };
-    if (const char *name = std::getenv("KILL_AFTER_RENAME_TO"))
+    if (const char *name = std::getenv("KILL_AFTER_RENAME_TO")) {
         manager.rename = [rename = manager.rename,
                           name = std::string(name)](const Folder &from, const std::string &fromName,
                                                     const Folder &to, const std::string &toName) {
@@ -52,6 +52,14 @@ FileOperations slowed(int delayMs)
             if (toName == name)
                 ::kill(::getpid(), SIGKILL);
         };
+        // A lone file is published by naming a file written with no name.
+        manager.name = [give = manager.name, name = std::string(name)](int descriptor, const Folder &to,
+                                                                       const std::string &toName) {
+            give(descriptor, to, toName);
+            if (toName == name)
+                ::kill(::getpid(), SIGKILL);
+        };
+    }
     FileOperations::TrashService trash = FileOperations::defaultTrash();
     if (std::getenv("KILL_AT_TRASH"))
         trash = [trash](const std::filesystem::path &item) {
@@ -62,12 +70,20 @@ FileOperations slowed(int delayMs)
                           manager);
 }
 
-// The staging item's size in the folder, or -1 when there is none.
+// The staging item's size in the folder, or that of the file this process
+// writes there with no name (a lone file), or -1 when there is neither.
 long long stagingSize(const std::filesystem::path &folder)
 {
     for (const auto &item : std::filesystem::directory_iterator(folder))
         if (item.path().filename().string().starts_with(".quillorn-"))
             return static_cast<long long>(std::filesystem::file_size(item.path()));
+    // The kernel names such a file "#inode (deleted)" inside the folder it was made in.
+    for (const auto &descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
+        std::error_code error;
+        const std::filesystem::path target = std::filesystem::read_symlink(descriptor.path(), error);
+        if (!error && target.parent_path() == folder && target.filename().string().starts_with("#"))
+            return static_cast<long long>(std::filesystem::file_size(descriptor.path(), error));
+    }
     return -1;
 }
 

@@ -72,13 +72,6 @@ std::string pattern(std::size_t size)
 }
 
 // The one staging item in the folder, or an empty path.
-fs::path stagingIn(const fs::path &folder)
-{
-    for (const auto &item : fs::directory_iterator(folder))
-        if (item.path().filename().string().starts_with(".quillorn-"))
-            return item.path();
-    return {};
-}
 
 } // namespace
 
@@ -209,10 +202,12 @@ private Q_SLOTS:
             queue.pause(id);
             QCOMPARE(queue.items()[0].stateText(), QStringLiteral("Paused"));
             QVERIFY(queue.hasWork() && queue.running());
-            // The chunk in flight lands; after that the staging file holds still.
+            // The chunk in flight lands; after that the copy, a file with no
+            // name yet, holds still, and nothing shows in the folder.
             QTest::qWait(150);
-            const fs::path staging = stagingIn(dst);
+            const fs::path staging = test::unnamedFileIn(dst);
             QVERIFY(!staging.empty());
+            QVERIFY(fs::is_empty(dst));
             const auto held = fs::file_size(staging);
             QTest::qWait(700);
             QCOMPARE(fs::file_size(staging), held);

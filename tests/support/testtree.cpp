@@ -89,6 +89,21 @@ bool runningAsRoot()
     return ::geteuid() == 0;
 }
 
+std::filesystem::path unnamedFileIn(const std::filesystem::path &folder, long long process)
+{
+    // The kernel names such a file "#inode (deleted)" inside the folder it was made in.
+    const std::filesystem::path descriptors =
+        process ? "/proc/" + std::to_string(process) + "/fd" : std::string("/proc/self/fd");
+    std::error_code listing;
+    for (const auto &descriptor : std::filesystem::directory_iterator(descriptors, listing)) {
+        std::error_code error;
+        const std::filesystem::path target = std::filesystem::read_symlink(descriptor.path(), error);
+        if (!error && target.parent_path() == folder && target.filename().string().starts_with("#"))
+            return descriptor.path();
+    }
+    return {};
+}
+
 std::vector<std::string> TestTree::names(const std::filesystem::path &folder)
 {
     std::vector<std::string> result;

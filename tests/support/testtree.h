@@ -36,4 +36,9 @@ private:
 // True when the process may mount, chown and switch users.
 bool runningAsRoot();
 
+// The file this process (or the process with the id process) has open in folder
+// without a name, a lone file being copied there, as a /proc path to examine it
+// by; empty when there is none.
+std::filesystem::path unnamedFileIn(const std::filesystem::path &folder, long long process = 0);
+
 } // namespace quillorn::test

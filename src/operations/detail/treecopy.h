@@ -49,11 +49,20 @@ public:
     // be known by once published, used in messages instead of the hidden name.
     void copy(const Item &source, const Folder &destination, const std::string &newName,
               const std::filesystem::path &shown);
+    // A new file in destination for a copy of the file source that has no name
+    // yet: nothing of it can be seen until it is named, and nothing is left
+    // should the program die first. Invalid where the volume cannot make one.
+    static FileDescriptor createUnnamed(const Item &source, const Folder &destination);
+    // Copies the file source into output, made by createUnnamed, and flushes it.
+    void copyUnnamed(const Item &source, const Folder &destination, int output,
+                     const std::filesystem::path &shown);
 
 private:
     class Visitor;
     void copyFile(const Folder &folder, const Entry &entry, const Folder &target, const std::string &name,
                   const std::filesystem::path &below, const std::filesystem::path &shown);
+    // Copies the data of entry into output and checks the source stayed as it was.
+    void fillFile(const Folder &folder, const Entry &entry, int output, const std::filesystem::path &shown);
     void copyData(int input, int output, const struct stat &opened, const std::filesystem::path &source,
                   const std::filesystem::path &target);
     bool linkToFirstCopy(const Entry &entry, const Folder &target, const std::string &name);
@@ -98,8 +107,8 @@ private:
     const Folder *m_destination = nullptr;
     std::string m_top;
     bool m_flushEachFile = true;
-    // Other programs keep the volume busy: a big file goes to the disk in wider
-    // windows, so it is not starved between theirs.
+    // Other programs keep the volume busy: a big file's write-back is left to the
+    // kernel and its flush, so it is not starved between theirs.
     bool m_othersWriting = false;
     // The destination, opened for the volume flush that races the pool.
     FileDescriptor m_volume;

@@ -15,13 +15,44 @@ namespace {
 
 // A name in an open folder, and the path the l*xattr calls reach it by: they have
 // no *at form, but /proc/self/fd/N leads to the folder itself whatever its path
-// became, and the final name is still not followed.
+// became, and the final name is still not followed. With no name, folder is an
+// open file that has none yet and every call goes to the descriptor.
 struct At {
     int folder;
     std::string name;
+    bool isDescriptor() const { return name.empty(); }
     std::string path() const
     {
         return folder == AT_FDCWD ? name : "/proc/self/fd/" + std::to_string(folder) + "/" + name;
+    }
+    int status(struct stat &info) const
+    {
+        return isDescriptor() ? ::fstat(folder, &info)
+                              : ::fstatat(folder, name.c_str(), &info, AT_SYMLINK_NOFOLLOW);
+    }
+    int changeOwner(uid_t owner, gid_t group) const
+    {
+        return ::fchownat(folder, name.c_str(), owner, group,
+                          AT_SYMLINK_NOFOLLOW | (isDescriptor() ? AT_EMPTY_PATH : 0));
+    }
+    // Never called for a symbolic link (Linux has no mode for one), so following the name cannot stray.
+    int changeMode(mode_t mode) const
+    {
+        return isDescriptor() ? ::fchmod(folder, mode) : ::fchmodat(folder, name.c_str(), mode, 0);
+    }
+    int changeTimes(const struct timespec times[2]) const
+    {
+        return isDescriptor() ? ::futimens(folder, times)
+                              : ::utimensat(folder, name.c_str(), times, AT_SYMLINK_NOFOLLOW);
+    }
+    int setAttribute(const std::string &attribute, const std::string &value) const
+    {
+        return isDescriptor() ? ::fsetxattr(folder, attribute.c_str(), value.data(), value.size(), 0)
+                              : ::lsetxattr(path().c_str(), attribute.c_str(), value.data(), value.size(), 0);
+    }
+    int removeAttribute(const char *attribute) const
+    {
+        return isDescriptor() ? ::fremovexattr(folder, attribute) : ::lremovexattr(path().c_str(), attribute);
     }
 };
 
@@ -47,14 +78,12 @@ void copyOwner(const At &target, const struct stat &now, const struct stat &befo
 {
     if (now.st_uid == before.st_uid && now.st_gid == before.st_gid)
         return;
-    if (::fchownat(target.folder, target.name.c_str(), before.st_uid, before.st_gid, AT_SYMLINK_NOFOLLOW) ==
-        0)
+    if (target.changeOwner(before.st_uid, before.st_gid) == 0)
         return;
     const std::error_code failed = lastError();
     // The group alone may still be ours to give (a group the user belongs to).
     if (now.st_gid != before.st_gid)
-        ::fchownat(target.folder, target.name.c_str(), static_cast<uid_t>(-1), before.st_gid,
-                   AT_SYMLINK_NOFOLLOW);
+        target.changeOwner(static_cast<uid_t>(-1), before.st_gid);
     if (failed.value() != EPERM)
         note(problem, failed);
 }
@@ -121,7 +150,7 @@ bool unsupported(int code)
 // source's instead of the folder's.
 void copyAttributes(const At &sourceItem, const At &targetItem, std::optional<std::error_code> &problem)
 {
-    const std::string source = sourceItem.path(), target = targetItem.path();
+    const std::string source = sourceItem.path();
     std::error_code error;
     const auto names = attributeNames(source, error);
     if (!names) {
@@ -137,36 +166,41 @@ void copyAttributes(const At &sourceItem, const At &targetItem, std::optional<st
                 note(problem, error);
             continue;
         }
-        if (::lsetxattr(target.c_str(), name.c_str(), value->data(), value->size(), 0) != 0)
+        if (targetItem.setAttribute(name, *value) != 0)
             note(problem, lastError());
     }
     // Only a folder with a default ACL hands ACLs to the items made in it; asking
-    // the folder once spares two calls by path for every file of a big copy.
-    if (targetItem.folder != AT_FDCWD &&
+    // the folder once spares two calls by path for every file of a big copy. (A
+    // target open by itself has no folder to ask.)
+    if (targetItem.folder != AT_FDCWD && !targetItem.isDescriptor() &&
         ::fgetxattr(targetItem.folder, "system.posix_acl_default", nullptr, 0) < 0 &&
         (errno == ENODATA || unsupported(errno)))
         return;
     for (const char *acl : {"system.posix_acl_access", "system.posix_acl_default"}) {
         if (std::find(names->begin(), names->end(), acl) != names->end())
             continue;
-        if (::lremovexattr(target.c_str(), acl) != 0 && errno != ENODATA && !unsupported(errno))
+        if (targetItem.removeAttribute(acl) != 0 && errno != ENODATA && !unsupported(errno))
             note(problem, lastError());
     }
 }
 
-} // namespace
-
-std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &sourceName, int targetFolder,
-                                          const std::string &targetName, const struct stat &before)
+std::optional<MetadataProblem> copyTimes(const At &target, const struct stat &before)
 {
-    const At source{sourceFolder, sourceName}, target{targetFolder, targetName};
+    const std::array<struct timespec, 2> times = {before.st_atim, before.st_mtim};
+    if (target.changeTimes(times.data()) != 0)
+        return MetadataProblem{"modificationDate", lastError()};
+    return std::nullopt;
+}
+
+std::vector<MetadataProblem> copyMetadata(const At &source, const At &target, const struct stat &before)
+{
     std::vector<MetadataProblem> problems;
 
     // Owner first: chown clears the set-user-ID and set-group-ID bits, which the
     // mode step then restores.
     std::optional<std::error_code> copyfile;
     struct stat now {};
-    if (::fstatat(targetFolder, targetName.c_str(), &now, AT_SYMLINK_NOFOLLOW) != 0) {
+    if (target.status(now) != 0) {
         note(copyfile, lastError());
     } else {
         copyOwner(target, now, before, copyfile);
@@ -174,33 +208,41 @@ std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &s
         // read-only file was not created with; the mode step takes it away again.
         // A change of owner leaves the mode bits alone (set-ID bits aside).
         if (!S_ISLNK(before.st_mode) && !(now.st_mode & S_IWUSR))
-            ::fchmodat(targetFolder, targetName.c_str(), (now.st_mode & 07777) | S_IWUSR, 0);
+            target.changeMode((now.st_mode & 07777) | S_IWUSR);
     }
     copyAttributes(source, target, copyfile);
     if (copyfile)
         problems.push_back({"copyfile", *copyfile});
 
-    // Linux has no mode for a symbolic link itself (fchmodat refuses
-    // AT_SYMLINK_NOFOLLOW), and a link's mode is never consulted. The target is
-    // the engine's own new item, never a link, so following it cannot stray.
-    if (!S_ISLNK(before.st_mode) &&
-        ::fchmodat(targetFolder, targetName.c_str(), before.st_mode & 07777, 0) != 0)
+    // Linux has no mode for a symbolic link itself, and a link's mode is never consulted.
+    if (!S_ISLNK(before.st_mode) && target.changeMode(before.st_mode & 07777) != 0)
         problems.push_back({"permissions", lastError()});
 
     // Times last, since every step above may touch the change or access time.
-    if (std::optional<MetadataProblem> problem = copyTimes(targetFolder, targetName, before))
+    if (std::optional<MetadataProblem> problem = copyTimes(target, before))
         problems.push_back(std::move(*problem));
 
     return problems;
 }
 
+} // namespace
+
+std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &sourceName, int targetFolder,
+                                          const std::string &targetName, const struct stat &before)
+{
+    return copyMetadata(At{sourceFolder, sourceName}, At{targetFolder, targetName}, before);
+}
+
+std::vector<MetadataProblem> copyMetadataToFile(int sourceFolder, const std::string &sourceName,
+                                                int targetFile, const struct stat &before)
+{
+    return copyMetadata(At{sourceFolder, sourceName}, At{targetFile, {}}, before);
+}
+
 std::optional<MetadataProblem> copyTimes(int targetFolder, const std::string &targetName,
                                          const struct stat &before)
 {
-    const std::array<struct timespec, 2> times = {before.st_atim, before.st_mtim};
-    if (::utimensat(targetFolder, targetName.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) != 0)
-        return MetadataProblem{"modificationDate", lastError()};
-    return std::nullopt;
+    return copyTimes(At{targetFolder, targetName}, before);
 }
 
 std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,

@@ -30,6 +30,10 @@ std::vector<MetadataProblem> copyMetadata(const std::filesystem::path &source,
 std::vector<MetadataProblem> copyMetadata(int sourceFolder, const std::string &sourceName, int targetFolder,
                                           const std::string &targetName, const struct stat &before);
 
+// The same for a target that is an open file with no name yet (createUnnamedFile).
+std::vector<MetadataProblem> copyMetadataToFile(int sourceFolder, const std::string &sourceName,
+                                                int targetFile, const struct stat &before);
+
 // Gives targetName in targetFolder, never followed, the access and modification
 // times of before. A symbolic link gets nothing else: Linux has no mode for a
 // link, and its owner and attributes are left as created.
