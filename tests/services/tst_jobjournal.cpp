@@ -90,12 +90,13 @@ struct InterruptedMove {
     std::optional<ScopedMount> volume;
     fs::path source, dst;
 
-    bool start(const QList<std::pair<QString, QString>> &kill)
+    // Moves the folder proj, or with lone the file report.txt alone.
+    bool start(const QList<std::pair<QString, QString>> &kill, bool lone = false)
     {
         volume.emplace("tmpfs", tree.folder("volume"), "size=16m");
         tree.file("volume/src/proj/report.txt", "quarterly figures");
         tree.file("volume/src/proj/sub/notes.txt", "notes");
-        source = tree / "volume/src/proj";
+        source = lone ? tree / "volume/src/proj/report.txt" : tree / "volume/src/proj";
         dst = tree.folder("dst");
         return runDriver(
                    tree,
@@ -104,7 +105,7 @@ struct InterruptedMove {
             .killed;
     }
     DriverRun resume() { return runDriver(tree, {"resume"}); }
-    bool sourceTrashed() const { return fs::exists(tree / "volume/.Trash-0/files/proj"); }
+    bool sourceTrashed() const { return fs::exists(tree / "volume/.Trash-0/files" / source.filename()); }
     QString log() const
     {
         return QString::fromStdString(TestTree::read(tree / "data/Quillorn/Logs/Quillorn.log"));
@@ -488,27 +489,33 @@ private Q_SLOTS:
 
     // Killed right after the publishing rename, before the job recorded it: the
     // resumed job knows the item under the final name as its own copy.
+    // A folder is published by a rename of its staging item, a lone file by
+    // naming a file written with no name.
     void aMoveKilledRightAfterItsPublishIsNotCopiedAgain_data()
     {
         QTest::addColumn<QString>("policy");
-        QTest::newRow("Keep both") << "Keep both";
-        QTest::newRow("Skip") << "Skip";
-        QTest::newRow("Stop") << "Stop";
+        QTest::addColumn<QString>("item");
+        for (const char *item : {"proj", "report.txt"})
+            for (const char *policy : {"Keep both", "Skip", "Stop"})
+                QTest::newRow((std::string(item) + ", " + policy).c_str()) << policy << item;
     }
     void aMoveKilledRightAfterItsPublishIsNotCopiedAgain()
     {
         QFETCH(QString, policy);
+        QFETCH(QString, item);
         if (!runningAsRoot())
             QSKIP("needs root to mount a tmpfs");
         InterruptedMove move;
-        QVERIFY2(move.start({{"KILL_AFTER_RENAME_TO", "proj"}, {"POLICY", policy}}),
+        QVERIFY2(move.start({{"KILL_AFTER_RENAME_TO", item}, {"POLICY", policy}}, item == "report.txt"),
                  "the driver was not killed");
-        QVERIFY(fs::exists(move.dst / "proj/sub/notes.txt") && fs::exists(move.source));
+        QVERIFY(fs::exists(move.dst / item.toStdString()) && fs::exists(move.source));
         const DriverRun resumed = move.resume();
         QCOMPARE(resumed.exitCode, 0);
         QVERIFY2(resumed.output.trimmed().endsWith("STATE title=Move state=Complete"),
                  qPrintable(resumed.output));
-        QCOMPARE(namesIn(move.dst), QStringList{"proj"});
+        QCOMPARE(namesIn(move.dst), QStringList{item});
+        QCOMPARE(TestTree::read(move.dst / "proj/report.txt") + TestTree::read(move.dst / "report.txt"),
+                 std::string("quarterly figures"));
         QVERIFY(!fs::exists(move.source));
         QVERIFY(move.sourceTrashed());
         QVERIFY(!stagingBelow(move.tree.root()));
