@@ -28,11 +28,10 @@ FileDescriptor createUnnamedFile(int folder, mode_t mode)
 int nameUnnamedFile(int descriptor, int folder, const std::string &name)
 {
     // linkat refuses a taken name (EEXIST) and follows only the /proc link to
-    // the open file itself, never a link at name.
-    while (::linkat(AT_FDCWD, descriptorPath(descriptor).c_str(), folder, name.c_str(), AT_SYMLINK_FOLLOW) !=
-           0)
-        if (errno != EINTR)
-            return errno;
+    // the open file itself, never a link at name. Not retried on EINTR: a link
+    // made before the interruption would then fail as a taken name.
+    if (::linkat(AT_FDCWD, descriptorPath(descriptor).c_str(), folder, name.c_str(), AT_SYMLINK_FOLLOW) != 0)
+        return errno;
     return 0;
 }
 
