@@ -71,8 +71,6 @@ std::string pattern(std::size_t size)
     return bytes;
 }
 
-// The one staging item in the folder, or an empty path.
-
 } // namespace
 
 class TransferQueueTest : public QObject {
