@@ -12,10 +12,7 @@
 // chunk down so a test can catch the job in the middle of an item. POLICY names
 // the conflict policy ("Stop" by default). The process kills itself (SIGKILL)
 // right after a rename that gives an item the name KILL_AFTER_RENAME_TO, or right
-// before its first move of an item to the Trash with KILL_AT_TRASH=1. PAUSE_AT_BYTES
-// pauses the job once it has copied that much, prints the size of its staging
-// item (or unnamed copy) every 100 ms for PAUSE_SECONDS ("PAUSED size=N"), then resumes it (or,
-// with PAUSE_THEN=cancel, cancels it).
+// before its first move of an item to the Trash with KILL_AT_TRASH=1.
 #include "operations/fileoperations.h"
 #include "operations/stagingjournal.h"
 #include "services/jobjournal.h"
@@ -70,53 +67,6 @@ FileOperations slowed(int delayMs)
                           manager);
 }
 
-// The staging item's size in the folder, or that of the file this process
-// writes there with no name (a lone file), or -1 when there is neither.
-long long stagingSize(const std::filesystem::path &folder)
-{
-    for (const auto &item : std::filesystem::directory_iterator(folder))
-        if (item.path().filename().string().starts_with(".quillorn-"))
-            return static_cast<long long>(std::filesystem::file_size(item.path()));
-    // The kernel names such a file "#inode (deleted)" inside the folder it was made in.
-    for (const auto &descriptor : std::filesystem::directory_iterator("/proc/self/fd")) {
-        std::error_code error;
-        const std::filesystem::path target = std::filesystem::read_symlink(descriptor.path(), error);
-        if (!error && target.parent_path() == folder && target.filename().string().starts_with("#"))
-            return static_cast<long long>(std::filesystem::file_size(descriptor.path(), error));
-    }
-    return -1;
-}
-
-void pauseOnce(TransferQueue &queue, const QUuid &id, long long at, double seconds,
-               const std::filesystem::path &destination)
-{
-    auto *timer = new QTimer(&queue);
-    QObject::connect(timer, &QTimer::timeout, &queue, [=, &queue] {
-        if (queue.bytes() < at)
-            return;
-        timer->stop();
-        queue.pause(id);
-        std::printf("PAUSED bytes=%lld\n", static_cast<long long>(queue.bytes()));
-        auto samples = std::make_shared<int>(0);
-        auto *sampler = new QTimer(&queue);
-        QObject::connect(sampler, &QTimer::timeout, &queue, [=, &queue] {
-            std::printf("PAUSED size=%lld\n", stagingSize(destination));
-            std::fflush(stdout);
-            if (++*samples > int(seconds * 10)) {
-                sampler->stop();
-                // PAUSE_THEN=cancel ends the paused job instead.
-                const char *then = std::getenv("PAUSE_THEN");
-                if (then && std::string(then) == "cancel")
-                    queue.cancel(id);
-                else
-                    queue.resume(id);
-            }
-        });
-        sampler->start(100);
-    });
-    timer->start(5);
-}
-
 } // namespace
 
 int main(int argc, char **argv)
@@ -160,13 +110,10 @@ int main(int argc, char **argv)
             sources.emplace_back(argv[index]);
         const bool move = arguments[1] == "move";
         const char *policy = std::getenv("POLICY");
-        const QUuid id = queue.enqueue(
+        queue.enqueue(
             move ? "Move" : "Copy",
             TransferJob{sources, argv[2], move,
                         conflictPolicyFromRawValue(policy ? policy : "Stop").value_or(ConflictPolicy::stop)});
-        if (const char *at = std::getenv("PAUSE_AT_BYTES"))
-            pauseOnce(queue, id, std::atoll(at),
-                      std::getenv("PAUSE_SECONDS") ? std::atof(std::getenv("PAUSE_SECONDS")) : 2, argv[2]);
     } else if (mirror) {
         OperationControl control;
         const SyncPlan plan =
